@@ -1,0 +1,68 @@
+# How every library and program of ours is built: one place for flags, visibility and install rules.
+
+include(GenerateExportHeader)
+
+# Warnings, sanitizers and coverage, for one target only.
+function(tavrin_target_options target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+  if(TAVRIN_WARNINGS_AS_ERRORS)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+  if(TAVRIN_SANITIZE)
+    target_compile_options(${target} PRIVATE -fsanitize=${TAVRIN_SANITIZE} -fno-omit-frame-pointer)
+    target_link_options(${target} PRIVATE -fsanitize=${TAVRIN_SANITIZE})
+    if(TAVRIN_SANITIZE MATCHES "undefined")
+      target_compile_options(${target} PRIVATE -fno-sanitize-recover=undefined)
+    endif()
+  endif()
+  if(TAVRIN_COVERAGE)
+    target_compile_options(${target} PRIVATE --coverage)
+    target_link_options(${target} PRIVATE --coverage)
+  endif()
+endfunction()
+
+# tavrin_add_library(<Name> HEADERS ... SOURCES ... [PRIVATE_HEADERS ...])
+#
+# A shared library Tavrin<Name> with the alias Tavrin::<Name>, built from files of the directory <Name>,
+# whose installed headers are included as "<Name>/<Class>.h". The export macro TAVRIN_<NAME>_EXPORT comes
+# from the generated header "<Name>/<Name>Export.h". Only symbols of our own namespaces leave the library:
+# the version script keeps back the instantiations of standard templates, which their own namespace marks
+# visible.
+function(tavrin_add_library name)
+  cmake_parse_arguments(arg "" "" "HEADERS;SOURCES;PRIVATE_HEADERS" ${ARGN})
+  set(target Tavrin${name})
+  string(TOUPPER ${name} upper)
+  string(TOLOWER ${name} lower)
+
+  add_library(${target} SHARED ${arg_SOURCES} ${arg_HEADERS} ${arg_PRIVATE_HEADERS})
+  add_library(Tavrin::${name} ALIAS ${target})
+  target_compile_features(${target} PUBLIC cxx_std_20)
+  tavrin_target_options(${target})
+
+  set(script "${PROJECT_SOURCE_DIR}/cmake/exports.map")
+  target_link_options(${target} PRIVATE "LINKER:--version-script=${script}")
+  set_target_properties(${target} PROPERTIES
+    OUTPUT_NAME tavrin-${lower}
+    EXPORT_NAME ${name}
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR}
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON
+    LINK_DEPENDS "${script}")
+
+  set(generated "${PROJECT_BINARY_DIR}/include")
+  generate_export_header(${target}
+    BASE_NAME TAVRIN_${upper}
+    EXPORT_FILE_NAME "${generated}/${name}/${name}Export.h")
+  target_include_directories(${target} PUBLIC
+    "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>"
+    "$<BUILD_INTERFACE:${generated}>"
+    "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/tavrin>")
+
+  install(TARGETS ${target} EXPORT TavrinTargets
+    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+    INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tavrin")
+  install(FILES ${arg_HEADERS} "${generated}/${name}/${name}Export.h"
+    DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tavrin/${name}")
+  set_property(GLOBAL APPEND PROPERTY TAVRIN_LIBRARIES ${name})
+endfunction()
