@@ -9,16 +9,15 @@ function(tavrin_target_options target)
     target_compile_options(${target} PRIVATE -Werror)
   endif()
   if(TAVRIN_SANITIZE)
-    target_compile_options(${target} PRIVATE -fsanitize=${TAVRIN_SANITIZE} -fno-omit-frame-pointer)
+    target_compile_options(${target} PRIVATE
+      -fsanitize=${TAVRIN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(${target} PRIVATE -fsanitize=${TAVRIN_SANITIZE})
-    if(TAVRIN_SANITIZE MATCHES "undefined")
-      target_compile_options(${target} PRIVATE -fno-sanitize-recover=undefined)
-    endif()
   endif()
   if(TAVRIN_COVERAGE)
-    target_compile_options(${target} PRIVATE --coverage)
+    target_compile_options(${target} PRIVATE --coverage -fprofile-update=atomic)
     target_link_options(${target} PRIVATE --coverage)
   endif()
+  set_property(GLOBAL APPEND PROPERTY TAVRIN_TARGETS ${target})
 endfunction()
 
 # tavrin_add_library(<Name> HEADERS ... SOURCES ... [PRIVATE_HEADERS ...])
@@ -48,6 +47,7 @@ function(tavrin_add_library name)
     SOVERSION ${PROJECT_VERSION_MAJOR}
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON
+    INSTALL_RPATH "$ORIGIN"
     LINK_DEPENDS "${script}")
 
   set(generated "${PROJECT_BINARY_DIR}/include")
@@ -64,5 +64,17 @@ function(tavrin_add_library name)
     INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tavrin")
   install(FILES ${arg_HEADERS} "${generated}/${name}/${name}Export.h"
     DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tavrin/${name}")
-  set_property(GLOBAL APPEND PROPERTY TAVRIN_LIBRARIES ${name})
+endfunction()
+
+# tavrin_add_program(<name> SOURCES ... LIBRARIES ...)
+#
+# A program of ours, installed so that it finds the libraries beside it wherever the prefix is moved.
+function(tavrin_add_program name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  tavrin_target_options(${name})
+  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES})
+  file(RELATIVE_PATH libraries "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
+  set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN/${libraries}")
+  install(TARGETS ${name} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
 endfunction()
