@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "Playout/PacketGroup.h"
+#include "Playout/Picture.h"
+#include "Playout/PlayoutExport.h"
+#include "Playout/RecordingIndex.h"
+
+namespace Tavrin::Playout {
+
+/// How a lane decodes.
+struct DecodeLaneOptions {
+    /// Bytes of decoded pictures kept beside the one asked for. The default holds a group of 50 pictures of
+    /// 1920x1080 4:2:0 at 8 bits (157 MiB with the decoder's padding).
+    std::size_t storeBytes = std::size_t{192} << 20;
+    /// Threads of the decoder. One: the workers of several lanes are the parallelism.
+    int nbThreads = 1;
+};
+
+/// A decoder with its state: decodes the pictures of one recording group by group, each group forward and,
+/// as far as memory allows, only once, in whatever order its pictures are asked for.
+///
+/// - A picture still to come in the group where the decoder stands is decoded by going on from there.
+/// - Any other picture restarts its group at the group's key frame.
+/// - Pictures put out on the way stay in a store bounded in bytes (one picture at least). When they do not
+///   all fit, the last ones up to the wanted one stay, so that in reverse a group of n pictures with room for
+///   k takes n/k passes, rounded up, instead of n.
+/// - A picture that the decoder passes over (damage, missing packets) is remembered, and answered at once.
+///
+/// What comes out of a group does not depend on what was decoded before it.
+///
+/// *Threads:* externally synchronised. *Blocking:* for as long as decoding takes. *Ownership:* keeps the
+/// index alive; borrows a group for the call. *Errors:* the constructor throws std::runtime_error when no
+/// decoder can be opened; Decode does when memory runs out. Errors in the recording are counted, not thrown.
+class TAVRIN_PLAYOUT_EXPORT DecodeLane final {
+public:
+    struct Information {
+        std::uint64_t nbPacketsDecoded = 0;  ///< Packets given to the decoder.
+        std::uint64_t nbPasses = 0;          ///< Times that a group was begun at its key frame.
+        std::uint64_t nbErrors = 0;          ///< Errors that the decoder reported.
+        std::size_t nbStored = 0;            ///< Pictures in the store now.
+        std::size_t storedBytes = 0;         ///< Their bytes now.
+        std::size_t maxStoredBytes = 0;      ///< The most that there ever were.
+        std::string lastError;
+    };
+
+    explicit DecodeLane(std::shared_ptr<const RecordingIndex> index, const DecodeLaneOptions& options = {});
+    ~DecodeLane();
+    DecodeLane(const DecodeLane&) = delete;
+    DecodeLane& operator=(const DecodeLane&) = delete;
+
+    /// The picture, which must be of \p group and \p group of this lane's recording (std::invalid_argument);
+    /// null when the decoder does not put it out.
+    [[nodiscard]] std::shared_ptr<const Picture> Decode(const PacketGroup& group, std::size_t picture);
+
+    /// Drops the stored pictures and the decoder's position.
+    void Reset();
+
+    [[nodiscard]] Information GetInformation() const;
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace Tavrin::Playout

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <shared_mutex>
+#include <string>
+
+#include "Player/DecodeOrder.h"
+#include "Player/ISample.h"
+#include "Player/ISampleDecoder.h"
+#include "Player/TrackId.h"
+#include "Playout/DecodeLane.h"
+#include "Playout/PlayoutExport.h"
+#include "Playout/RecordingIndex.h"
+
+namespace Tavrin::Playout {
+
+/// How a track is decoded.
+struct MediaDecoderOptions {
+    DecodeLaneOptions lane;
+    /// Decoders for each track, each with a store of its own. Two: one goes on in its group while another
+    /// worker begins the next one, and orders that two workers take near a boundary in the wrong order do not
+    /// make one decoder go back and forth.
+    std::size_t nbLanes = 2;
+};
+
+/// Decodes compressed samples of any number of recordings, on decoders that keep their state.
+///
+/// An order goes to the lane that stands in the sample's group, else to the one that has been idle longest.
+/// The decoded sample's time point and duration are those that the order generates. The protection of the
+/// compressed sample is left to the worker. The picture keeps its own size, whatever size the order wishes:
+/// scaling belongs to who shows it.
+///
+/// *Threads:* thread-safe: Decode runs on any number of workers at once, one picture at a time for each lane;
+/// tracks may be added and removed meanwhile. *Blocking:* Decode for as long as decoding takes, and on
+/// another decode in the same group. *Ownership:* owns the decoders; the caller owns the returned sample.
+/// *Errors:* Decode throws std::runtime_error for an order without a CompressedSample or of a track that
+/// nobody added, and returns null for a picture that cannot be decoded.
+class TAVRIN_PLAYOUT_EXPORT MediaDecoder final : public Player::ISampleDecoder {
+public:
+    /// Called on the worker's thread at the end of each Decode, with no lock held. The worker delivers the
+    /// result right after: who waits on this hook may have to look into the queue once more. Must not throw.
+    using DecodedHook = std::function<void(const Player::DecodeOrder& order, bool decoded)>;
+
+    MediaDecoder();
+    ~MediaDecoder() override;
+    MediaDecoder(const MediaDecoder&) = delete;
+    MediaDecoder& operator=(const MediaDecoder&) = delete;
+
+    /// Opens the decoders and serves \p track from now on, in place of any earlier recording. Throws
+    /// std::runtime_error when no decoder can be opened.
+    void AddTrack(const Player::TrackId& track, std::shared_ptr<const RecordingIndex> index,
+                  const MediaDecoderOptions& options = {});
+    /// Decodes in progress are finished. An unknown track is ignored.
+    void RemoveTrack(const Player::TrackId& track);
+    /// Sums over the track's lanes, and the latest error; zeros for an unknown track. Waits for decodes in
+    /// progress on that track.
+    [[nodiscard]] DecodeLane::Information GetInformation(const Player::TrackId& track) const;
+
+    /// To be set before the workers start.
+    void SetDecodedHook(DecodedHook hook);
+
+    [[nodiscard]] Player::ISample* Decode(const Player::DecodeOrder& order) override;
+
+private:
+    class Track;
+
+    [[nodiscard]] std::shared_ptr<Track> Find(const Player::TrackId& track) const;
+    [[nodiscard]] std::unique_ptr<Player::ISample> DecodeOne(const Player::DecodeOrder& order) const;
+
+    mutable std::shared_mutex tracksMutex_;
+    std::map<Player::TrackId, std::shared_ptr<Track>> tracks_;
+    DecodedHook decodedHook_;
+};
+
+}  // namespace Tavrin::Playout
