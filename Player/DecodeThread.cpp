@@ -1,0 +1,154 @@
+#include "Player/DecodeThread.h"
+
+#include <chrono>
+#include <stdexcept>
+
+#include "Logging/LoggingManager.h"
+#include "Player/DecodeDelivery.h"
+#include "Player/LogMessage.h"
+#include "Player/OrderLoop.h"
+
+namespace Tavrin::Player {
+
+using namespace qor::kp::logging;
+
+namespace {
+
+constexpr const char* kFile = "Player/DecodeThread";
+constexpr std::size_t kNbRecordedTimes = 25;
+constexpr int kStatisticsMilliseconds = 1000;
+
+std::int64_t MillisecondsSince(std::chrono::steady_clock::time_point start) {
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    return std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count();
+}
+
+}  // namespace
+
+DecodeThread::DecodeThread()
+    : decodingThread_(ToDecode()), logger_(LoggingManager::GetLoggerPtr("DecodeThread")) {
+    decodingTimesMs_.Resize(kNbRecordedTimes);
+}
+
+DecodeThread::~DecodeThread() {
+    Stop();
+}
+
+/// Never destroyed: a client's static objects may push orders before and after this library's own have lived.
+Tools::Semaphore& DecodeThread::ToDecode() {
+    static Tools::Semaphore* const toDecode = new Tools::Semaphore;
+    return *toDecode;
+}
+
+void DecodeThread::OneSampleReadyForDecoding() {
+    ToDecode().Signal();
+}
+
+void DecodeThread::AddDecodeOrderQueue(DecodeOrderQueue* queue) {
+    decodeOrderQueues_.Attach(queue);
+    // The queue may hold orders whose units other workers have taken in vain: look at it once.
+    ToDecode().Recall();
+}
+
+void DecodeThread::RemoveDecodeOrderQueue(DecodeOrderQueue* queue) {
+    decodeOrderQueues_.Remove(queue);
+}
+
+void DecodeThread::SetExistingUncompressedCacheUpdateQueues(ExistingCacheUpdateQueues* queues) {
+    existingQueues_.store(queues);
+}
+
+void DecodeThread::SetDecoder(ISampleDecoder* decoder) {
+    decoder_.store(decoder);
+}
+
+bool DecodeThread::Start() {
+    decodingThread_.Start([this] { DequeueAndDecodeThread(); });
+    return true;
+}
+
+void DecodeThread::Stop() {
+    decodingThread_.Stop();
+}
+
+bool DecodeThread::Dequeue(DecodeOrder& order) {
+    return decodeOrderQueues_.Pop(order);
+}
+
+void DecodeThread::DequeueAndDecodeThread() {
+    DecodeOrder order;
+    RunOrders(
+        ToDecode(), [this] { return decodingThread_.MustStop(); },
+        [this, &order] {
+            if (!Dequeue(order)) {
+                return false;
+            }
+            if (existingQueues_.load() != nullptr) {
+                ProcessOrder(order);
+            } else {
+                ProcessOrderWithoutExistingQueues(order);
+            }
+            return true;
+        });
+}
+
+bool DecodeThread::CanProcess(const DecodeOrder& order) {
+    if (order.queue_ == nullptr || decoder_.load() == nullptr) {
+        TAVRIN_LOG(logger_, Level_Error, kFile, "Decode order queue or decoder_ is NULL");
+        return false;
+    }
+    return true;
+}
+
+void DecodeThread::ProcessOrder(const DecodeOrder& order) {
+    if (!CanProcess(order)) {
+        return;
+    }
+    const auto start = std::chrono::steady_clock::now();
+    const bool delivered = existingQueues_.load()->DecodeIfExists(order.queue_, decoder_.load(), order);
+    // A null sample was delivered too when the decoder failed, so that counts as decoded here.
+    LogOutcome(order, delivered, MillisecondsSince(start));
+    decodingTimesMs_.Push(MillisecondsSince(start));
+}
+
+void DecodeThread::ProcessOrderWithoutExistingQueues(const DecodeOrder& order) {
+    if (!CanProcess(order)) {
+        return;
+    }
+    ISample* decoded = nullptr;
+    try {
+        decoded = DecodeTimed(order);
+    } catch (const std::runtime_error& e) {
+        TAVRIN_LOG(logger_, Level_Warning, kFile, "Could not decode order at ", order.orderTp_, ": ",
+                   e.what());
+    }
+    DeliverDecoded(order, decoded);
+}
+
+ISample* DecodeThread::DecodeTimed(const DecodeOrder& order) {
+    const auto start = std::chrono::steady_clock::now();
+    ISample* const decoded = decoder_.load()->Decode(order);
+    decodingTimesMs_.Push(MillisecondsSince(start));
+    LogOutcome(order, decoded != nullptr, MillisecondsSince(start));
+    return decoded;
+}
+
+void DecodeThread::LogOutcome(const DecodeOrder& order, bool decoded, std::int64_t milliseconds) {
+    const void* const self = this;
+    if (decoded) {
+        TAVRIN_LOG(logger_, Level_Trace, kFile, "Thread ", self, ": ", "decoded sample at ", order.orderTp_,
+                   ": in ", milliseconds, " ms");
+    } else {
+        TAVRIN_LOG(logger_, Level_Warning, kFile, "Thread ", self, ": ", "could NOT decode sample at ",
+                   order.orderTp_);
+    }
+}
+
+DecodeThread::Information DecodeThread::GetInformation() {
+    Information information;
+    information.averageDecodeTimeMilliseconds_ =
+        static_cast<std::uint32_t>(decodingTimesMs_.AverageSince(kStatisticsMilliseconds));
+    return information;
+}
+
+}  // namespace Tavrin::Player

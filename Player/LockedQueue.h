@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstddef>
+#include <mutex>
+#include <queue>
+
+namespace Tavrin::Player {
+
+/// The unbounded first-in, first-out queue that `CacheUpdateQueue`, `DecodeOrderQueue` and
+/// `PreloadOrderQueue` are made of.
+///
+/// *Threads:* thread-safe, for any number of producers and consumers.
+/// *Blocking:* never beyond the short internal lock; `Pop` does not wait for entries.
+/// *Memory:* what a thread did before `Push` is visible to the thread whose `Pop` takes that entry.
+/// *Errors:* if copying an entry throws, the queue is unchanged.
+template <typename Entry>
+class LockedQueue {
+public:
+    LockedQueue() = default;
+    LockedQueue(const LockedQueue&) = delete;
+    LockedQueue& operator=(const LockedQueue&) = delete;
+    ~LockedQueue() = default;
+
+    /// Appends a copy of `entry`.
+    void Push(const Entry& entry) {
+        Push(entry, [] {});
+    }
+
+    /// Appends a copy of `entry` and calls `wake` while the lock is still held, so that whoever is woken
+    /// finds the entry unless somebody else took it first. `wake` takes no lock of a queue.
+    template <typename Wake>
+    void Push(const Entry& entry, Wake wake) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        queue_.push(entry);
+        wake();
+    }
+
+    /// Assigns the oldest entry to `out` and removes it; false, with `out` untouched, when there is none.
+    bool Pop(Entry& out) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (queue_.empty()) {
+            return false;
+        }
+        out = queue_.front();
+        queue_.pop();
+        return true;
+    }
+
+    std::size_t GetSize() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return queue_.size();
+    }
+
+    void Clear() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        while (!queue_.empty()) {
+            queue_.pop();
+        }
+    }
+
+private:
+    std::mutex mutex_;
+    std::queue<Entry> queue_;
+};
+
+}  // namespace Tavrin::Player

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "Player/PlayerExport.h"
+#include "Player/PreloadWorker.h"
+
+namespace Tavrin::Player {
+
+/// A preload worker that runs each order as soon as it can, and sleeps while there is none.
+///
+/// All `PreloadThread`s of the process share one semaphore, to which every push into any `PreloadOrderQueue`
+/// adds one unit. A unit may wake a worker that does not serve the queue; that worker then looks in vain and
+/// sleeps again. A worker that is stopped while it holds a unit it has not used hands it on, and has its idle
+/// peers look at their queues once more, so that no order waits for the next push.
+///
+/// *Threads:* thread-safe, with the exception of `SetPreloader` and `RemovePreloader` (see `IPreloadThread`).
+/// *Blocking:* `Stop`, `Start` and the destructor wait for the order in progress.
+/// *Ownership:* as `IPreloadThread`.
+class TAVRIN_PLAYER_EXPORT PreloadThread : public PreloadWorker {
+public:
+    /// Not started, without queues and preloader.
+    PreloadThread();
+    ~PreloadThread() override;
+
+    /// Adds one unit to the semaphore that all `PreloadThread`s share, which wakes one idle worker at most.
+    /// Callable at any time, also from static initialisers and destructors.
+    static void OneSampleReadyForPreload();
+
+private:
+    static Tools::Semaphore& ToPreload();
+
+    void DequeueAndPreloadThread() override;
+};
+
+}  // namespace Tavrin::Player

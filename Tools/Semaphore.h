@@ -1,0 +1,83 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+
+#include "Tools/ToolsExport.h"
+
+namespace Tavrin::Tools {
+
+/// A counting semaphore whose waiters are served strictly in the order in which they came.
+///
+/// Idle workers sleep on it until somebody pushes an order. The strict order matters because the workers
+/// of one class share one semaphore: a worker that was woken for nothing and waits again stands behind
+/// those that waited before it, so it cannot take the unit that was meant for one of them.
+///
+/// *Threads:* thread-safe.
+/// *Blocking:* only `Wait`, until its units are there. `Signal` never blocks beyond the short internal lock.
+/// *Memory:* what a thread did before `Signal` is visible to the thread whose `Wait` took one of its units.
+/// *Ownership:* must outlive every call on it; destroying it with a waiter inside is undefined.
+/// *Errors:* a negative count is refused with `std::invalid_argument` and changes nothing.
+class TAVRIN_TOOLS_EXPORT Semaphore {
+public:
+    Semaphore() = default;
+    Semaphore(const Semaphore&) = delete;
+    Semaphore& operator=(const Semaphore&) = delete;
+
+    /// Sets the number of free units. Waiters that the new count can serve are woken.
+    void Setup(int count);
+
+    /// Blocks until a unit is free, then takes it.
+    void Wait();
+
+    /// Blocks until `count` units are free at once, then takes them together: two threads that wait for
+    /// several units each never hold one another up half served. Returns at once for zero.
+    void Wait(int count);
+
+    /// Adds one unit and wakes at most one waiter. The count stops at the highest `int`.
+    void Signal();
+
+    /// Adds `count` units and wakes the waiters that they serve.
+    void Signal(int count);
+
+    /// The free units at this moment: never negative, zero while somebody waits for a single unit.
+    int GetValue() const;
+
+    /// How often `Recall` was called. Taken before looking for work, and handed to `WaitUnlessRecalled`.
+    std::uint64_t NbRecalls() const { return nbRecalls_.load(); }
+
+    /// Wakes every waiter of `WaitUnlessRecalled` without giving it a unit, and lets those that are still
+    /// on their way to it pass once: each of them looks for work again. For a worker that leaves and may
+    /// have taken a unit that announced work for one of its peers.
+    void Recall();
+
+    /// As `Wait`, but returns false, taking nothing, as soon as `Recall` has been called more often than
+    /// `nbRecallsSeen` times; true when a unit was taken.
+    bool WaitUnlessRecalled(std::uint64_t nbRecallsSeen);
+
+private:
+    /// One blocked thread, on that thread's own stack. Each has a condition variable of its own, so that
+    /// a unit wakes exactly the thread that it was given to.
+    struct Waiter {
+        int needed_ = 0;
+        bool recallable_ = false;
+        bool granted_ = false;
+        bool recalled_ = false;
+        Waiter* next_ = nullptr;
+        std::condition_variable wake_;
+    };
+
+    bool Block(std::unique_lock<std::mutex>& lock, int count, bool recallable);
+    void GrantInOrder();
+    void Append(Waiter& waiter);
+
+    mutable std::mutex mutex_;
+    int value_ = 0;
+    Waiter* first_ = nullptr;
+    Waiter* last_ = nullptr;
+    std::atomic<std::uint64_t> nbRecalls_ = 0;
+};
+
+}  // namespace Tavrin::Tools
