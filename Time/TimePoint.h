@@ -139,15 +139,17 @@ public:
     [[nodiscard]] constexpr TimePoint operator-() const noexcept { return TimePoint() - *this; }
 
     constexpr TimePoint& operator+=(const TimePoint& duration) noexcept {
+        const bool saturatesLow = duration.t_ < 0;  // kept, as the duration may be this object itself
         if (__builtin_add_overflow(t_, duration.t_, &t_)) {
-            t_ = duration.t_ < 0 ? kLowest : kHighest;
+            t_ = saturatesLow ? kLowest : kHighest;
         }
         return *this;
     }
 
     constexpr TimePoint& operator-=(const TimePoint& duration) noexcept {
+        const bool saturatesHigh = duration.t_ < 0;
         if (__builtin_sub_overflow(t_, duration.t_, &t_)) {
-            t_ = duration.t_ < 0 ? kHighest : kLowest;
+            t_ = saturatesHigh ? kHighest : kLowest;
         }
         return *this;
     }
