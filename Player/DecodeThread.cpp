@@ -92,32 +92,41 @@ void DecodeThread::DequeueAndDecodeThread() {
         });
 }
 
-bool DecodeThread::CanProcess(const DecodeOrder& order) {
-    if (order.queue_ == nullptr || decoder_.load() == nullptr) {
+/// The decoder for `order`, read once so that it cannot change under way; null when the order must be
+/// dropped.
+ISampleDecoder* DecodeThread::DecoderFor(const DecodeOrder& order) {
+    ISampleDecoder* const decoder = order.queue_ != nullptr ? decoder_.load() : nullptr;
+    if (decoder == nullptr) {
         TAVRIN_LOG(logger_, Level_Error, kFile, "Decode order queue or decoder_ is NULL");
-        return false;
     }
-    return true;
+    return decoder;
 }
 
 void DecodeThread::ProcessOrder(const DecodeOrder& order) {
-    if (!CanProcess(order)) {
+    ExistingCacheUpdateQueues* const existingQueues = existingQueues_.load();
+    if (existingQueues == nullptr) {
+        ProcessOrderWithoutExistingQueues(order);
+        return;
+    }
+    ISampleDecoder* const decoder = DecoderFor(order);
+    if (decoder == nullptr) {
         return;
     }
     const auto start = std::chrono::steady_clock::now();
-    const bool delivered = existingQueues_.load()->DecodeIfExists(order.queue_, decoder_.load(), order);
+    const bool delivered = existingQueues->DecodeIfExists(order.queue_, decoder, order);
     // A null sample was delivered too when the decoder failed, so that counts as decoded here.
     LogOutcome(order, delivered, MillisecondsSince(start));
     decodingTimesMs_.Push(MillisecondsSince(start));
 }
 
 void DecodeThread::ProcessOrderWithoutExistingQueues(const DecodeOrder& order) {
-    if (!CanProcess(order)) {
+    ISampleDecoder* const decoder = DecoderFor(order);
+    if (decoder == nullptr) {
         return;
     }
     ISample* decoded = nullptr;
     try {
-        decoded = DecodeTimed(order);
+        decoded = DecodeTimed(*decoder, order);
     } catch (const std::runtime_error& e) {
         TAVRIN_LOG(logger_, Level_Warning, kFile, "Could not decode order at ", order.orderTp_, ": ",
                    e.what());
@@ -125,9 +134,9 @@ void DecodeThread::ProcessOrderWithoutExistingQueues(const DecodeOrder& order) {
     DeliverDecoded(order, decoded);
 }
 
-ISample* DecodeThread::DecodeTimed(const DecodeOrder& order) {
+ISample* DecodeThread::DecodeTimed(ISampleDecoder& decoder, const DecodeOrder& order) {
     const auto start = std::chrono::steady_clock::now();
-    ISample* const decoded = decoder_.load()->Decode(order);
+    ISample* const decoded = decoder.Decode(order);
     decodingTimesMs_.Push(MillisecondsSince(start));
     LogOutcome(order, decoded != nullptr, MillisecondsSince(start));
     return decoded;

@@ -73,8 +73,8 @@ public:
     /// Takes the next order, one queue after the other; false when every queue is empty.
     bool Dequeue(DecodeOrder& order);
 
-    /// Runs one order through the registry, which must be set. The time recorded spans the decode, the wait
-    /// for the registry and the delivery.
+    /// Runs one order through the registry; without one, as `ProcessOrderWithoutExistingQueues`. The time
+    /// recorded spans the decode, the wait for the registry and the delivery.
     void ProcessOrder(const DecodeOrder& order);
 
     /// Runs one order and pushes the result directly. The time recorded spans the decode only.
@@ -90,8 +90,8 @@ private:
     static Tools::Semaphore& ToDecode();
 
     void DequeueAndDecodeThread();
-    bool CanProcess(const DecodeOrder& order);
-    ISample* DecodeTimed(const DecodeOrder& order);
+    ISampleDecoder* DecoderFor(const DecodeOrder& order);
+    ISample* DecodeTimed(ISampleDecoder& decoder, const DecodeOrder& order);
     void LogOutcome(const DecodeOrder& order, bool decoded, std::int64_t milliseconds);
 
     RoundRobinQueues<DecodeOrderQueue> decodeOrderQueues_;
