@@ -1,0 +1,118 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "Player/IStream.h"
+#include "Player/SampleRate.h"
+#include "Playout/DecodeLane.h"
+#include "Playout/MediaPreloader.h"
+#include "Playout/Picture.h"
+#include "Playout/PlayoutExport.h"
+#include "Playout/RecordingIndex.h"
+#include "Playout/SessionOptions.h"
+#include "Time/Ratio.h"
+#include "Time/TimePoint.h"
+
+namespace Tavrin::Playout {
+
+/// What one track shows after a tick.
+struct TrackView {
+    /// `New` or `Same`: the picture that belongs to the play head (at high speeds the one of the nearest
+    /// sample that is fetched at that speed). `NotReady`: it is still on its way. `Empty`: there is none.
+    Player::SampleStatus status = Player::SampleStatus::NotReady;
+
+    /// What is on show: with `NotReady`, and with `Empty` inside the recording, the picture shown before, if
+    /// any; null outside of the recording.
+    std::shared_ptr<const Picture> picture;
+
+    /// The play head stands inside the recording, but the picture cannot be read or decoded.
+    bool missing = false;
+};
+
+/// What a tick came to.
+struct TickReport {
+    std::uint64_t tick = 0;  ///< Counted from 0 over the life of the session.
+    Time::TimePoint time;    ///< The play head after the tick.
+    bool moved = false;      ///< The play head was let go; false while a track is not ready.
+    std::vector<TrackView> tracks;
+
+    /// No track is still waiting for its picture.
+    [[nodiscard]] bool IsReady() const;
+};
+
+/// What a track has come to since the session began.
+struct TrackInformation {
+    std::uint64_t nbShown = 0;      ///< Ticks that brought a new picture.
+    std::uint64_t nbRepeated = 0;   ///< Ticks that showed the picture of the tick before, as they should.
+    std::uint64_t nbLate = 0;       ///< Ticks whose picture was not ready.
+    std::uint64_t nbMissing = 0;    ///< Ticks whose picture cannot be had.
+    std::uint64_t nbWithdrawn = 0;  ///< Orders taken back because they no longer mattered.
+    std::size_t nbReady = 0;        ///< Decoded pictures in the cache now.
+    std::size_t nbPending = 0;      ///< Entries, compressed and decoded, whose answer is still out.
+    MediaPreloader::Information reading;
+    DecodeLane::Information decoding;
+};
+
+/// Recordings played in step: the whole road from the output tick to the picture, on the engine.
+///
+/// A client calls `Tick` once per output tick and shows what the report says. In real time the wall clock says
+/// when; as fast as possible, `WaitForProgress` and `Tick` with a zero delta until the report is ready, then
+/// the next step.
+///
+/// *Threads:* bound to one thread. It runs its own workers.
+/// *Blocking:* `Tick`, `GoTo` and `SetSpeed` never wait for storage or a decoder. `WaitForProgress` waits as
+/// long as it is told to. The destructor waits for the read and the decodes in progress.
+/// *Ownership:* owns everything it needs and shares the indexes; the pictures in a report are shared and may be
+/// kept as long as wanted (they then count against nobody's budget but the caller's).
+/// *Errors:* the constructor throws `std::invalid_argument` without recordings and `std::runtime_error` when a
+/// recording cannot be opened. A picture that cannot be read or decoded is reported as missing, and asked for
+/// again later.
+class TAVRIN_PLAYOUT_EXPORT Session final {
+public:
+    explicit Session(std::vector<std::shared_ptr<const RecordingIndex>> recordings,
+                     const SessionOptions& options = {});
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    [[nodiscard]] std::size_t NbTracks() const;
+    [[nodiscard]] const RecordingIndex& Recording(std::size_t track) const;
+    [[nodiscard]] const Player::SampleRate& DisplayRate() const;
+
+    /// The end of the longest recording: the first time point at which none has a picture.
+    [[nodiscard]] Time::TimePoint End() const;
+
+    [[nodiscard]] const Time::TimePoint& CurrentTime() const;
+    [[nodiscard]] Time::Ratio Speed() const;
+
+    /// Takes effect at the next tick. Orders for pictures that the new speed does not show are withdrawn.
+    void SetSpeed(const Time::Ratio& speed);
+
+    /// Jumps, to the origin at the earliest. Orders that no longer matter are withdrawn and answered; what is
+    /// cached around the new place is kept.
+    void GoTo(const Time::TimePoint& tp);
+
+    /// Files what the workers have delivered, advances the play head by `delta` (wall time since the tick
+    /// before) times the speed unless a track is not ready, looks up what each track shows, orders what will
+    /// be needed and drops what will not.
+    TickReport Tick(const Time::TimePoint& delta);
+
+    /// Waits until the workers have delivered something since the last tick, at most `timeout`; whether they
+    /// have.
+    bool WaitForProgress(std::chrono::milliseconds timeout);
+
+    [[nodiscard]] TrackInformation GetInformation(std::size_t track) const;
+
+    /// The preloader, for hooks that tests put into reading; not to be used for anything else.
+    [[nodiscard]] MediaPreloader& Preloader();
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace Tavrin::Playout
