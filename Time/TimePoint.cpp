@@ -47,6 +47,10 @@ Int128 StartInNanoseconds(std::int64_t n, const Ratio& rate) noexcept {
     return (n < 0) == (rate.Numerator() < 0) ? start : -start;
 }
 
+std::string Sign(kp_timepoint value) {
+    return value < 0 ? "-" : "";
+}
+
 std::string Padded(std::uint64_t value, std::size_t digits) {
     const std::string text = std::to_string(value);
     return std::string(digits - std::min(digits, text.size()), '0') + text;
@@ -124,7 +128,7 @@ TimePoint& TimePoint::FromString(std::string_view text) {
 
 std::string TimePoint::ToString() const {
     const std::uint64_t magnitude = Magnitude(t_);
-    return (t_ < 0 ? "-" : "") + std::to_string(magnitude / kSecond) + '.' + Padded(magnitude % kSecond, 9);
+    return Sign(t_) + std::to_string(magnitude / kSecond) + '.' + Padded(magnitude % kSecond, 9);
 }
 
 std::string TimePoint::ToDurationString() const {
@@ -134,7 +138,7 @@ std::string TimePoint::ToDurationString() const {
     while (decimals.size() > 3 && decimals.ends_with("000")) {
         decimals.resize(decimals.size() - 3);
     }
-    return (t_ < 0 ? "-" : "") + Padded(seconds / 3600, 2) + ':' + Padded(seconds / 60 % 60, 2) + ':' +
+    return Sign(t_) + Padded(seconds / 3600, 2) + ':' + Padded(seconds / 60 % 60, 2) + ':' +
            Padded(seconds % 60, 2) + '.' + decimals;
 }
 
