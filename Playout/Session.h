@@ -59,18 +59,18 @@ struct TrackInformation {
 
 /// Recordings played in step: the whole road from the output tick to the picture, on the engine.
 ///
-/// A client calls `Tick` once per output tick and shows what the report says. In real time the wall clock says
-/// when; as fast as possible, `WaitForProgress` and `Tick` with a zero delta until the report is ready, then
-/// the next step.
+/// A client calls `Tick` once per output tick and shows what the report says. In real time the wall clock
+/// says when; as fast as possible, `WaitForProgress` and `Tick` with a zero delta until the report is ready,
+/// then the next step.
 ///
 /// *Threads:* bound to one thread. It runs its own workers.
 /// *Blocking:* `Tick`, `GoTo` and `SetSpeed` never wait for storage or a decoder. `WaitForProgress` waits as
 /// long as it is told to. The destructor waits for the read and the decodes in progress.
-/// *Ownership:* owns everything it needs and shares the indexes; the pictures in a report are shared and may be
-/// kept as long as wanted (they then count against nobody's budget but the caller's).
-/// *Errors:* the constructor throws `std::invalid_argument` without recordings and `std::runtime_error` when a
-/// recording cannot be opened. A picture that cannot be read or decoded is reported as missing, and asked for
-/// again later.
+/// *Ownership:* owns everything it needs and shares the indexes; the pictures in a report are shared and may
+/// be kept as long as wanted (they then count against nobody's budget but the caller's). *Errors:* the
+/// constructor throws `std::invalid_argument` without recordings and `std::runtime_error` when a recording
+/// cannot be opened. A picture that cannot be read or decoded is reported as missing, and asked for again
+/// later.
 class TAVRIN_PLAYOUT_EXPORT Session final {
 public:
     explicit Session(std::vector<std::shared_ptr<const RecordingIndex>> recordings,

@@ -1,0 +1,325 @@
+#include "Playout/MediaStream.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Tavrin::Playout {
+
+using Player::Cache;
+using Player::ISample;
+using Player::SampleRate;
+using Player::SampleStatus;
+using Time::TimePoint;
+
+namespace {
+
+/// A picture that cannot be had is not asked for more seldom than this many times the first delay.
+constexpr int kLongestRetryFactor = 32;
+
+}  // namespace
+
+MediaStream::MediaStream(std::shared_ptr<const RecordingIndex> index, const Player::TrackId& track,
+                         const SampleRate& displayRate, const StreamWindow& window,
+                         Player::ExistingCacheUpdateQueues& registry)
+    : Stream(track.Id()),
+      index_(std::move(index)),
+      registry_(registry),
+      window_(window),
+      end_(index_->End()),
+      retryDelay_(window.retryAfter),
+      nextRetry_(std::chrono::steady_clock::now() + window.retryAfter) {
+    StreamParameters parameters;
+    parameters.type_ = "recording";
+    parameters.interlace_ = index_->Description().interlaced;
+    parameters.compressedSampleRate_ = index_->Rate();
+    parameters.uncompressedSampleRate_ = index_->Rate();
+    parameters.displayRate_ = displayRate;
+    parameters.trackId_ = track;
+    parameters.nbPreloading_ = window.nbCompressedAhead;
+    parameters.nbDecoding_ = window.nbDecodedAhead;
+    parameters.width_ = index_->Description().width;
+    parameters.height_ = index_->Description().height;
+    MediaStream::SetStreamParameters(parameters);
+    registry_.InsertExistingQueue(compressed_.GetQueue());
+    registry_.InsertExistingQueue(decoded_.GetQueue());
+}
+
+MediaStream::~MediaStream() {
+    registry_.RemoveExistingQueue(compressed_.GetQueue());
+    registry_.RemoveExistingQueue(decoded_.GetQueue());
+}
+
+TimePoint MediaStream::Begin() {
+    return begin_;
+}
+
+void MediaStream::SetBegin(const TimePoint& tp) {
+    begin_ = tp;
+}
+
+TimePoint MediaStream::End() {
+    return end_;
+}
+
+void MediaStream::SetEnd(const TimePoint& tp) {
+    end_ = tp;
+}
+
+bool MediaStream::Exists(const TimePoint& tp) {
+    return begin_ <= tp && tp < end_ && index_->PictureAtTime(tp).has_value();
+}
+
+TimePoint MediaStream::Next(const TimePoint& tp) {
+    return TimePoint::StartOfSample(tp.SampleNumber(index_->Rate()) + 1, index_->Rate());
+}
+
+TimePoint MediaStream::Previous(const TimePoint& tp) {
+    return TimePoint::StartOfSample(tp.SampleNumber(index_->Rate()) - 1, index_->Rate());
+}
+
+void MediaStream::SetStreamParameters(const StreamParameters& parameters) {
+    parameters_ = parameters;
+    parameters_.preloadQueue_ = &preloadQueue_;
+    parameters_.decodeQueue_ = &decodeQueue_;
+    ConfigurePlanners();
+}
+
+void MediaStream::ConfigurePlanners() {
+    for (Cache* cache : {&compressed_, &decoded_}) {
+        cache->SetTrackId(parameters_.trackId_);
+        cache->SetStreamSampleRate(index_->Rate());
+    }
+    for (Player::PreloadTimePointGenerator* planner : {&compressedPlanner_, &decodedPlanner_}) {
+        planner->SetSampleRate(index_->Rate());
+        planner->SetDisplayRate(parameters_.displayRate_);
+        planner->SetTrackId(parameters_.trackId_);
+    }
+    compressedPlanner_.SetCache(&compressed_);
+    compressedPlanner_.SetNumberPreloads(parameters_.nbPreloading_);
+    decodedPlanner_.SetCache(&decoded_);
+    decodedPlanner_.SetNumberPreloads(parameters_.nbDecoding_);
+}
+
+const MediaStream::StreamParameters& MediaStream::GetStreamParameters() {
+    return parameters_;
+}
+
+void MediaStream::LinkPlayer(Player::IPlayer* player) {
+    player_ = player;
+}
+
+void MediaStream::UnlinkPlayer() {
+    player_ = nullptr;
+}
+
+bool MediaStream::IsLinked() {
+    return player_ != nullptr;
+}
+
+Player::CacheUpdateQueue* MediaStream::GetCacheUpdateQueue() {
+    return compressed_.GetQueue();
+}
+
+Player::CacheUpdateQueue* MediaStream::GetUncompressedCacheUpdateQueue() {
+    return decoded_.GetQueue();
+}
+
+void MediaStream::SetCompressedPreloadNumber(std::size_t nb) {
+    parameters_.nbPreloading_ = nb;
+    compressedPlanner_.SetNumberPreloads(nb);
+}
+
+std::int32_t MediaStream::DebugPreloadQueueSize() {
+    return static_cast<std::int32_t>(preloadQueue_.GetSize());
+}
+
+const TimePoint& MediaStream::Now() const {
+    return player_->GetCurrentTimePoint();
+}
+
+SampleRate MediaStream::FetchRate() const {
+    const SampleRate needed =
+        SampleRate::TimeSamplingRate(index_->Rate(), player_->GetSpeed(), parameters_.displayRate_);
+    return needed.Positive() ? SampleRate::StreamPreloadRate(index_->Rate(), needed) : index_->Rate();
+}
+
+/// The sample to fetch for the play head.
+TimePoint MediaStream::Needed() const {
+    return Now().AlignWith(FetchRate());
+}
+
+/// The decoded sample for the play head: the exact one where it is there, else that of the rate fetched.
+Cache::EntryType MediaStream::Find(ISample** sample) {
+    const Cache::EntryType exact = decoded_.GetSample(Now(), index_->Rate(), sample, false);
+    return exact == Cache::Valid ? exact : decoded_.GetSample(Now(), FetchRate(), sample, false);
+}
+
+SampleStatus MediaStream::GetCurrentSample(ISample** sample) {
+    if (!IsLinked()) {
+        return SampleStatus::Unlinked;
+    }
+    ISample* found = nullptr;
+    const bool exists = Exists(Now());
+    const Cache::EntryType type = exists ? Find(&found) : Cache::Missing;
+    currentSampleIsEmpty = type == Cache::Missing;
+    if (type == Cache::Missing) {
+        shownPicture_.reset();
+        return SampleStatus::Empty;
+    }
+    if (type != Cache::Valid) {
+        return SampleStatus::NotReady;
+    }
+    *sample = found;
+    const auto& decoded = static_cast<const DecodedSample&>(*found);
+    const bool same = shownPicture_ == decoded.PictureNumber();
+    shownPicture_ = decoded.PictureNumber();
+    return same ? SampleStatus::Same : SampleStatus::New;
+}
+
+bool MediaStream::IsReady() {
+    if (!IsLinked() || !Exists(Now())) {
+        return true;
+    }
+    ISample* sample = nullptr;
+    const Cache::EntryType type = Find(&sample);
+    return type == Cache::Valid || type == Cache::Missing;
+}
+
+bool MediaStream::CurrentIsMissing() {
+    ISample* sample = nullptr;
+    return IsLinked() && Exists(Now()) && Find(&sample) == Cache::Missing;
+}
+
+void MediaStream::Intake() {
+    const std::size_t nbFiled = compressed_.Update() + decoded_.Update();
+    nbAnswers_ += nbFiled - nbOwnAnswers_;
+    nbOwnAnswers_ = 0;
+}
+
+void MediaStream::Plan() {
+    if (!IsLinked()) {
+        return;
+    }
+    Evict();
+    RetryMissing();
+    AskForCompressed(Needed());
+    AskForDecoded(Needed());
+    if (!preloading_) {
+        return;
+    }
+    TimePoint tp;
+    compressedPlanner_.Update(player_);
+    while (compressedPlanner_.Get(tp)) {
+        AskForCompressed(tp);
+    }
+    decodedPlanner_.Update(player_);
+    while (decodedPlanner_.Get(tp)) {
+        AskForDecoded(tp);
+    }
+}
+
+void MediaStream::AskForCompressed(const TimePoint& tp) {
+    if (!Exists(tp) || compressed_.InsertPendingEntry(tp)) {
+        return;
+    }
+    preloadQueue_.Push(
+        Player::PreloadOrder(tp, index_->Rate(), compressed_.GetQueue(), parameters_.trackId_));
+}
+
+void MediaStream::AskForDecoded(const TimePoint& tp) {
+    if (!Exists(tp)) {
+        return;
+    }
+    ISample* compressed = nullptr;
+    switch (compressed_.GetSample(tp, index_->Rate(), &compressed, false)) {
+        case Cache::Not_Found:
+            AskForCompressed(tp);
+            return;
+        case Cache::Pending:
+            return;
+        case Cache::Missing:
+            if (!decoded_.InsertPendingEntry(tp)) {
+                AnswerWithNothing(*decoded_.GetQueue(), tp);
+            }
+            return;
+        case Cache::Valid:
+            if (!decoded_.InsertPendingEntry(tp)) {
+                Decode(*compressed, tp);
+            }
+            return;
+    }
+}
+
+void MediaStream::Decode(ISample& compressed, const TimePoint& tp) {
+    Player::DecodeOrder order;
+    order.toDecode_ = &compressed;
+    order.orderTp_ = tp;
+    order.queue_ = decoded_.GetQueue();
+    order.width_ = parameters_.width_;
+    order.height_ = parameters_.height_;
+    compressed.Protect(1);
+    decodeQueue_.Push(order);
+}
+
+void MediaStream::AnswerWithNothing(Player::CacheUpdateQueue& queue, const TimePoint& tp) {
+    Player::Output nothing;
+    nothing.tp_ = tp;
+    queue.Push(nothing);
+    ++nbOwnAnswers_;
+}
+
+void MediaStream::Evict() {
+    Evict(decoded_, window_.nbDecodedAhead, window_.nbDecodedBehind);
+    Evict(compressed_, std::max(parameters_.nbPreloading_, window_.nbDecodedAhead), window_.nbDecodedBehind);
+}
+
+void MediaStream::Evict(Cache& cache, std::size_t nbAhead, std::size_t nbBehind) {
+    const SampleRate rate = FetchRate();
+    const std::int64_t number = Now().SampleNumber(rate);
+    auto before = static_cast<std::int64_t>(nbBehind);
+    auto after = static_cast<std::int64_t>(nbAhead);
+    if (player_->GetSpeed().Numerator() == 0) {
+        before = after;
+    } else if (!player_->GetSpeed().Positive()) {
+        std::swap(before, after);
+    }
+    cache.EraseBefore(TimePoint::StartOfSample(std::max<std::int64_t>(number - before, 0), rate));
+    cache.EraseAfter(TimePoint::StartOfSample(number + after + 1, rate), Cache::Not_Found);
+}
+
+void MediaStream::RetryMissing() {
+    const auto now = std::chrono::steady_clock::now();
+    if (now < nextRetry_) {
+        return;
+    }
+    ForgetMissing();
+    retryDelay_ = std::min(retryDelay_ * 2, window_.retryAfter * kLongestRetryFactor);
+    nextRetry_ = now + retryDelay_;
+}
+
+/// Removes the entries without a sample, so that their samples are asked for again.
+void MediaStream::ForgetMissing() {
+    for (Cache* cache : {&compressed_, &decoded_}) {
+        cache->EraseAfter(cache->GetFirstEntry() - TimePoint().FromNanoseconds(1), Cache::Missing);
+    }
+}
+
+void MediaStream::Withdraw() {
+    Player::PreloadOrder preload;
+    while (preloadQueue_.Pop(preload)) {
+        AnswerWithNothing(*preload.queue_, preload.tp_);
+        ++nbWithdrawn_;
+    }
+    Player::DecodeOrder decode;
+    while (decodeQueue_.Pop(decode)) {
+        decode.toDecode_->Unprotect(1);
+        AnswerWithNothing(*decode.queue_, decode.orderTp_);
+        ++nbWithdrawn_;
+    }
+    Intake();
+    ForgetMissing();
+    retryDelay_ = window_.retryAfter;
+    nextRetry_ = std::chrono::steady_clock::now() + retryDelay_;
+}
+
+}  // namespace Tavrin::Playout

@@ -1,0 +1,137 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "Player/Cache.h"
+#include "Player/DecodeOrderQueue.h"
+#include "Player/ExistingCacheUpdateQueues.h"
+#include "Player/IStream.h"
+#include "Player/PreloadOrderQueue.h"
+#include "Player/PreloadTimePointGenerator.h"
+#include "Player/SampleRate.h"
+#include "Playout/DecodedSample.h"
+#include "Playout/PlayoutExport.h"
+#include "Playout/RecordingIndex.h"
+#include "Time/TimePoint.h"
+
+namespace Tavrin::Playout {
+
+/// How far a stream looks around the play head, in samples of the rate that is fetched at the current speed.
+struct StreamWindow {
+    std::size_t nbDecodedAhead = 16;
+    std::size_t nbDecodedBehind = 8;
+    std::size_t nbCompressedAhead = 40;
+    std::chrono::milliseconds retryAfter{1000};  ///< Before a picture that cannot be had is asked for again.
+};
+
+/// A recording as a track of the engine: a cache of compressed and one of decoded samples, a planner for
+/// each, and the queues of the orders for what they lack.
+///
+/// At each tick its owner calls `Intake`, lets the player move, asks `GetCurrentSample`, and calls `Plan`:
+///
+///     compressed planner -> preload queue -> (worker) -> compressed cache
+///     decoded planner, compressed cache -> decode queue -> (worker) -> decoded cache -> GetCurrentSample
+///
+/// At speeds at which the display cannot show every picture, only the samples of a coarser rate are fetched,
+/// and the one that the play head falls in is shown.
+///
+/// *Threads:* bound to one thread, the one that drives the player. *Blocking:* never.
+/// *Ownership:* owns its caches and queues, which it registers on construction and removes on destruction; by
+/// then no worker may serve its order queues any more. Borrows the registry and the player it is linked to.
+/// *Errors:* none of its own. A sample that cannot be had becomes missing, and is asked for again later.
+class TAVRIN_PLAYOUT_EXPORT MediaStream final : public Player::Stream {
+public:
+    MediaStream(std::shared_ptr<const RecordingIndex> index, const Player::TrackId& track,
+                const Player::SampleRate& displayRate, const StreamWindow& window,
+                Player::ExistingCacheUpdateQueues& registry);
+    ~MediaStream() override;
+
+    [[nodiscard]] Time::TimePoint Begin() override;
+    void SetBegin(const Time::TimePoint& tp) override;
+    [[nodiscard]] Time::TimePoint End() override;
+    void SetEnd(const Time::TimePoint& tp) override;
+    [[nodiscard]] bool Exists(const Time::TimePoint& tp) override;
+    [[nodiscard]] Time::TimePoint Next(const Time::TimePoint& tp) override;
+    [[nodiscard]] Time::TimePoint Previous(const Time::TimePoint& tp) override;
+
+    /// `Empty` outside of the recording and where the picture cannot be had. `Same` is told by the picture:
+    /// one that stays on display for several samples is the same.
+    [[nodiscard]] Player::SampleStatus GetCurrentSample(Player::ISample** sample) override;
+
+    /// Replaces the parameters but for the queues, which are the stream's own.
+    void SetStreamParameters(const StreamParameters& parameters) override;
+    [[nodiscard]] const StreamParameters& GetStreamParameters() override;
+    void LinkPlayer(Player::IPlayer* player) override;
+    void UnlinkPlayer() override;
+    [[nodiscard]] bool IsLinked() override;
+    [[nodiscard]] bool IsReady() override;
+    [[nodiscard]] Player::CacheUpdateQueue* GetCacheUpdateQueue() override;
+    [[nodiscard]] Player::CacheUpdateQueue* GetUncompressedCacheUpdateQueue() override;
+    void SetCompressedPreloadNumber(std::size_t nb) override;
+    [[nodiscard]] std::int32_t DebugPreloadQueueSize() override;
+
+    /// Files what the workers have delivered.
+    void Intake();
+
+    /// Drops what is far from the play head and orders what is near it, nearest first.
+    void Plan();
+
+    /// Takes the orders that no worker has begun out of the queues and answers them, so that none of their
+    /// entries stays pending, and forgets what could not be had: for a jump or a change of direction, after
+    /// which `Plan` orders what matters then.
+    void Withdraw();
+
+    /// Whether the picture at the play head is one that cannot be had (rather than none being there).
+    [[nodiscard]] bool CurrentIsMissing();
+
+    /// The rate that is fetched at the player's speed: the recording's, halved until the display can show it.
+    [[nodiscard]] Player::SampleRate FetchRate() const;
+
+    /// Answers of workers filed so far.
+    [[nodiscard]] std::uint64_t NbAnswers() const { return nbAnswers_; }
+    [[nodiscard]] std::uint64_t NbWithdrawn() const { return nbWithdrawn_; }
+    [[nodiscard]] const Player::Cache& Compressed() const { return compressed_; }
+    [[nodiscard]] const Player::Cache& Decoded() const { return decoded_; }
+
+private:
+    [[nodiscard]] const Time::TimePoint& Now() const;
+    [[nodiscard]] Time::TimePoint Needed() const;
+    [[nodiscard]] Player::Cache::EntryType Find(Player::ISample** sample);
+    void AskForCompressed(const Time::TimePoint& tp);
+    void AskForDecoded(const Time::TimePoint& tp);
+    void Decode(Player::ISample& compressed, const Time::TimePoint& tp);
+    void AnswerWithNothing(Player::CacheUpdateQueue& queue, const Time::TimePoint& tp);
+    void Evict();
+    void Evict(Player::Cache& cache, std::size_t nbAhead, std::size_t nbBehind);
+    void RetryMissing();
+    void ForgetMissing();
+    void ConfigurePlanners();
+
+    std::shared_ptr<const RecordingIndex> index_;
+    Player::ExistingCacheUpdateQueues& registry_;
+    StreamWindow window_;
+    StreamParameters parameters_;
+    Time::TimePoint begin_;
+    Time::TimePoint end_;
+    Player::IPlayer* player_ = nullptr;
+
+    Player::Cache compressed_;
+    Player::Cache decoded_;
+    Player::PreloadTimePointGenerator compressedPlanner_;
+    Player::PreloadTimePointGenerator decodedPlanner_;
+    Player::PreloadOrderQueue preloadQueue_;
+    Player::DecodeOrderQueue decodeQueue_;
+
+    std::optional<std::size_t> shownPicture_;
+    std::chrono::milliseconds retryDelay_;
+    std::chrono::steady_clock::time_point nextRetry_;
+    std::uint64_t nbAnswers_ = 0;
+    std::uint64_t nbOwnAnswers_ = 0;  ///< In the queues, not yet filed, by this stream itself.
+    std::uint64_t nbWithdrawn_ = 0;
+};
+
+}  // namespace Tavrin::Playout

@@ -1,0 +1,27 @@
+#include "Playout/PictureSize.h"
+
+#include <algorithm>
+
+#include "Playout/RecordingIndex.h"
+
+extern "C" {
+#include <libavutil/imgutils.h>
+#include <libavutil/pixdesc.h>
+}
+
+namespace Tavrin::Playout {
+
+std::size_t DecodedPictureBytes(const RecordingIndex& recording) {
+    const RecordingDescription& description = recording.Description();
+    constexpr int kAlignment = 32;  // Of rows, as the decoders allocate them.
+    const int bytes = av_image_get_buffer_size(av_get_pix_fmt(description.pixelFormat.c_str()),
+                                               description.width, description.height, kAlignment);
+    if (bytes > 0) {
+        return static_cast<std::size_t>(bytes);
+    }
+    constexpr std::size_t kBytesPerPixel = 4;
+    return kBytesPerPixel * static_cast<std::size_t>(std::max(description.width, 0)) *
+           static_cast<std::size_t>(std::max(description.height, 0));
+}
+
+}  // namespace Tavrin::Playout

@@ -1,0 +1,376 @@
+#include "Playout/Session.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+#include "Player/DecodeThread.h"
+#include "Player/ExistingCacheUpdateQueues.h"
+#include "Player/Player.h"
+#include "Player/PreloadThread.h"
+#include "Playout/MediaDecoder.h"
+#include "Playout/MediaStream.h"
+#include "Playout/PictureSize.h"
+
+namespace Tavrin::Playout {
+
+using Player::SampleRate;
+using Player::SampleStatus;
+using Time::TimePoint;
+
+namespace {
+
+/// Fewer pictures than this ahead of the play head cannot hide the time that one decode takes.
+constexpr std::size_t kFewestAhead = 4;
+
+/// Compressed samples beyond the decoded ones: they are small, and reading ahead hides the storage.
+constexpr std::size_t kCompressedBeyondDecoded = 25;
+
+SampleRate HighestRate(const std::vector<std::shared_ptr<const RecordingIndex>>& recordings) {
+    SampleRate highest;
+    for (const auto& recording : recordings) {
+        highest = recording->Rate() > highest ? recording->Rate() : highest;
+    }
+    return highest;
+}
+
+/// The pictures that a share of memory holds: two thirds of it ahead of the play head, one third behind.
+StreamWindow WindowFor(const RecordingIndex& recording, std::size_t bytes, const SessionOptions& options) {
+    const std::size_t nbFitting = bytes / std::max<std::size_t>(DecodedPictureBytes(recording), 1);
+    StreamWindow window;
+    window.nbDecodedAhead =
+        std::clamp(nbFitting * 2 / 3, kFewestAhead, std::max(kFewestAhead, options.nbAhead));
+    window.nbDecodedBehind = window.nbDecodedAhead / 2;
+    window.nbCompressedAhead = window.nbDecodedAhead + kCompressedBeyondDecoded;
+    window.retryAfter = options.retryAfter;
+    return window;
+}
+
+/// Counts what the workers announce, so that the session's thread can wait for it.
+class Announcements {
+public:
+    void Add() {
+        {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            ++nb_;
+        }
+        changed_.notify_one();
+    }
+
+    /// Waits until more than `nbSeen` were announced; whether they were.
+    bool WaitForMoreThan(std::uint64_t nbSeen, std::chrono::milliseconds timeout) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return changed_.wait_for(lock, timeout, [&] { return nb_ > nbSeen; });
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::uint64_t nb_ = 0;
+};
+
+}  // namespace
+
+bool TickReport::IsReady() const {
+    return std::none_of(tracks.begin(), tracks.end(),
+                        [](const TrackView& view) { return view.status == SampleStatus::NotReady; });
+}
+
+class Session::Impl {
+public:
+    Impl(std::vector<std::shared_ptr<const RecordingIndex>> recordings, const SessionOptions& options);
+    ~Impl();
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
+
+    TickReport Tick(const TimePoint& delta);
+    bool WaitForProgress(std::chrono::milliseconds timeout);
+    void SetSpeed(const Time::Ratio& speed);
+    void GoTo(const TimePoint& tp);
+    TrackInformation GetInformation(std::size_t track) const;
+
+    const RecordingIndex& Recording(std::size_t track) const { return *recordings_.at(track); }
+    std::size_t NbTracks() const { return recordings_.size(); }
+    const SampleRate& DisplayRate() const { return displayRate_; }
+    const Player::Player& PlayHead() const { return player_; }
+    MediaPreloader& Preloader() { return preloader_; }
+
+private:
+    struct Track {
+        Player::TrackId id;
+        std::unique_ptr<MediaStream> stream;
+        TrackView view;
+        TrackInformation counts;
+    };
+
+    void AddTrack(std::size_t number, const SessionOptions& options);
+    void StartWorkers(const SessionOptions& options);
+    void StopWorkers();
+    void Intake();
+    bool AllReady();
+    void Look(Track& track, bool isStep);
+    static void Count(Track& track, const TrackView& before, bool isStep);
+    void WithdrawAll();
+    std::uint64_t NbAnswers() const;
+
+    std::vector<std::shared_ptr<const RecordingIndex>> recordings_;
+    SampleRate displayRate_;
+    Announcements announcements_;
+    Player::ExistingCacheUpdateQueues registry_;
+    MediaPreloader preloader_;
+    MediaDecoder decoder_;
+    Player::Player player_;
+    std::vector<Track> tracks_;
+    std::vector<std::unique_ptr<Player::PreloadThread>> preloadWorkers_;
+    std::vector<std::unique_ptr<Player::DecodeThread>> decodeWorkers_;
+    std::uint64_t nbTicks_ = 0;
+};
+
+Session::Impl::Impl(std::vector<std::shared_ptr<const RecordingIndex>> recordings,
+                    const SessionOptions& options)
+    : recordings_(std::move(recordings)) {
+    if (recordings_.empty()) {
+        throw std::invalid_argument("Session: no recordings, at least one is needed");
+    }
+    displayRate_ = options.displayRate.Positive() ? options.displayRate : HighestRate(recordings_);
+    preloader_.SetExistingCacheUpdateQueues(&registry_);
+    preloader_.SetDeliveryHook([this](const auto&, auto) { announcements_.Add(); });
+    decoder_.SetDecodedHook([this](const auto&, auto) { announcements_.Add(); });
+    for (std::size_t number = 0; number < recordings_.size(); ++number) {
+        AddTrack(number, options);
+    }
+    StartWorkers(options);
+}
+
+void Session::Impl::AddTrack(std::size_t number, const SessionOptions& options) {
+    // Half of the memory is for the caches, half for the decoders' stores.
+    const std::size_t share = options.decodedBytes / 2 / recordings_.size();
+    const std::shared_ptr<const RecordingIndex>& recording = recordings_[number];
+    Track track;
+    track.id = Player::TrackId(Player::StorageId(recording->File(), recording->Stream()),
+                               static_cast<std::int64_t>(number));
+    MediaDecoderOptions decoding;
+    decoding.lane.storeBytes = share / decoding.nbLanes;
+    preloader_.AddTrack(track.id, recording);
+    decoder_.AddTrack(track.id, recording, decoding);
+    track.stream = std::make_unique<MediaStream>(recording, track.id, displayRate_,
+                                                 WindowFor(*recording, share, options), registry_);
+    track.stream->LinkPlayer(&player_);
+    player_.AttachStream(track.stream.get());
+    tracks_.push_back(std::move(track));
+}
+
+void Session::Impl::StartWorkers(const SessionOptions& options) {
+    const std::size_t nbPreloadWorkers = std::max<std::size_t>(options.nbPreloadWorkers, 1);
+    for (std::size_t i = 0; i < nbPreloadWorkers; ++i) {
+        preloadWorkers_.push_back(std::make_unique<Player::PreloadThread>());
+        preloadWorkers_.back()->SetPreloader(&preloader_);
+    }
+    for (std::size_t i = 0; i < std::max<std::size_t>(options.nbDecodeWorkers, 1); ++i) {
+        decodeWorkers_.push_back(std::make_unique<Player::DecodeThread>());
+        decodeWorkers_.back()->SetDecoder(&decoder_);
+        decodeWorkers_.back()->SetExistingUncompressedCacheUpdateQueues(&registry_);
+    }
+    for (std::size_t i = 0; i < tracks_.size(); ++i) {
+        const auto& parameters = tracks_[i].stream->GetStreamParameters();
+        // One reader per track: reads of one file run one after the other anyway, and a second worker that
+        // waited for the first would be lost to the other tracks.
+        preloadWorkers_[i % nbPreloadWorkers]->SetPreloadOrderQueue(parameters.preloadQueue_);
+        for (const auto& worker : decodeWorkers_) {
+            worker->AddDecodeOrderQueue(parameters.decodeQueue_);
+        }
+    }
+    for (const auto& worker : preloadWorkers_) {
+        worker->Start();
+    }
+    for (const auto& worker : decodeWorkers_) {
+        worker->Start();
+    }
+}
+
+Session::Impl::~Impl() {
+    player_.DetachAllStreams();
+    StopWorkers();
+    // The streams take their queues off the registry themselves.
+    tracks_.clear();
+}
+
+void Session::Impl::StopWorkers() {
+    for (const Track& track : tracks_) {
+        const auto& parameters = track.stream->GetStreamParameters();
+        for (const auto& worker : preloadWorkers_) {
+            worker->RemovePreloadOrderQueue(parameters.preloadQueue_);
+        }
+        for (const auto& worker : decodeWorkers_) {
+            worker->RemoveDecodeOrderQueue(parameters.decodeQueue_);
+        }
+    }
+    preloadWorkers_.clear();
+    decodeWorkers_.clear();
+}
+
+TickReport Session::Impl::Tick(const TimePoint& delta) {
+    Intake();
+    TickReport report;
+    report.tick = nbTicks_++;
+    report.moved = AllReady();
+    player_.Update(delta);
+    report.time = player_.GetCurrentTimePoint();
+    for (Track& track : tracks_) {
+        Look(track, delta != TimePoint());
+        track.stream->Plan();
+        report.tracks.push_back(track.view);
+    }
+    return report;
+}
+
+void Session::Impl::Intake() {
+    for (Track& track : tracks_) {
+        track.stream->Intake();
+    }
+}
+
+bool Session::Impl::AllReady() {
+    return std::all_of(tracks_.begin(), tracks_.end(),
+                       [](const Track& track) { return track.stream->IsReady(); });
+}
+
+void Session::Impl::Look(Track& track, bool isStep) {
+    const TrackView before = track.view;
+    TrackView& view = track.view;
+    Player::ISample* sample = nullptr;
+    view.status = track.stream->GetCurrentSample(&sample);
+    view.missing = view.status == SampleStatus::Empty && track.stream->CurrentIsMissing();
+    if (sample != nullptr) {
+        view.picture = static_cast<const DecodedSample&>(*sample).Content();
+    } else if (view.status == SampleStatus::Empty && !view.missing) {
+        view.picture = nullptr;
+    }
+    Count(track, before, isStep);
+}
+
+/// A tick with a zero delta only looks again, so it counts only what it has newly found.
+void Session::Impl::Count(Track& track, const TrackView& before, bool isStep) {
+    const TrackView& view = track.view;
+    TrackInformation& counts = track.counts;
+    counts.nbShown += view.status == SampleStatus::New ? 1 : 0;
+    counts.nbRepeated += isStep && view.status == SampleStatus::Same ? 1 : 0;
+    counts.nbLate += isStep && view.status == SampleStatus::NotReady ? 1 : 0;
+    counts.nbMissing += view.missing && (isStep || !before.missing) ? 1 : 0;
+}
+
+bool Session::Impl::WaitForProgress(std::chrono::milliseconds timeout) {
+    const bool progressed = announcements_.WaitForMoreThan(NbAnswers(), timeout);
+    if (progressed) {
+        // A decode is announced just before its picture is delivered: let the worker get that far.
+        std::this_thread::yield();
+    }
+    return progressed;
+}
+
+std::uint64_t Session::Impl::NbAnswers() const {
+    std::uint64_t nb = 0;
+    for (const Track& track : tracks_) {
+        nb += track.stream->NbAnswers();
+    }
+    return nb;
+}
+
+void Session::Impl::SetSpeed(const Time::Ratio& speed) {
+    const auto fetchRate = [this] { return tracks_.front().stream->FetchRate(); };
+    const Time::Ratio oldSpeed = player_.GetSpeed();
+    const SampleRate oldRate = fetchRate();
+    player_.SetSpeed(speed);
+    const bool turns = oldSpeed.Positive() != speed.Positive();
+    if (turns || oldRate != fetchRate()) {
+        WithdrawAll();
+    }
+}
+
+void Session::Impl::GoTo(const TimePoint& tp) {
+    player_.GoTo(tp);
+    WithdrawAll();
+}
+
+void Session::Impl::WithdrawAll() {
+    for (Track& track : tracks_) {
+        track.stream->Withdraw();
+    }
+}
+
+TrackInformation Session::Impl::GetInformation(std::size_t number) const {
+    const Track& track = tracks_.at(number);
+    const auto decoded = track.stream->Decoded().GetInformation();
+    const auto compressed = track.stream->Compressed().GetInformation();
+    TrackInformation information = track.counts;
+    information.nbWithdrawn = track.stream->NbWithdrawn();
+    information.nbReady = static_cast<std::size_t>(decoded.nbValidSamples_);
+    information.nbPending =
+        static_cast<std::size_t>(decoded.nbPendingSamples_ + compressed.nbPendingSamples_);
+    information.reading = preloader_.GetInformation(track.id);
+    information.decoding = decoder_.GetInformation(track.id);
+    return information;
+}
+
+Session::Session(std::vector<std::shared_ptr<const RecordingIndex>> recordings, const SessionOptions& options)
+    : impl_(std::make_unique<Impl>(std::move(recordings), options)) {
+}
+
+Session::~Session() = default;
+
+std::size_t Session::NbTracks() const {
+    return impl_->NbTracks();
+}
+
+const RecordingIndex& Session::Recording(std::size_t track) const {
+    return impl_->Recording(track);
+}
+
+const SampleRate& Session::DisplayRate() const {
+    return impl_->DisplayRate();
+}
+
+TimePoint Session::End() const {
+    TimePoint end;
+    for (std::size_t track = 0; track < NbTracks(); ++track) {
+        end = std::max(end, Recording(track).End());
+    }
+    return end;
+}
+
+const TimePoint& Session::CurrentTime() const {
+    return impl_->PlayHead().GetCurrentTimePoint();
+}
+
+Time::Ratio Session::Speed() const {
+    return impl_->PlayHead().GetSpeed();
+}
+
+void Session::SetSpeed(const Time::Ratio& speed) {
+    impl_->SetSpeed(speed);
+}
+
+void Session::GoTo(const TimePoint& tp) {
+    impl_->GoTo(tp);
+}
+
+TickReport Session::Tick(const TimePoint& delta) {
+    return impl_->Tick(delta);
+}
+
+bool Session::WaitForProgress(std::chrono::milliseconds timeout) {
+    return impl_->WaitForProgress(timeout);
+}
+
+TrackInformation Session::GetInformation(std::size_t track) const {
+    return impl_->GetInformation(track);
+}
+
+MediaPreloader& Session::Preloader() {
+    return impl_->Preloader();
+}
+
+}  // namespace Tavrin::Playout
