@@ -4,10 +4,8 @@
 
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <stdexcept>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -19,412 +17,14 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace qor::kp::logging;
-using Testing::AddressText;
 using Testing::LetOthersRun;
 using Testing::LogLine;
-using Testing::MillisecondsIn;
 using Testing::Observed;
 using Testing::OrderAt;
 using Testing::ScopedRecorder;
-using Testing::ScopedSilence;
 using Testing::ScriptedPreloader;
 using Testing::SpendAtLeast;
-using Testing::Track;
 using Numbers = std::vector<std::int64_t>;
-
-/// The sample numbers of everything that `Dequeue` yields, in its order.
-Numbers TakeAll(IPreloadThread& worker) {
-    Numbers numbers;
-    PreloadOrder order;
-    while (worker.Dequeue(order)) {
-        numbers.push_back(order.tp_.SampleNumber(order.s_));
-    }
-    return numbers;
-}
-
-void PushNumbers(PreloadOrderQueue& queue, const Numbers& numbers, CacheUpdateQueue* answers = nullptr) {
-    for (const std::int64_t number : numbers) {
-        queue.Push(OrderAt(number, answers));
-    }
-}
-
-// ---- The turn of the queues -------------------------------------------------------------------------------
-
-class PreloadThreadTurn : public testing::Test {
-protected:
-    PreloadOrderQueue a_;
-    PreloadOrderQueue b_;
-    PreloadOrderQueue c_;
-    PreloadThread worker_;
-    PreloadOrder order_;
-};
-
-TEST_F(PreloadThreadTurn, WithoutAnyQueueDequeueReturnsFalseAndLeavesTheOrderAlone) {
-    order_ = OrderAt(7, nullptr);
-    EXPECT_FALSE(worker_.Dequeue(order_));
-    EXPECT_EQ(order_, OrderAt(7, nullptr));
-}
-
-TEST_F(PreloadThreadTurn, WithEmptyQueuesDequeueReturnsFalseAndLeavesTheOrderAlone) {
-    worker_.SetPreloadOrderQueue(&a_);
-    worker_.SetPreloadOrderQueue(&b_);
-    order_ = OrderAt(7, nullptr);
-    EXPECT_FALSE(worker_.Dequeue(order_));
-    EXPECT_EQ(order_, OrderAt(7, nullptr));
-}
-
-TEST_F(PreloadThreadTurn, AfterTheLastQueueIsRemovedDequeueReturnsFalse) {
-    worker_.SetPreloadOrderQueue(&a_);
-    PushNumbers(a_, {1, 2});
-    ASSERT_TRUE(worker_.Dequeue(order_));
-    worker_.RemovePreloadOrderQueue(&a_);
-    EXPECT_FALSE(worker_.Dequeue(order_));
-    EXPECT_EQ(a_.GetSize(), 1u);
-}
-
-TEST_F(PreloadThreadTurn, AQueueAttachedAgainAfterAllWereRemovedIsServed) {
-    worker_.SetPreloadOrderQueue(&a_);
-    worker_.RemovePreloadOrderQueue(&a_);
-    worker_.SetPreloadOrderQueue(&b_);
-    PushNumbers(b_, {4});
-    EXPECT_EQ(TakeAll(worker_), Numbers({4}));
-}
-
-TEST_F(PreloadThreadTurn, ThreeFullQueuesYieldOneOrderEachInTurn) {
-    for (PreloadOrderQueue* queue : {&a_, &b_, &c_}) {
-        worker_.SetPreloadOrderQueue(queue);
-    }
-    PushNumbers(a_, {10, 11, 12});
-    PushNumbers(b_, {20, 21, 22});
-    PushNumbers(c_, {30, 31, 32});
-    EXPECT_EQ(TakeAll(worker_), Numbers({10, 20, 30, 11, 21, 31, 12, 22, 32}));
-}
-
-TEST_F(PreloadThreadTurn, IfOnlyTheThirdQueueHoldsOrdersEveryOneComesFromIt) {
-    for (PreloadOrderQueue* queue : {&a_, &b_, &c_}) {
-        worker_.SetPreloadOrderQueue(queue);
-    }
-    PushNumbers(c_, {30, 31, 32});
-    EXPECT_EQ(TakeAll(worker_), Numbers({30, 31, 32}));
-}
-
-TEST_F(PreloadThreadTurn, AnEmptyQueueIsSkippedAndKeepsItsPlace) {
-    for (PreloadOrderQueue* queue : {&a_, &b_, &c_}) {
-        worker_.SetPreloadOrderQueue(queue);
-    }
-    PushNumbers(a_, {10, 11});
-    PushNumbers(c_, {30, 31});
-    EXPECT_EQ(TakeAll(worker_), Numbers({10, 30, 11, 31}));
-}
-
-TEST_F(PreloadThreadTurn, AttachingTheSameQueueTwiceAttachesItOnce) {
-    worker_.SetPreloadOrderQueue(&a_);
-    worker_.SetPreloadOrderQueue(&a_);
-    worker_.SetPreloadOrderQueue(&b_);
-    PushNumbers(a_, {10, 11});
-    PushNumbers(b_, {20});
-    EXPECT_EQ(TakeAll(worker_), Numbers({10, 20, 11}));
-}
-
-TEST_F(PreloadThreadTurn, AQueueAttachedTwiceIsGoneAfterOneRemoval) {
-    worker_.SetPreloadOrderQueue(&a_);
-    worker_.SetPreloadOrderQueue(&a_);
-    worker_.RemovePreloadOrderQueue(&a_);
-    PushNumbers(a_, {10});
-    EXPECT_FALSE(worker_.Dequeue(order_));
-}
-
-TEST_F(PreloadThreadTurn, RemovingAQueueRestartsTheScanAtTheFirst) {
-    for (PreloadOrderQueue* queue : {&a_, &b_, &c_}) {
-        worker_.SetPreloadOrderQueue(queue);
-    }
-    PushNumbers(a_, {10, 11});
-    PushNumbers(b_, {20});
-    ASSERT_TRUE(worker_.Dequeue(order_));
-    worker_.RemovePreloadOrderQueue(&c_);
-    EXPECT_EQ(TakeAll(worker_), Numbers({11, 20}));
-}
-
-TEST_F(PreloadThreadTurn, TheOtherQueuesKeepTheirOrderWhenOneIsRemoved) {
-    for (PreloadOrderQueue* queue : {&a_, &b_, &c_}) {
-        worker_.SetPreloadOrderQueue(queue);
-    }
-    worker_.RemovePreloadOrderQueue(&a_);
-    PushNumbers(c_, {30});
-    PushNumbers(b_, {20});
-    EXPECT_EQ(TakeAll(worker_), Numbers({20, 30}));
-}
-
-TEST_F(PreloadThreadTurn, RemovingAQueueThatIsNotAttachedKeepsTheTurn) {
-    worker_.SetPreloadOrderQueue(&a_);
-    worker_.SetPreloadOrderQueue(&b_);
-    PushNumbers(a_, {10, 11});
-    PushNumbers(b_, {20});
-    ASSERT_TRUE(worker_.Dequeue(order_));
-    worker_.RemovePreloadOrderQueue(&c_);
-    EXPECT_EQ(TakeAll(worker_), Numbers({20, 11}));
-}
-
-TEST_F(PreloadThreadTurn, ALookInVainKeepsTheTurn) {
-    worker_.SetPreloadOrderQueue(&a_);
-    worker_.SetPreloadOrderQueue(&b_);
-    PushNumbers(a_, {10});
-    ASSERT_TRUE(worker_.Dequeue(order_));
-    ASSERT_FALSE(worker_.Dequeue(order_));
-    PushNumbers(a_, {11});
-    PushNumbers(b_, {20});
-    EXPECT_EQ(TakeAll(worker_), Numbers({20, 11}));
-}
-
-TEST_F(PreloadThreadTurn, AQueueAttachedAfterTheLastOneWasServedIsNext) {
-    worker_.SetPreloadOrderQueue(&a_);
-    PushNumbers(a_, {10, 11});
-    ASSERT_TRUE(worker_.Dequeue(order_));
-    worker_.SetPreloadOrderQueue(&b_);
-    PushNumbers(b_, {20});
-    EXPECT_EQ(TakeAll(worker_), Numbers({20, 11}));
-}
-
-// ---- One order --------------------------------------------------------------------------------------------
-
-class PreloadThreadOrder : public testing::Test {
-protected:
-    PreloadThreadOrder() { worker_.SetPreloader(&preloader_); }
-
-    std::string LineFor(const PreloadOrder& order, const char* result) const {
-        return "Thread " + AddressText(&worker_) + ": T" + std::to_string(order.id_.Id()) + ": preload tp " +
-               order.tp_.ToString() + " (" + std::to_string(order.tp_.SampleNumber(order.s_)) +
-               "): " + result + " in ";
-    }
-
-    /// Runs one order whose preload ends as `result`, and expects its one line.
-    void ExpectOneLine(IPreloader::PreloadResult result, const char* name) {
-        preloader_.Script([&](const PreloadOrder&) { return result; });
-        EXPECT_TRUE(worker_.ProcessOrder(order_));
-        const std::vector<LogLine> lines = log_->Take();
-        ASSERT_EQ(lines.size(), 1u);
-        EXPECT_EQ(lines[0].text_.rfind(LineFor(order_, name), 0), 0u) << lines[0];
-        EXPECT_GE(MillisecondsIn(lines[0].text_), 0) << lines[0];
-        EXPECT_EQ(lines[0].level_, Level_Trace);
-        EXPECT_EQ(lines[0].file_, "Player/PreloadThread");
-        EXPECT_GT(lines[0].line_, 0);
-    }
-
-    void ExpectOneWarning(const std::string& text) {
-        const std::vector<LogLine> lines = log_->Take();
-        ASSERT_EQ(lines.size(), 1u);
-        EXPECT_EQ(lines[0].text_, text);
-        EXPECT_EQ(lines[0].level_, Level_Warning);
-        EXPECT_EQ(lines[0].file_, "Player/PreloadThread");
-        EXPECT_GT(lines[0].line_, 0);
-    }
-
-    ScopedRecorder log_{"PreloadThread"};
-    CacheUpdateQueue answers_;
-    ScriptedPreloader preloader_;
-    PreloadThread worker_;
-    PreloadOrder order_ = OrderAt(26, &answers_, 7);
-};
-
-TEST_F(PreloadThreadOrder, ThePreloaderGetsTheWholeOrder) {
-    order_.SetPriority(3);
-    ASSERT_TRUE(worker_.ProcessOrder(order_));
-    const PreloadOrder seen = preloader_.Orders().at(0);
-    EXPECT_EQ(seen.tp_, order_.tp_);
-    EXPECT_EQ(seen.s_, order_.s_);
-    EXPECT_EQ(seen.queue_, &answers_);
-    EXPECT_EQ(seen.id_, Track(7));
-    EXPECT_EQ(seen.Priority(), 3);
-}
-
-TEST_F(PreloadThreadOrder, WithoutAQueueItIsDroppedWithAWarning) {
-    order_.queue_ = nullptr;
-    EXPECT_FALSE(worker_.ProcessOrder(order_));
-    ExpectOneWarning("Queue or preloader is NULL for order at 1.040000000");
-    EXPECT_TRUE(preloader_.Orders().empty());
-}
-
-TEST_F(PreloadThreadOrder, WithoutAPreloaderItIsDroppedWithAWarning) {
-    PreloadThread worker;
-    EXPECT_FALSE(worker.ProcessOrder(order_));
-    ExpectOneWarning("Queue or preloader is NULL for order at 1.040000000");
-}
-
-TEST_F(PreloadThreadOrder, ASampleThatExistsIsLogged) {
-    ExpectOneLine(IPreloader::SUCCESS_EXIST, "SUCCESS_EXIST");
-}
-
-TEST_F(PreloadThreadOrder, ASampleThatIsMissingIsLogged) {
-    ExpectOneLine(IPreloader::SUCCESS_MISSING, "SUCCESS_MISSING");
-}
-
-TEST_F(PreloadThreadOrder, AnErrorResultCountsAsProcessedAndIsLoggedLikeAnyOther) {
-    ExpectOneLine(IPreloader::ERROR, "ERROR");
-}
-
-TEST_F(PreloadThreadOrder, AResultOutsideTheThreeIsCalledUnknown) {
-    ExpectOneLine(static_cast<IPreloader::PreloadResult>(3), "Unknown PreloadResult type");
-}
-
-TEST_F(PreloadThreadOrder, TheSampleNumberInTheLineIsCountedAtTheOrdersOwnRate) {
-    order_.s_ = SampleRate(50, 1);
-    ExpectOneLine(IPreloader::SUCCESS_EXIST, "SUCCESS_EXIST");
-    EXPECT_NE(LineFor(order_, "").find("(52)"), std::string::npos);
-}
-
-TEST_F(PreloadThreadOrder, WithARateThatNobodySetTheSampleNumberInTheLineIsZero) {
-    order_.s_ = SampleRate();
-    ExpectOneLine(IPreloader::SUCCESS_EXIST, "SUCCESS_EXIST");
-    EXPECT_NE(LineFor(order_, "").find("(0)"), std::string::npos);
-}
-
-TEST_F(PreloadThreadOrder, AStandardExceptionBecomesAWarning) {
-    preloader_.Script([](const PreloadOrder&) -> IPreloader::PreloadResult {
-        throw std::out_of_range("no such block");
-    });
-    EXPECT_FALSE(worker_.ProcessOrder(order_));
-    ExpectOneWarning("Could not preload aligned order on 10.0.0.2:5000:T7 at 1.040000000: no such block");
-}
-
-TEST_F(PreloadThreadOrder, AnythingElseThrownBecomesAWarningToo) {
-    preloader_.Script([](const PreloadOrder&) -> IPreloader::PreloadResult { throw 42; });
-    EXPECT_FALSE(worker_.ProcessOrder(order_));
-    ExpectOneWarning("Could not preload aligned order on 10.0.0.2:5000:T7 at 1.040000000: unknown exception");
-}
-
-TEST_F(PreloadThreadOrder, AtADebugLevelTheTraceLineIsNotSent) {
-    log_->SetLevel(Level_Debug);
-    EXPECT_TRUE(worker_.ProcessOrder(order_));
-    EXPECT_TRUE(log_->Take().empty());
-}
-
-TEST_F(PreloadThreadOrder, AtTheWarningLevelWarningsAreStillSent) {
-    log_->SetLevel(Level_Warning);
-    order_.queue_ = nullptr;
-    EXPECT_FALSE(worker_.ProcessOrder(order_));
-    EXPECT_EQ(log_->Take().size(), 1u);
-}
-
-TEST_F(PreloadThreadOrder, AboveTheWarningLevelNothingIsSent) {
-    log_->SetLevel(Level_Error);
-    preloader_.Script([](const PreloadOrder&) -> IPreloader::PreloadResult { throw std::logic_error("x"); });
-    EXPECT_FALSE(worker_.ProcessOrder(order_));
-    order_.queue_ = nullptr;
-    EXPECT_FALSE(worker_.ProcessOrder(order_));
-    EXPECT_TRUE(log_->Take().empty());
-}
-
-TEST_F(PreloadThreadOrder, WithoutALoggerEverythingStillHappens) {
-    const ScopedSilence silence("PreloadThread");
-    PreloadThread worker;
-    EXPECT_FALSE(worker.ProcessOrder(order_));
-    worker.SetPreloader(&preloader_);
-    EXPECT_TRUE(worker.ProcessOrder(order_));
-    preloader_.Script([](const PreloadOrder&) -> IPreloader::PreloadResult { throw std::logic_error("x"); });
-    EXPECT_FALSE(worker.ProcessOrder(order_));
-    EXPECT_EQ(preloader_.Orders().size(), 2u);
-    EXPECT_TRUE(log_->Take().empty());
-}
-
-TEST_F(PreloadThreadOrder, TheLoggerIsTheOneOfTheConstruction) {
-    const ScopedRecorder later("PreloadThread");
-    EXPECT_TRUE(worker_.ProcessOrder(order_));
-    EXPECT_TRUE(later->Take().empty());
-    EXPECT_EQ(log_->Take().size(), 1u);
-}
-
-TEST_F(PreloadThreadOrder, SetPreloaderReturnsTheSameHandleEveryTime) {
-    ScriptedPreloader other;
-    EXPECT_EQ(worker_.SetPreloader(&other), 1);
-    EXPECT_EQ(worker_.SetPreloader(nullptr), 1);
-}
-
-TEST_F(PreloadThreadOrder, ASecondPreloaderReplacesTheFirst) {
-    ScriptedPreloader other;
-    worker_.SetPreloader(&other);
-    EXPECT_TRUE(worker_.ProcessOrder(order_));
-    EXPECT_EQ(other.Orders().size(), 1u);
-    EXPECT_TRUE(preloader_.Orders().empty());
-}
-
-TEST_F(PreloadThreadOrder, RemovePreloaderRemovesItWhateverTheHandle) {
-    worker_.RemovePreloader(-99);
-    EXPECT_FALSE(worker_.ProcessOrder(order_));
-    EXPECT_TRUE(preloader_.Orders().empty());
-    worker_.SetPreloader(&preloader_);
-    EXPECT_TRUE(worker_.ProcessOrder(order_));
-}
-
-TEST_F(PreloadThreadOrder, SetStoredPreloadOrderSizeChangesNothing) {
-    worker_.SetStoredPreloadOrderSize(0);
-    EXPECT_TRUE(worker_.ProcessOrder(order_));
-    EXPECT_EQ(preloader_.Orders().size(), 1u);
-}
-
-// ---- Statistics -------------------------------------------------------------------------------------------
-
-TEST_F(PreloadThreadOrder, AFreshWorkerReportsZeroTwice) {
-    EXPECT_EQ(worker_.GetInformation().averagePreloadTimeMilliseconds_, 0u);
-    EXPECT_EQ(worker_.GetInformation().maxPreloadTimeMilliseconds_, 0u);
-}
-
-TEST_F(PreloadThreadOrder, TheAverageIsThatOfTheLoggedDurationsTruncated) {
-    std::int64_t sum = 0;
-    for (const auto span : {1ms, 2ms, 5ms}) {
-        preloader_.Script([&](const PreloadOrder&) {
-            SpendAtLeast(span);
-            return IPreloader::SUCCESS_EXIST;
-        });
-        ASSERT_TRUE(worker_.ProcessOrder(order_));
-        const std::int64_t logged = MillisecondsIn(log_->TakeTexts().at(0));
-        EXPECT_GE(logged, span.count());
-        sum += logged;
-    }
-    EXPECT_EQ(worker_.GetInformation().averagePreloadTimeMilliseconds_, sum / 3);
-}
-
-TEST_F(PreloadThreadOrder, TheMaximumStaysZero) {
-    preloader_.Script([](const PreloadOrder&) {
-        SpendAtLeast(2ms);
-        return IPreloader::SUCCESS_EXIST;
-    });
-    ASSERT_TRUE(worker_.ProcessOrder(order_));
-    EXPECT_EQ(worker_.GetInformation().maxPreloadTimeMilliseconds_, 0u);
-}
-
-TEST_F(PreloadThreadOrder, AnErrorResultRecordsItsDuration) {
-    preloader_.Script([](const PreloadOrder&) {
-        SpendAtLeast(3ms);
-        return IPreloader::ERROR;
-    });
-    ASSERT_TRUE(worker_.ProcessOrder(order_));
-    EXPECT_GE(worker_.GetInformation().averagePreloadTimeMilliseconds_, 3u);
-}
-
-TEST_F(PreloadThreadOrder, AnExceptionRecordsNoDuration) {
-    preloader_.Script([](const PreloadOrder&) -> IPreloader::PreloadResult {
-        SpendAtLeast(3ms);
-        throw std::runtime_error("x");
-    });
-    ASSERT_FALSE(worker_.ProcessOrder(order_));
-    EXPECT_EQ(worker_.GetInformation().averagePreloadTimeMilliseconds_, 0u);
-}
-
-TEST_F(PreloadThreadOrder, TheAverageIsOverTheFiftyMostRecentDurations) {
-    preloader_.Script([](const PreloadOrder&) {
-        SpendAtLeast(100ms);
-        return IPreloader::SUCCESS_EXIST;
-    });
-    ASSERT_TRUE(worker_.ProcessOrder(order_));
-    preloader_.Script(nullptr);
-    log_->Take();
-    std::int64_t sum = 0;
-    for (int i = 0; i < 50; ++i) {
-        ASSERT_TRUE(worker_.ProcessOrder(order_));
-        sum += MillisecondsIn(log_->TakeTexts().at(0));
-    }
-    EXPECT_EQ(worker_.GetInformation().averagePreloadTimeMilliseconds_, sum / 50);
-}
 
 // ---- The worker's thread ----------------------------------------------------------------------------------
 
@@ -435,7 +35,10 @@ struct Bench {
         worker_.SetPreloadOrderQueue(&queue_);
     }
     // A test that fails while a call is held must not hang in the worker's destructor.
-    ~Bench() { preloader_.Calls().Release(); }
+    ~Bench() {
+        preloader_.Calls().Release();
+        worker_.AfterVainLook().Release();
+    }
 
     void Push(std::int64_t number) { queue_.Push(OrderAt(number, &answers_)); }
 
@@ -656,6 +259,7 @@ TEST(PreloadThread, AQueueAttachedWhileItRunsIsServed) {
 TEST(PreloadThread, AQueueRemovedWhileItRunsIsNotServed) {
     Bench bench;
     bench.worker_.Start();
+    ASSERT_TRUE(bench.worker_.VainLooks().WaitFor(1));
     bench.worker_.RemovePreloadOrderQueue(&bench.queue_);
     const int looks = bench.worker_.VainLooks().Value();
     bench.Push(1);
@@ -692,6 +296,18 @@ TEST(PreloadThread, StopFromItsOwnThreadIsRefusedInsteadOfWaitingForItself) {
     bench.Push(1);
     bench.Push(2);
     EXPECT_TRUE(bench.preloader_.Done().WaitFor(2));
+}
+
+TEST(PreloadThread, ASlowPreloadIsLoggedOnceOnly) {
+    Bench bench;
+    bench.preloader_.Script([](const PreloadOrder&) {
+        SpendAtLeast(101ms);
+        return IPreloader::SUCCESS_EXIST;
+    });
+    ASSERT_TRUE(bench.worker_.ProcessOrder(OrderAt(1, &bench.answers_)));
+    const std::vector<LogLine> lines = bench.log_->Take();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].level_, Level_Trace);
 }
 
 // ---- Workers that share the semaphore ---------------------------------------------------------------------

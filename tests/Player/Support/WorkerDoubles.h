@@ -205,8 +205,8 @@ private:
     std::vector<DecodeOrder> orders_;
 };
 
-/// A preload worker (`PreloadThread` or `TimedPreloadThread`) whose looks at its queues are counted and can be
-/// held: a worker that has looked in vain, and is not held, is on its way to sleep or asleep.
+/// A preload worker (`PreloadThread` or `TimedPreloadThread`) whose looks at its queues are counted and can
+/// be held: a worker that has looked in vain, and is not held, is on its way to sleep or asleep.
 template <typename Worker>
 class Observed : public Worker {
 public:
