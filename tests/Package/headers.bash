@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Compiles every installed header as the only include of a file, with the flags that a client gets from
+# pkg-config and our warnings as errors.
+set -euo pipefail
+pkg_config="$1" compiler="$2" prefix="$3"
+
+PKG_CONFIG_PATH="$(dirname "$(find "$prefix" -name tavrin-player.pc)")"
+export PKG_CONFIG_PATH compiler
+headers="$("$pkg_config" --variable=includedir tavrin-player)"
+contracts="$("$pkg_config" --variable=contractsdir tavrin-player)"
+flags="$("$pkg_config" --cflags tavrin-player) -I$contracts"
+export flags
+
+Compile() {
+    echo "#include \"$1\"" |
+        $compiler -std=c++20 -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror $flags \
+            -fsyntax-only -x c++ - || { echo "$1 does not compile alone" >&2; return 1; }
+}
+export -f Compile
+
+mapfile -t names < <(cd "$headers" && find . -name '*.h' -printf '%P\n'
+    cd "$contracts" && find contracts -name '*.h')
+if ((${#names[@]} < 20)); then
+    echo "only ${#names[@]} headers in $headers: the installation is not complete" >&2
+    exit 1
+fi
+printf '%s\n' "${names[@]}" | xargs -P "$(nproc)" -I{} bash -c 'Compile {}'
+echo "${#names[@]} headers"
