@@ -1,0 +1,267 @@
+#include "Tools/Semaphore.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <limits>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+namespace Tavrin::Tools {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// How long something that must not happen is given to happen, and something that must is given at most.
+constexpr auto kNotYet = 20ms;
+constexpr auto kDeadline = 30s;
+
+bool IsDone(const std::future<void>& future) {
+    return future.wait_for(kNotYet) == std::future_status::ready;
+}
+
+bool Finishes(const std::future<void>& future) {
+    return future.wait_for(kDeadline) == std::future_status::ready;
+}
+
+TEST(Semaphore, BeginsWithoutUnits) {
+    const Semaphore semaphore;
+    EXPECT_EQ(semaphore.GetValue(), 0);
+}
+
+TEST(Semaphore, SetupReplacesTheCount) {
+    Semaphore semaphore;
+    semaphore.Setup(5);
+    semaphore.Setup(2);
+    EXPECT_EQ(semaphore.GetValue(), 2);
+}
+
+TEST(Semaphore, SignalsBeforeAnyWaiterAreKept) {
+    Semaphore semaphore;
+    for (int i = 0; i < 7; ++i) {
+        semaphore.Signal();
+    }
+    EXPECT_EQ(semaphore.GetValue(), 7);
+    for (int i = 0; i < 7; ++i) {
+        semaphore.Wait();
+    }
+    EXPECT_EQ(semaphore.GetValue(), 0);
+}
+
+TEST(Semaphore, FormsWithACountTakeAndAddThatMany) {
+    Semaphore semaphore;
+    semaphore.Signal(5);
+    semaphore.Wait(3);
+    EXPECT_EQ(semaphore.GetValue(), 2);
+}
+
+TEST(Semaphore, WaitBlocksUntilSignalled) {
+    Semaphore semaphore;
+    const auto waiter = std::async(std::launch::async, [&] { semaphore.Wait(); });
+    EXPECT_FALSE(IsDone(waiter));
+    semaphore.Signal();
+    EXPECT_TRUE(Finishes(waiter));
+    EXPECT_EQ(semaphore.GetValue(), 0);
+}
+
+TEST(Semaphore, WaitForSeveralTakesThemOnlyTogether) {
+    Semaphore semaphore;
+    const auto waiter = std::async(std::launch::async, [&] { semaphore.Wait(3); });
+    semaphore.Signal(2);
+    EXPECT_FALSE(IsDone(waiter));
+    semaphore.Signal();
+    EXPECT_TRUE(Finishes(waiter));
+    EXPECT_EQ(semaphore.GetValue(), 0);
+}
+
+TEST(Semaphore, WaitForNoneReturnsAtOnceEvenBehindAWaiter) {
+    Semaphore semaphore;
+    const auto waiter = std::async(std::launch::async, [&] { semaphore.Wait(); });
+    EXPECT_FALSE(IsDone(waiter));
+    semaphore.Wait(0);
+    semaphore.Signal();
+    EXPECT_TRUE(Finishes(waiter));
+}
+
+TEST(Semaphore, SetupServesWaiters) {
+    Semaphore semaphore;
+    const auto waiter = std::async(std::launch::async, [&] { semaphore.Wait(2); });
+    EXPECT_FALSE(IsDone(waiter));
+    semaphore.Setup(3);
+    EXPECT_TRUE(Finishes(waiter));
+    EXPECT_EQ(semaphore.GetValue(), 1);
+}
+
+TEST(Semaphore, CountStopsAtTheHighestInt) {
+    Semaphore semaphore;
+    semaphore.Setup(std::numeric_limits<int>::max() - 1);
+    semaphore.Signal(5);
+    EXPECT_EQ(semaphore.GetValue(), std::numeric_limits<int>::max());
+}
+
+TEST(Semaphore, NegativeCountsAreRefusedByNameAndChangeNothing) {
+    Semaphore semaphore;
+    semaphore.Setup(1);
+    EXPECT_THROW(semaphore.Setup(-1), std::invalid_argument);
+    EXPECT_THROW(semaphore.Wait(-1), std::invalid_argument);
+    try {
+        semaphore.Signal(-4);
+        FAIL() << "a negative count was taken";
+    } catch (const std::invalid_argument& e) {
+        EXPECT_STREQ(e.what(), "Semaphore::Signal: count is -4, it must not be negative");
+    }
+    EXPECT_EQ(semaphore.GetValue(), 1);
+}
+
+/// Starts threads that wait one behind the other and note in which order they are served.
+class Line {
+public:
+    explicit Line(Semaphore& semaphore) : semaphore_(semaphore) {}
+
+    void Join(int name) {
+        waiters_.push_back(std::async(std::launch::async, [this, name] {
+            semaphore_.Wait();
+            const std::lock_guard<std::mutex> lock(mutex_);
+            served_.push_back(name);
+        }));
+        EXPECT_FALSE(IsDone(waiters_.back()));
+    }
+
+    std::vector<int> Served() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return served_;
+    }
+
+    const std::future<void>& Waiter(std::size_t index) const { return waiters_[index]; }
+
+private:
+    Semaphore& semaphore_;
+    std::vector<std::future<void>> waiters_;
+    std::mutex mutex_;
+    std::vector<int> served_;
+};
+
+TEST(Semaphore, WaitersAreServedInTheOrderInWhichTheyCame) {
+    Semaphore semaphore;
+    Line line(semaphore);
+    for (int name = 0; name < 4; ++name) {
+        line.Join(name);
+    }
+    for (std::size_t i = 0; i < 4; ++i) {
+        semaphore.Signal();
+        EXPECT_TRUE(Finishes(line.Waiter(i)));
+    }
+    EXPECT_EQ(line.Served(), (std::vector<int>{0, 1, 2, 3}));
+}
+
+TEST(Semaphore, OneSignalWakesOneWaiter) {
+    Semaphore semaphore;
+    Line line(semaphore);
+    line.Join(0);
+    line.Join(1);
+    semaphore.Signal();
+    EXPECT_TRUE(Finishes(line.Waiter(0)));
+    EXPECT_FALSE(IsDone(line.Waiter(1)));
+    semaphore.Signal();
+    EXPECT_TRUE(Finishes(line.Waiter(1)));
+}
+
+TEST(Semaphore, NewcomerDoesNotOvertakeAWaiterForMore) {
+    Semaphore semaphore;
+    const auto first = std::async(std::launch::async, [&] { semaphore.Wait(2); });
+    EXPECT_FALSE(IsDone(first));
+    semaphore.Signal();
+    const auto second = std::async(std::launch::async, [&] { semaphore.Wait(); });
+    EXPECT_FALSE(IsDone(second));
+    semaphore.Signal();
+    EXPECT_TRUE(Finishes(first));
+    semaphore.Signal();
+    EXPECT_TRUE(Finishes(second));
+}
+
+TEST(Semaphore, RecallWakesEveryRecallableWaiterWithoutAUnit) {
+    Semaphore semaphore;
+    std::atomic<int> nbUnits = 0;
+    std::vector<std::future<void>> waiters;
+    for (int i = 0; i < 3; ++i) {
+        waiters.push_back(std::async(std::launch::async, [&, seen = semaphore.NbRecalls()] {
+            nbUnits += semaphore.WaitUnlessRecalled(seen) ? 1 : 0;
+        }));
+        EXPECT_FALSE(IsDone(waiters.back()));
+    }
+    semaphore.Recall();
+    for (const auto& waiter : waiters) {
+        EXPECT_TRUE(Finishes(waiter));
+    }
+    EXPECT_EQ(nbUnits, 0);
+    EXPECT_EQ(semaphore.GetValue(), 0);
+}
+
+TEST(Semaphore, RecallIsNotMissedByAThreadOnItsWayToWait) {
+    Semaphore semaphore;
+    semaphore.Signal();
+    const auto seen = semaphore.NbRecalls();
+    semaphore.Recall();
+    EXPECT_FALSE(semaphore.WaitUnlessRecalled(seen));
+    EXPECT_EQ(semaphore.GetValue(), 1) << "the unit is still there";
+    EXPECT_TRUE(semaphore.WaitUnlessRecalled(semaphore.NbRecalls()));
+}
+
+TEST(Semaphore, RecallLeavesPlainWaitersInTheirOrder) {
+    Semaphore semaphore;
+    Line line(semaphore);
+    line.Join(0);
+    const auto recallable = std::async(
+        std::launch::async, [&, seen = semaphore.NbRecalls()] { semaphore.WaitUnlessRecalled(seen); });
+    EXPECT_FALSE(IsDone(recallable));
+    line.Join(1);
+    semaphore.Recall();
+    EXPECT_TRUE(Finishes(recallable));
+    semaphore.Signal();
+    EXPECT_TRUE(Finishes(line.Waiter(0)));
+    EXPECT_FALSE(IsDone(line.Waiter(1)));
+    semaphore.Signal();
+    EXPECT_TRUE(Finishes(line.Waiter(1)));
+}
+
+TEST(Semaphore, NoUnitIsLostOrMadeUnderLoad) {
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 20000;
+    Semaphore semaphore;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < kRounds; ++round) {
+                semaphore.Signal();
+            }
+        });
+        threads.emplace_back([&] {
+            for (int round = 0; round < kRounds; ++round) {
+                semaphore.Wait();
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(semaphore.GetValue(), 0);
+}
+
+TEST(Semaphore, WhatWasDoneBeforeSignalIsSeenAfterWait) {
+    Semaphore semaphore;
+    int plain = 0;  // Not atomic: a missing happens-before is a race that thread sanitizer reports.
+    std::thread writer([&] {
+        plain = 42;
+        semaphore.Signal();
+    });
+    semaphore.Wait();
+    EXPECT_EQ(plain, 42);
+    writer.join();
+}
+
+}  // namespace
+}  // namespace Tavrin::Tools
