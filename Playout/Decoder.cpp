@@ -1,0 +1,121 @@
+#include "Playout/Decoder.h"
+
+#include <algorithm>
+#include <new>
+#include <stdexcept>
+
+namespace Tavrin::Playout {
+
+namespace {
+
+/// A decoder that goes on failing without taking a packet will not come to an end by itself.
+constexpr int kMaxErrorsInARow = 64;
+
+Ffmpeg::CodecPointer Open(const RecordingIndex& index, int nbThreads) {
+    Ffmpeg::RouteMessages();
+    const auto& parameters = index.CodecParameters();
+    const auto* codec = avcodec_find_decoder(parameters.codec_id);
+    if (codec == nullptr) {
+        throw std::runtime_error("\"" + index.File() + "\": there is no decoder for " +
+                                 avcodec_get_name(parameters.codec_id));
+    }
+    auto context = Ffmpeg::NewCodecContext(codec, parameters);
+    context->thread_count = std::max(nbThreads, 1);
+    if (parameters.codec_id == AV_CODEC_ID_H264) {
+        // Many H.264 streams do not say how far they reorder. A decoder that has to find out drops pictures
+        // on the way, differently from each place where it begins; the packets' stamps tell it beforehand.
+        context->has_b_frames = std::max(context->has_b_frames, index.ReorderDepth());
+    }
+    const int result = avcodec_open2(context.get(), codec, nullptr);
+    if (result < 0) {
+        throw std::runtime_error("\"" + index.File() + "\": the decoder for " + codec->name +
+                                 " cannot be opened: " + Ffmpeg::ErrorText(result));
+    }
+    return context;
+}
+
+}  // namespace
+
+Decoder::Decoder(const RecordingIndex& index, int nbThreads)
+    : index_(index),
+      context_(Open(index, nbThreads)),
+      packet_(Ffmpeg::NewPacket()),
+      frame_(Ffmpeg::NewFrame()) {
+}
+
+void Decoder::CountError(int code) {
+    if (code == AVERROR(ENOMEM)) {
+        throw std::bad_alloc();
+    }
+    ++nbErrors_;
+    ++nbErrorsInARow_;
+    damaged_ = true;
+    lastError_ = Ffmpeg::ErrorText(code);
+}
+
+void Decoder::Send(const AVPacket& packet, std::size_t number) {
+    if (av_packet_ref(packet_.get(), &packet) < 0) {
+        throw std::bad_alloc();
+    }
+    // The number travels through the decoder as time stamp: it comes back with the picture, exactly.
+    packet_->pts = static_cast<std::int64_t>(number);
+    packet_->dts = AV_NOPTS_VALUE;
+    packet_->duration = 0;
+    // What is shown is for the index to say.
+    packet_->flags &= ~AV_PKT_FLAG_DISCARD;
+    damaged_ = damaged_ || (packet_->flags & AV_PKT_FLAG_CORRUPT) != 0;
+    ++nbPacketsDecoded_;
+    const int result = avcodec_send_packet(context_.get(), packet_.get());
+    av_packet_unref(packet_.get());
+    if (result < 0) {
+        CountError(result);
+    }
+}
+
+void Decoder::SendEnd() {
+    avcodec_send_packet(context_.get(), nullptr);
+}
+
+bool Decoder::IsShown() {
+    if (frame_->pts < 0 || static_cast<std::size_t>(frame_->pts) >= index_.NbPackets()) {
+        return false;
+    }
+    const auto picture = index_.PictureOfPacket(static_cast<std::size_t>(frame_->pts));
+    pictureNumber_ = picture.value_or(0);
+    return picture.has_value();
+}
+
+Decoder::Event Decoder::Receive() {
+    while (nbErrorsInARow_ < kMaxErrorsInARow) {
+        const int result = avcodec_receive_frame(context_.get(), frame_.get());
+        if (result == AVERROR(EAGAIN)) {
+            return Event::WantsPacket;
+        }
+        if (result == AVERROR_EOF) {
+            return Event::End;
+        }
+        if (result < 0) {
+            CountError(result);
+            continue;
+        }
+        nbErrorsInARow_ = 0;
+        if (IsShown()) {
+            return Event::Picture;
+        }
+    }
+    return Event::End;
+}
+
+std::shared_ptr<const Picture> Decoder::TakePicture() const {
+    const bool damaged =
+        damaged_ || (frame_->flags & AV_FRAME_FLAG_CORRUPT) != 0 || frame_->decode_error_flags != 0;
+    return std::make_shared<const Picture>(pictureNumber_, *frame_, damaged);
+}
+
+void Decoder::Flush() {
+    avcodec_flush_buffers(context_.get());
+    damaged_ = false;
+    nbErrorsInARow_ = 0;
+}
+
+}  // namespace Tavrin::Playout

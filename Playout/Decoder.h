@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "Playout/Ffmpeg.h"
+#include "Playout/Picture.h"
+#include "Playout/RecordingIndex.h"
+
+namespace Tavrin::Playout {
+
+/// A codec's decoder that works in the numbers of an index: packets go in by number, pictures come out by
+/// number.
+///
+/// Take pictures with Receive until it wants a packet, then Send one; after the last one SendEnd, and Receive
+/// until the end. Flush begins anew, at a key frame.
+///
+/// *Threads:* externally synchronised. *Errors:* the constructor throws std::runtime_error when the decoder
+/// cannot be opened, all throw std::bad_alloc. Errors in the recording are counted.
+class Decoder {
+public:
+    enum class Event { Picture, WantsPacket, End };
+
+    /// Borrows the index for the decoder's life.
+    Decoder(const RecordingIndex& index, int nbThreads);
+
+    void Send(const AVPacket& packet, std::size_t number);
+    void SendEnd();
+    /// A packet that is not there: what is predicted from it comes out damaged.
+    void SkipPacket() { damaged_ = true; }
+
+    /// After Event::Picture, PictureNumber tells which one came out; pictures that are never shown are left
+    /// out.
+    [[nodiscard]] Event Receive();
+    [[nodiscard]] std::size_t PictureNumber() const { return pictureNumber_; }
+    /// The picture itself, to be taken before the next Receive.
+    [[nodiscard]] std::shared_ptr<const Picture> TakePicture() const;
+
+    void Flush();
+
+    [[nodiscard]] std::uint64_t NbPacketsDecoded() const { return nbPacketsDecoded_; }
+    [[nodiscard]] std::uint64_t NbErrors() const { return nbErrors_; }
+    [[nodiscard]] const std::string& LastError() const { return lastError_; }
+
+private:
+    void CountError(int code);
+    [[nodiscard]] bool IsShown();
+
+    const RecordingIndex& index_;
+    Ffmpeg::CodecPointer context_;
+    Ffmpeg::PacketPointer packet_;
+    Ffmpeg::FramePointer frame_;
+    std::size_t pictureNumber_ = 0;
+    /// Since the last Flush something was missing or could not be decoded.
+    bool damaged_ = false;
+    int nbErrorsInARow_ = 0;
+    std::uint64_t nbPacketsDecoded_ = 0;
+    std::uint64_t nbErrors_ = 0;
+    std::string lastError_;
+};
+
+}  // namespace Tavrin::Playout

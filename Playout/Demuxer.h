@@ -1,0 +1,55 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "Playout/Ffmpeg.h"
+
+namespace Tavrin::Playout {
+
+/// One open file and one of its video streams: delivers the packets of that stream in the file's order.
+///
+/// The format is told from the content alone: a name's ending must not turn any text into a recording, nor
+/// a colon in a name into a protocol.
+///
+/// *Threads:* externally synchronised; the stop flag may be set from any thread. *Blocking:* on the file.
+/// *Errors:* the constructor and Next throw std::runtime_error in one line that names the file.
+class Demuxer {
+public:
+    /// Opens the file. \p stream is a number in the file, or negative for the best one. While \p stop (if not
+    /// null) is set, every operation on the file fails; it must outlive the demuxer.
+    Demuxer(const std::string& file, int stream, const std::atomic<bool>* stop = nullptr);
+    ~Demuxer();
+    Demuxer(const Demuxer&) = delete;
+    Demuxer& operator=(const Demuxer&) = delete;
+
+    /// False at the end of the file. Damage in the container is skipped as far as the demuxer can.
+    [[nodiscard]] bool Next(AVPacket& packet);
+
+    /// Goes to a key frame at or before \p timeStamp (stream's time base), if the container can tell where
+    /// that is: what Next delivers then decides. False when there is no such place.
+    [[nodiscard]] bool SeekBackwardTo(std::int64_t timeStamp);
+
+    [[nodiscard]] const AVFormatContext& Format() const { return *format_; }
+    [[nodiscard]] AVStream& Stream() const { return *format_->streams[stream_]; }
+    [[nodiscard]] int StreamNumber() const { return stream_; }
+    /// Bytes of the file; negative when unknown.
+    [[nodiscard]] std::int64_t FileSize() const;
+
+private:
+    void OpenFile();
+    void OpenFormat();
+    void ChooseStream(int wanted);
+    [[nodiscard]] int BestStream() const;
+    void Close();
+    [[noreturn]] void Fail(const std::string& what) const;
+
+    std::string file_;
+    const std::atomic<bool>* stop_;
+    AVIOContext* io_ = nullptr;
+    AVFormatContext* format_ = nullptr;
+    int stream_ = -1;
+};
+
+}  // namespace Tavrin::Playout

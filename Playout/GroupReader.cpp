@@ -1,0 +1,246 @@
+#include "Playout/GroupReader.h"
+
+#include <algorithm>
+#include <numeric>
+#include <utility>
+
+#include "Playout/Demuxer.h"
+
+namespace Tavrin::Playout {
+
+namespace {
+
+/// Reading on over this many unwanted packets costs less than a seek, which throws away what is buffered.
+constexpr std::size_t kMaxPassedOver = 8;
+
+/// Earlier groups tried, when a seek ends up after the wanted packet, before the start of the file.
+constexpr std::size_t kMaxEarlierGroups = 3;
+
+bool Same(std::int64_t stamp, std::int64_t known) {
+    return stamp != AV_NOPTS_VALUE && known != CodedPacket::kNone && stamp == known;
+}
+
+}  // namespace
+
+/// A packet from the demuxer with its number in the recording.
+struct GroupReader::Numbered {
+    Ffmpeg::PacketPointer packet;
+    std::size_t number;
+};
+
+GroupReader::GroupReader(std::shared_ptr<const RecordingIndex> index, std::size_t nbGroupsKept)
+    : index_(std::move(index)), nbGroupsKept_(std::max<std::size_t>(nbGroupsKept, 1)) {
+    byPosition_.resize(index_->NbPackets());
+    std::iota(byPosition_.begin(), byPosition_.end(), std::size_t{0});
+    std::stable_sort(byPosition_.begin(), byPosition_.end(), [&](std::size_t left, std::size_t right) {
+        return index_->Packet(left).position < index_->Packet(right).position;
+    });
+    Open();
+}
+
+GroupReader::~GroupReader() = default;
+
+void GroupReader::RequestStop(bool stop) {
+    // Relaxed: nothing else is published with the flag.
+    stop_.store(stop, std::memory_order_relaxed);
+}
+
+GroupReader::Information GroupReader::GetInformation() const {
+    return information_;
+}
+
+std::shared_ptr<const PacketGroup> GroupReader::AtHand(std::size_t group) const {
+    const auto found = std::find_if(kept_.begin(), kept_.end(),
+                                    [&](const auto& candidate) { return candidate->Number() == group; });
+    return found == kept_.end() ? nullptr : *found;
+}
+
+std::shared_ptr<const PacketGroup> GroupReader::Read(std::size_t group) {
+    const auto& layout = index_->Group(group);
+    if (auto atHand = AtHand(group)) {
+        ++information_.nbReused;
+        Keep(atHand);
+        return atHand;
+    }
+    ++information_.nbReads;
+    auto packets = TakeFromGroupsAtHand(layout);
+    try {
+        Fill(layout, packets);
+    } catch (...) {
+        demuxer_.reset();
+        throw;
+    }
+    auto read = std::make_shared<const PacketGroup>(index_, group, std::move(packets));
+    Keep(read);
+    return read;
+}
+
+std::vector<PacketGroup::SharedPacket> GroupReader::TakeFromGroupsAtHand(const PictureGroup& layout) const {
+    std::vector<PacketGroup::SharedPacket> packets(layout.nbPackets);
+    for (const auto& group : kept_) {
+        const auto& other = group->Layout();
+        const auto begin = std::max(layout.firstPacket, other.firstPacket);
+        const auto end = std::min(layout.EndPacket(), other.EndPacket());
+        for (auto number = begin; number < end; ++number) {
+            if (auto packet = group->Packet(number)) {
+                packets[number - layout.firstPacket] = std::move(packet);
+            }
+        }
+    }
+    return packets;
+}
+
+void GroupReader::Fill(const PictureGroup& layout, std::vector<PacketGroup::SharedPacket>& packets) {
+    const auto nextGap = [&](std::size_t from) {
+        while (from < packets.size() && packets[from] != nullptr) {
+            ++from;
+        }
+        return from;
+    };
+    auto gap = nextGap(0);
+    if (gap == packets.size()) {
+        return;
+    }
+    GoTo(layout.firstPacket + gap);
+    while (gap < packets.size() && Peek() && next_->number < layout.EndPacket()) {
+        const auto number = next_->number;
+        auto packet = std::move(next_->packet);
+        next_.reset();
+        if (number < layout.firstPacket) {
+            continue;
+        }
+        auto& slot = packets[number - layout.firstPacket];
+        if (slot == nullptr) {
+            slot = PacketGroup::SharedPacket(packet.release(), Ffmpeg::Deleter());
+        }
+        gap = nextGap(gap);
+    }
+}
+
+void GroupReader::Keep(std::shared_ptr<const PacketGroup> group) {
+    const auto same = std::find(kept_.begin(), kept_.end(), group);
+    if (same != kept_.end()) {
+        kept_.erase(same);
+    }
+    kept_.push_front(std::move(group));
+    if (kept_.size() > nbGroupsKept_) {
+        kept_.pop_back();
+    }
+    information_.nbBytesKept = 0;
+    for (const auto& kept : kept_) {
+        information_.nbBytesKept += kept->ByteSize();
+    }
+}
+
+void GroupReader::Open() {
+    next_.reset();
+    demuxer_.reset();
+    demuxer_ = std::make_unique<Demuxer>(index_->File(), index_->Stream(), &stop_);
+    expected_ = 0;
+}
+
+/// Takes the next packet that the index knows from the demuxer, unless one is waiting already.
+bool GroupReader::Peek() {
+    while (next_ == nullptr) {
+        auto packet = Ffmpeg::NewPacket();
+        if (!demuxer_->Next(*packet)) {
+            expected_.reset();
+            return false;
+        }
+        ++information_.nbPackets;
+        information_.nbBytes += static_cast<std::uint64_t>(packet->size);
+        if (const auto number = Identify(*packet)) {
+            next_ = std::make_unique<Numbered>(Numbered{std::move(packet), *number});
+            expected_ = *number + 1;
+        }
+    }
+    return true;
+}
+
+/// Size and position tell most packets apart. A position may come more than once (edit lists repeat parts,
+/// and some containers give none), which the stamps decide; but they alone are not enough, because those that
+/// the demuxer makes up may differ after a seek.
+bool GroupReader::Matches(const AVPacket& packet, std::size_t number) const {
+    const auto& known = index_->Packet(number);
+    return packet.size == known.size && packet.pos == known.position &&
+           (packet.pos >= 0 || HasStampsOf(packet, number));
+}
+
+bool GroupReader::HasStampsOf(const AVPacket& packet, std::size_t number) const {
+    const auto& known = index_->Packet(number);
+    return Same(packet.dts, known.dts) || Same(packet.pts, known.pts);
+}
+
+std::optional<std::size_t> GroupReader::Identify(const AVPacket& packet) const {
+    if (expected_ && *expected_ < index_->NbPackets() && Matches(packet, *expected_)) {
+        return expected_;
+    }
+    const auto begin = std::partition_point(byPosition_.begin(), byPosition_.end(), [&](std::size_t number) {
+        return index_->Packet(number).position < packet.pos;
+    });
+    std::optional<std::size_t> found;
+    for (auto i = begin; i != byPosition_.end() && index_->Packet(*i).position == packet.pos; ++i) {
+        if (Matches(packet, *i) && (!found || HasStampsOf(packet, *i))) {
+            found = *i;
+        }
+    }
+    return found;
+}
+
+/// Where a seek may be asked to go to for a packet, likeliest first.
+struct GroupReader::SeekTarget {
+    std::int64_t timeStamp;
+    bool byDecoding;    ///< The stamp is the decoding one.
+    std::size_t entry;  ///< The packet that it belongs to.
+};
+
+std::vector<GroupReader::SeekTarget> GroupReader::SeekTargets(std::size_t packet) const {
+    std::size_t group = index_->NbGroups();
+    while (group > 0 && index_->Group(group - 1).firstPacket > packet) {
+        --group;
+    }
+    std::vector<SeekTarget> targets;
+    const auto add = [&](std::size_t entry, bool byDecoding) {
+        const auto& known = index_->Packet(entry);
+        const auto stamp = byDecoding ? known.dts : known.pts;
+        if (stamp != CodedPacket::kNone) {
+            targets.push_back({stamp, byDecoding, entry});
+        }
+    };
+    for (std::size_t i = 0; i <= kMaxEarlierGroups && group > 0; ++i) {
+        const auto entry = index_->Group(--group).firstPacket;
+        add(entry, seekByDecoding_);
+        add(entry, !seekByDecoding_);
+    }
+    return targets;
+}
+
+void GroupReader::GoTo(std::size_t packet) {
+    if (demuxer_ == nullptr) {
+        Open();
+    }
+    const auto stands = next_ != nullptr ? std::optional(next_->number) : expected_;
+    if (stands && *stands <= packet && packet - *stands <= kMaxPassedOver) {
+        return;
+    }
+    for (const auto& target : SeekTargets(packet)) {
+        if (TrySeek(target.timeStamp, packet)) {
+            // Some containers find a key frame by its presentation stamp, others by its decoding stamp; asked
+            // for by the wrong one they land a group too early.
+            const bool exact = next_->number == target.entry;
+            seekByDecoding_ = exact == target.byDecoding;
+            return;
+        }
+    }
+    ++information_.nbSeeks;
+    Open();
+}
+
+bool GroupReader::TrySeek(std::int64_t timeStamp, std::size_t packet) {
+    ++information_.nbSeeks;
+    next_.reset();
+    expected_.reset();
+    return demuxer_->SeekBackwardTo(timeStamp) && Peek() && next_->number <= packet;
+}
+
+}  // namespace Tavrin::Playout

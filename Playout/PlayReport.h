@@ -1,0 +1,41 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <vector>
+
+#include "Time/TimePoint.h"
+
+namespace Tavrin::Playout {
+
+/// What the ticks of one track came to. The five counts add up to the ticks handed out.
+struct TrackReport {
+    std::uint64_t nbNew = 0;       ///< A picture other than at the tick before.
+    std::uint64_t nbRepeated = 0;  ///< The picture of the tick before, as it should be.
+    std::uint64_t nbLate = 0;  ///< The picture of the tick before, as the tick's own ones were not all ready.
+    std::uint64_t nbMissing = 0;  ///< The picture cannot be read or decoded.
+    std::uint64_t nbEmpty = 0;    ///< The play head stood outside of the recording.
+};
+
+/// Why playing ended.
+enum class PlayEnd {
+    Reached,  ///< The end, or the origin, or the time point to play to.
+    Counted,  ///< As many ticks as were asked for.
+    Stopped   ///< The caller's stop flag.
+};
+
+/// What playing a session came to.
+struct PlayReport {
+    PlayEnd end = PlayEnd::Reached;
+    std::uint64_t nbTicks = 0;      ///< Handed out.
+    std::uint64_t nbLateTicks = 0;  ///< Of these, those at which a track was not ready.
+    std::uint64_t nbSleptThrough =
+        0;                  ///< Ticks due in real time that the caller or the machine slept through.
+    Time::TimePoint first;  ///< The play head at the first tick.
+    Time::TimePoint last;   ///< The play head at the last one.
+    std::chrono::nanoseconds untilFirst{0};  ///< Wall time from the start of playing to the first tick.
+    std::chrono::nanoseconds elapsed{0};     ///< Wall time from the first tick to the last one.
+    std::vector<TrackReport> tracks;
+};
+
+}  // namespace Tavrin::Playout

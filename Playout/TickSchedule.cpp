@@ -1,0 +1,55 @@
+#include "Playout/TickSchedule.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace Tavrin::Playout {
+
+using Player::SampleRate;
+using Time::Ratio;
+using Time::TimePoint;
+
+namespace {
+
+/// With more places than these no start is far from all the edges, and a fraction of a sample this small is
+/// still thousands of nanoseconds.
+constexpr std::int64_t kMostPlaces = 1024;
+
+std::int64_t NbPlaces(const SampleRate& stream, const SampleRate& display, const Ratio& speed) {
+    const Ratio samplesPerTick = stream * speed / display;
+    return std::min(samplesPerTick.Denominator(), kMostPlaces);
+}
+
+}  // namespace
+
+TickSchedule::TickSchedule(const SampleRate& stream, const SampleRate& display, const Ratio& speed)
+    : stream_(stream), display_(display), speed_(speed) {
+    if (!stream.Positive() || !display.Positive()) {
+        throw std::invalid_argument("TickSchedule: a rate of zero has no ticks (stream " + stream.ToString() +
+                                    ", display " + display.ToString() + ")");
+    }
+    fetched_ = SampleRate::StreamPreloadRate(stream, SampleRate::TimeSamplingRate(stream, speed, display));
+    nbPlaces_ = NbPlaces(stream, display, speed);
+}
+
+TimePoint TickSchedule::Start(const TimePoint& at) const {
+    const TimePoint fetched = at.AlignWith(fetched_);
+    const std::int64_t sample = fetched.SampleNumber(stream_);
+    // Half a place from the edge that the play head moves away from: then all the others are as far from
+    // theirs.
+    const std::int64_t halfPlaces = 2 * nbPlaces_;
+    const std::int64_t half = speed_ < Ratio() ? halfPlaces - 1 : 1;
+    const Ratio grid = stream_ * Ratio(halfPlaces, 1);
+    return TimePoint::StartOfSample(sample * halfPlaces + half, grid);
+}
+
+TimePoint TickSchedule::Delta(std::uint64_t tick) const {
+    const auto number = static_cast<std::int64_t>(tick);
+    return TimePoint::StartOfSample(number + 1, display_) - TimePoint::StartOfSample(number, display_);
+}
+
+TimePoint TickSchedule::Next(const TimePoint& head, std::uint64_t tick) const {
+    return head + Delta(tick) * speed_;
+}
+
+}  // namespace Tavrin::Playout

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstdint>
+
+#include "Player/SampleRate.h"
+#include "Playout/PlayoutExport.h"
+#include "Time/Ratio.h"
+#include "Time/TimePoint.h"
+
+namespace Tavrin::Playout {
+
+/// Where the play head stands at each tick of an output, so that rounding never moves it into a neighbouring
+/// sample.
+///
+/// Tick k of the output begins at the start of sample k of the display rate; the play head moves by the time
+/// from one tick to the next, times the speed. As these times add up to sample starts, they do not drift at
+/// whole speeds; at others each tick adds half a nanosecond at most.
+///
+/// Times such as n*1001/30000 s are no whole nanoseconds, so a play head that was put on the start of a
+/// sample would sooner or later fall just before it. It therefore starts inside of one: the ticks fall on q
+/// places of a stream's sample, q being the denominator of the samples that pass in one tick, and the start
+/// is half of such a place away from the edge.
+///
+///     speed 1, -1   [    ^    ]      q = 1
+///     speed 1/2     [  ^    ^ ]      q = 2: both ticks lie a quarter away from the nearest edge
+///
+/// *Threads:* immutable. *Blocking:* never. *Errors:* the constructor throws std::invalid_argument when a
+/// rate is zero, and std::overflow_error when the terms of the rates and the speed do not fit 64 bits
+/// together.
+class TAVRIN_PLAYOUT_EXPORT TickSchedule final {
+public:
+    TickSchedule(const Player::SampleRate& stream, const Player::SampleRate& display,
+                 const Time::Ratio& speed);
+
+    /// The place of the play head for the first tick, in the sample that is on display at `at`. Where the
+    /// display cannot show every sample at this speed, that is the sample fetched for `at`, at or before it.
+    [[nodiscard]] Time::TimePoint Start(const Time::TimePoint& at) const;
+
+    /// Wall time from tick `tick` to the one after it.
+    [[nodiscard]] Time::TimePoint Delta(std::uint64_t tick) const;
+
+    /// Where the play head that is at `head` at tick `tick` comes to at the one after it: before the origin
+    /// too, where a player would stop.
+    [[nodiscard]] Time::TimePoint Next(const Time::TimePoint& head, std::uint64_t tick) const;
+
+private:
+    Player::SampleRate stream_;
+    Player::SampleRate display_;
+    Time::Ratio speed_;
+    Player::SampleRate fetched_;  ///< The stream's rate, halved until the display can show it.
+    std::int64_t nbPlaces_ = 1;   ///< Of the ticks within a sample of the stream.
+};
+
+}  // namespace Tavrin::Playout
