@@ -4,25 +4,32 @@
 
 namespace Tavrin::Player {
 
-/// The loop of a worker that sleeps on the semaphore its class shares.
+/// The loop of a worker that sleeps on the semaphore its class shares: runs orders with `runNext` (false:
+/// there was none) until `mustStop`.
 ///
-/// Runs orders with `runNext` (false: there was none) until `mustStop`. The semaphore counts pushed orders
-/// while a worker runs every order it finds, so the count runs ahead of the orders: a surplus unit costs one
-/// look. An order pushed meanwhile is never lost, as its unit is still there.
+/// A unit says that an order was pushed somewhere, not where. Two rules see to it that no order waits while a
+/// worker that serves its queue sleeps:
 ///
-/// On the way out, a unit that was taken and not used is handed on; it may have announced an order that an
-/// idle peer serves. The peer that gets it need not be that one, so all idle peers are asked to look once
-/// more.
+/// 1. a worker that took a unit and finds nothing has all idle workers look once, since the order may be in a
+///    queue that only another one serves;
+/// 2. so does a worker that leaves, after giving back a unit that it has not used.
+///
+/// Workers run every order they find, so after a burst there are more units than orders. The first worker to
+/// look in vain takes them all and looks again, which makes the surplus cost one look and one call to the
+/// others instead of one for each unit.
 template <typename MustStop, typename RunNext>
 void RunOrders(Tools::Semaphore& semaphore, MustStop mustStop, RunNext runNext) {
     bool holdsUnusedUnit = false;
     while (!mustStop()) {
-        // Taken before looking: a peer that leaves after the look must not be missed.
+        // Taken before looking: a call to look again that comes after the look must not be missed.
         const auto nbRecalls = semaphore.NbRecalls();
         if (runNext()) {
             holdsUnusedUnit = false;
-        } else {
+        } else if (!holdsUnusedUnit) {
             holdsUnusedUnit = semaphore.WaitUnlessRecalled(nbRecalls);
+        } else if (semaphore.TakeAll() == 0) {
+            holdsUnusedUnit = false;
+            semaphore.Recall();
         }
     }
     if (holdsUnusedUnit) {

@@ -9,8 +9,8 @@ namespace Tavrin::Player {
 ///
 /// All `PreloadThread`s of the process share one semaphore, to which every push into any `PreloadOrderQueue`
 /// adds one unit. A unit may wake a worker that does not serve the queue; that worker then looks in vain and
-/// sleeps again. A worker that is stopped while it holds a unit it has not used hands it on, and has its idle
-/// peers look at their queues once more, so that no order waits for the next push.
+/// has all idle ones look once, and so does a worker that is stopped: no order waits for the next push while
+/// a worker that serves its queue sleeps.
 ///
 /// *Threads:* thread-safe, with the exception of `SetPreloader` and `RemovePreloader` (see `IPreloadThread`).
 /// *Blocking:* `Stop`, `Start` and the destructor wait for the order in progress.

@@ -34,7 +34,7 @@ struct TrackView {
 };
 
 /// What a tick came to.
-struct TickReport {
+struct TAVRIN_PLAYOUT_EXPORT TickReport {
     std::uint64_t tick = 0;  ///< Counted from 0 over the life of the session.
     Time::TimePoint time;    ///< The play head after the tick.
     bool moved = false;      ///< The play head was let go; false while a track is not ready.

@@ -3,6 +3,7 @@
 #include <limits>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace Tavrin::Tools {
 
@@ -87,6 +88,11 @@ void Semaphore::Signal(int count) {
     const int room = std::numeric_limits<int>::max() - value_;
     value_ += count < room ? count : room;
     GrantInOrder();
+}
+
+int Semaphore::TakeAll() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return std::exchange(value_, 0);
 }
 
 int Semaphore::GetValue() const {

@@ -228,6 +228,14 @@ TEST(Semaphore, RecallLeavesPlainWaitersInTheirOrder) {
     EXPECT_TRUE(Finishes(line.Waiter(1)));
 }
 
+TEST(Semaphore, TakeAllTakesWhatIsFreeAndDoesNotWait) {
+    Semaphore semaphore;
+    EXPECT_EQ(semaphore.TakeAll(), 0);
+    semaphore.Signal(3);
+    EXPECT_EQ(semaphore.TakeAll(), 3);
+    EXPECT_EQ(semaphore.GetValue(), 0);
+}
+
 TEST(Semaphore, NoUnitIsLostOrMadeUnderLoad) {
     constexpr int kThreads = 4;
     constexpr int kRounds = 20000;

@@ -1,0 +1,154 @@
+#include "Player/OrderLoop.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "Player/DecodeOrderQueue.h"
+#include "Player/DecodeThread.h"
+#include "Player/FakeSample.h"
+#include "Player/IPreloader.h"
+#include "Player/ISampleDecoder.h"
+#include "Player/PreloadOrderQueue.h"
+#include "Player/PreloadThread.h"
+
+namespace Tavrin::Player {
+namespace {
+
+/// Counts orders as they are run, so that a test can wait for them.
+class Counter {
+public:
+    void Add() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        ++nb_;
+        changed_.notify_all();
+    }
+
+    bool Reaches(std::size_t nb) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return changed_.wait_for(lock, std::chrono::seconds(20), [&] { return nb_ >= nb; });
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::size_t nb_ = 0;
+};
+
+class CountingPreloader final : public IPreloader {
+public:
+    explicit CountingPreloader(Counter& counter) : counter_(counter) {}
+
+    PreloadResult Preload(const PreloadOrder&) override {
+        counter_.Add();
+        return SUCCESS_MISSING;
+    }
+    void SetExistingCacheUpdateQueues(ExistingCacheUpdateQueues*) override {}
+
+private:
+    Counter& counter_;
+};
+
+class CountingDecoder final : public ISampleDecoder {
+public:
+    explicit CountingDecoder(Counter& counter) : counter_(counter) {}
+
+    ISample* Decode(const DecodeOrder&) override {
+        counter_.Add();
+        return nullptr;
+    }
+
+private:
+    Counter& counter_;
+};
+
+constexpr std::size_t kRounds = 200;
+
+TEST(OrderLoop, PreloadOrderIsServedAlthoughAWorkerOfOtherQueuesTookItsUnit) {
+    Counter counter;
+    CountingPreloader preloader(counter);
+    CacheUpdateQueue destination;
+    PreloadOrderQueue served;
+    PreloadOrderQueue other;
+    std::vector<std::unique_ptr<PreloadThread>> workers;
+    for (PreloadOrderQueue* queue : {&served, &other, &other}) {
+        workers.push_back(std::make_unique<PreloadThread>());
+        workers.back()->SetPreloader(&preloader);
+        workers.back()->SetPreloadOrderQueue(queue);
+        workers.back()->Start();
+    }
+    PreloadOrder order;
+    order.queue_ = &destination;
+    for (std::size_t round = 1; round <= kRounds; ++round) {
+        served.Push(order);
+        ASSERT_TRUE(counter.Reaches(round)) << "order " << round << " was never run";
+    }
+}
+
+TEST(OrderLoop, DecodeOrderIsServedAlthoughAWorkerOfOtherQueuesTookItsUnit) {
+    Counter counter;
+    CountingDecoder decoder(counter);
+    CacheUpdateQueue destination;
+    DecodeOrderQueue served;
+    DecodeOrderQueue other;
+    std::vector<std::unique_ptr<DecodeThread>> workers;
+    for (DecodeOrderQueue* queue : {&served, &other, &other}) {
+        workers.push_back(std::make_unique<DecodeThread>());
+        workers.back()->SetDecoder(&decoder);
+        workers.back()->AddDecodeOrderQueue(queue);
+        workers.back()->Start();
+    }
+    FakeSample compressed{Time::TimePoint(), Time::TimePoint()};
+    DecodeOrder order;
+    order.toDecode_ = &compressed;
+    order.queue_ = &destination;
+    for (std::size_t round = 1; round <= kRounds; ++round) {
+        served.Push(order);
+        ASSERT_TRUE(counter.Reaches(round)) << "order " << round << " was never run";
+    }
+}
+
+TEST(OrderLoop, BurstLeavesNoSurplusUnitsBehind) {
+    Tools::Semaphore semaphore;
+    semaphore.Signal(100);
+    int nbOrders = 100;
+    int nbLooks = 0;
+    bool stop = false;
+    RunOrders(
+        semaphore, [&] { return stop; },
+        [&] {
+            ++nbLooks;
+            if (nbOrders > 0) {
+                --nbOrders;
+                return true;
+            }
+            // The loop is about to sleep for good once nothing is left; end it instead.
+            stop = semaphore.GetValue() == 0;
+            return false;
+        });
+    EXPECT_EQ(nbOrders, 0);
+    EXPECT_LE(nbLooks, 104) << "one look for each order and a few for the surplus, not one for each unit";
+}
+
+TEST(OrderLoop, WorkerThatIsToldToStopGivesItsUnusedUnitBack) {
+    Tools::Semaphore semaphore;
+    semaphore.Signal();
+    bool stop = false;
+    int nbLooks = 0;
+    RunOrders(
+        semaphore, [&] { return stop; },
+        [&] {
+            stop = ++nbLooks == 2;  // The first look is before the unit is taken, the second after.
+            return false;
+        });
+    // The second look was in vain, so the unit was either given back or its loss announced to the others.
+    EXPECT_EQ(semaphore.GetValue() + (semaphore.NbRecalls() > 1 ? 1 : 0), 1);
+}
+
+}  // namespace
+}  // namespace Tavrin::Player
