@@ -27,11 +27,15 @@ public:
     /// Starts anew from the player's time point and speed.
     virtual void Update(const IPlayer* player) = 0;
 
-    /// The stream's own rate, the rate of the display, the stream's cache (not owned), and how many samples
-    /// to keep ahead. They take effect at the next `Update`.
+    /// The stream's own rate and the rate of the display. They take effect at the next `Update`.
     virtual void SetSampleRate(SampleRate rate) = 0;
     virtual void SetDisplayRate(SampleRate rate) = 0;
+
+    /// The stream's cache, not owned; null ends the proposals at once, another cache is looked into at the next
+    /// `Update`.
     virtual void SetCache(Cache* cache) = 0;
+
+    /// How many samples to keep ahead, in force at once.
     virtual void SetNumberPreloads(std::uint64_t nb) = 0;
 };
 
