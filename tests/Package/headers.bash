@@ -24,5 +24,5 @@ if ((${#names[@]} < 20)); then
     echo "only ${#names[@]} headers in $headers: the installation is not complete" >&2
     exit 1
 fi
-printf '%s\n' "${names[@]}" | xargs -P "$(nproc)" -I{} bash -c 'Compile {}'
+printf '%s\n' "${names[@]}" | xargs -P 2 -I{} bash -c 'Compile {}'
 echo "${#names[@]} headers"

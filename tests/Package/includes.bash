@@ -24,11 +24,14 @@ headers="$(find "$prefix" -type d -path '*/include/tavrin')"
 cd "$root"
 for directory in "${!may_include[@]}"; do
     while IFS=: read -r file line; do
-        included="$(sed -E 's/^[^"<]*["<]([^">]*)[">].*/\1/' <<<"$line")"
+        included="$line"
+        [[ "$line" =~ [\"\<]([^\"\>]+)[\"\>] ]] && included="${BASH_REMATCH[1]}"
         library="${included%%/*}"
         checked=$((checked + 1))
         if [[ "$included" =~ ^(tests|examples|apps|benchmarks|contracts)/ || "$included" == *..* ]]; then
             Complain "$file" "$included" "not a header of a library"
+        elif [[ "$included" == "$line" ]]; then
+            Complain "$file" "$included" "it names no header"
         elif [[ ! "$library" =~ ^($ours)$ ]]; then
             continue
         elif [[ " ${may_include[$directory]} " != *" $library "* ]]; then
