@@ -191,7 +191,7 @@ TEST(PreloadThread, ARestartServesOrdersWhoseUnitsWereTakenByAnotherWorker) {
     bench.Push(1);
     bench.Push(2);
     other.Start();
-    ASSERT_TRUE(other.VainLooks().WaitFor(3));
+    ASSERT_TRUE(other.VainLooks().WaitFor(2));  // it has slept, and taken a unit
     bench.worker_.Start();
     EXPECT_TRUE(bench.preloader_.Done().WaitFor(2));
 }
@@ -383,6 +383,40 @@ TEST(PreloadThreads, AUnitForAnotherWorkersQueueTakesNoOrder) {
     ASSERT_TRUE(bench.worker_.VainLooks().WaitFor(looks + 1));
     EXPECT_EQ(foreign.GetSize(), 1u);
     EXPECT_EQ(bench.worker_.Finds().Value(), 0);
+}
+
+TEST(PreloadThreads, AnOrderWhoseUnitWokeAWorkerOfAnotherQueueIsServedWhenItsOwnComesBack) {
+    Bench bench;
+    Observed<PreloadThread> foreign;
+    foreign.Start();
+    bench.preloader_.Calls().Hold();
+    bench.worker_.Start();
+    bench.Push(1);
+    ASSERT_TRUE(bench.preloader_.Calls().Entered().WaitFor(1));
+    ASSERT_TRUE(foreign.VainLooks().WaitFor(1));
+    const int looks = foreign.VainLooks().Value();
+    bench.Push(2);
+    ASSERT_TRUE(foreign.VainLooks().WaitFor(looks + 1));
+    EXPECT_EQ(bench.queue_.GetSize(), 1u);
+    bench.preloader_.Calls().Release();
+    EXPECT_TRUE(bench.preloader_.Done().WaitFor(2));
+}
+
+TEST(PreloadThreads, AnOrderIsServedAlthoughManyWorkersOfOtherQueuesSleepToo) {
+    Bench bench;
+    PreloadOrderQueue empty;
+    std::vector<std::unique_ptr<Observed<PreloadThread>>> foreign;
+    for (int i = 0; i < 4; ++i) {
+        foreign.push_back(std::make_unique<Observed<PreloadThread>>());
+        foreign.back()->SetPreloadOrderQueue(&empty);
+        foreign.back()->Start();
+    }
+    bench.worker_.Start();
+    for (int number = 1; number <= 200; ++number) {
+        bench.Push(number);
+        ASSERT_TRUE(bench.preloader_.Done().WaitFor(number)) << "nobody came for order " << number;
+    }
+    foreign.clear();
 }
 
 TEST(PreloadThreads, HundredsOfQuickStartsAndStopsEnd) {
