@@ -44,6 +44,7 @@ private:
     std::shared_ptr<const Picture> GoOnTo(const PacketGroup& group, std::size_t wanted);
     std::shared_ptr<const Picture> Accept(const PacketGroup& group, std::size_t wanted);
     void Feed(const PacketGroup& group);
+    bool IsLeading(const PacketGroup& group, std::size_t packet) const;
     bool NeverComes(const PacketGroup& group, std::size_t picture) const;
 
     std::shared_ptr<const RecordingIndex> index_;
@@ -142,6 +143,13 @@ std::shared_ptr<const Picture> DecodeLane::Impl::Accept(const PacketGroup& group
     return number == wanted ? picture : nullptr;
 }
 
+/// Its picture belongs to the group before: it comes after the key frame but is shown before it. It is
+/// decoded all the same, because the decoder counts the pictures that it has seen.
+bool DecodeLane::Impl::IsLeading(const PacketGroup& group, std::size_t packet) const {
+    const auto picture = index_->PictureOfPacket(packet);
+    return picture && *picture < group.Layout().firstPicture;
+}
+
 void DecodeLane::Impl::Feed(const PacketGroup& group) {
     if (standing_->nextPacket == group.Layout().EndPacket()) {
         decoder_.SendEnd();
@@ -150,7 +158,7 @@ void DecodeLane::Impl::Feed(const PacketGroup& group) {
     }
     const auto number = standing_->nextPacket++;
     if (const auto packet = group.Packet(number)) {
-        decoder_.Send(*packet, number);
+        decoder_.Send(*packet, number, !IsLeading(group, number));
     } else {
         decoder_.SkipPacket();
     }

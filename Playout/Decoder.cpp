@@ -47,13 +47,17 @@ void Decoder::CountError(int code) {
     if (code == AVERROR(ENOMEM)) {
         throw std::bad_alloc();
     }
-    ++nbErrors_;
     ++nbErrorsInARow_;
+    if (!wanted_) {
+        return;
+    }
+    ++nbErrors_;
     damaged_ = true;
     lastError_ = Ffmpeg::ErrorText(code);
 }
 
-void Decoder::Send(const AVPacket& packet, std::size_t number) {
+void Decoder::Send(const AVPacket& packet, std::size_t number, bool wanted) {
+    wanted_ = wanted;
     if (av_packet_ref(packet_.get(), &packet) < 0) {
         throw std::bad_alloc();
     }

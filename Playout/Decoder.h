@@ -26,7 +26,9 @@ public:
     /// Borrows the index for the decoder's life.
     Decoder(const RecordingIndex& index, int nbThreads);
 
-    void Send(const AVPacket& packet, std::size_t number);
+    /// \p wanted false: its picture is not of interest, nor are errors in it, because what it is predicted
+    /// from was not decoded.
+    void Send(const AVPacket& packet, std::size_t number, bool wanted = true);
     void SendEnd();
     /// A packet that is not there: what is predicted from it comes out damaged.
     void SkipPacket() { damaged_ = true; }
@@ -53,6 +55,7 @@ private:
     Ffmpeg::PacketPointer packet_;
     Ffmpeg::FramePointer frame_;
     std::size_t pictureNumber_ = 0;
+    bool wanted_ = true;  ///< The packet sent last.
     /// Since the last Flush something was missing or could not be decoded.
     bool damaged_ = false;
     int nbErrorsInARow_ = 0;

@@ -143,6 +143,15 @@ bool Demuxer::SeekBackwardTo(std::int64_t timeStamp) {
     return av_seek_frame(format_, stream_, timeStamp, AVSEEK_FLAG_BACKWARD) >= 0;
 }
 
+bool Demuxer::SeeksByPosition() const {
+    const int flags = format_->iformat->flags;
+    return (flags & AVFMT_NO_BYTE_SEEK) == 0 && (flags & AVFMT_TS_DISCONT) != 0;
+}
+
+bool Demuxer::SeekToPosition(std::int64_t position) {
+    return av_seek_frame(format_, stream_, position, AVSEEK_FLAG_BYTE) >= 0;
+}
+
 std::int64_t Demuxer::FileSize() const {
     return avio_size(io_);
 }

@@ -31,6 +31,11 @@ public:
     /// that is: what Next delivers then decides. False when there is no such place.
     [[nodiscard]] bool SeekBackwardTo(std::int64_t timeStamp);
 
+    /// Reading can begin at any place in the file: it is made for broadcast, without tables.
+    [[nodiscard]] bool SeeksByPosition() const;
+    /// Goes to a byte of the file; of use with such files, and with bare streams of pictures.
+    [[nodiscard]] bool SeekToPosition(std::int64_t position);
+
     [[nodiscard]] const AVFormatContext& Format() const { return *format_; }
     [[nodiscard]] AVStream& Stream() const { return *format_->streams[stream_]; }
     [[nodiscard]] int StreamNumber() const { return stream_; }

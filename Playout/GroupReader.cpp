@@ -10,8 +10,9 @@ namespace Tavrin::Playout {
 
 namespace {
 
-/// Reading on over this many unwanted packets costs less than a seek, which throws away what is buffered.
-constexpr std::size_t kMaxPassedOver = 8;
+/// Reading on over this many bytes of unwanted packets costs no more than a seek: it is what the input
+/// buffers.
+constexpr std::int64_t kMaxPassedOver = 32 * 1024;
 
 /// Earlier groups tried, when a seek ends up after the wanted packet, before the start of the file.
 constexpr std::size_t kMaxEarlierGroups = 3;
@@ -187,11 +188,11 @@ std::optional<std::size_t> GroupReader::Identify(const AVPacket& packet) const {
     return found;
 }
 
-/// Where a seek may be asked to go to for a packet, likeliest first.
+/// Where a seek may be asked to go to for a packet, and how.
 struct GroupReader::SeekTarget {
-    std::int64_t timeStamp;
-    bool byDecoding;    ///< The stamp is the decoding one.
-    std::size_t entry;  ///< The packet that it belongs to.
+    SeekBy by;
+    std::int64_t value;
+    std::size_t entry;  ///< The packet that begins there.
 };
 
 std::vector<GroupReader::SeekTarget> GroupReader::SeekTargets(std::size_t packet) const {
@@ -200,35 +201,48 @@ std::vector<GroupReader::SeekTarget> GroupReader::SeekTargets(std::size_t packet
         --group;
     }
     std::vector<SeekTarget> targets;
-    const auto add = [&](std::size_t entry, bool byDecoding) {
-        const auto& known = index_->Packet(entry);
-        const auto stamp = byDecoding ? known.dts : known.pts;
-        if (stamp != CodedPacket::kNone) {
-            targets.push_back({stamp, byDecoding, entry});
+    const auto add = [&](std::size_t entry, SeekBy by, std::int64_t value, std::int64_t none) {
+        if (value != none) {
+            targets.push_back({by, value, entry});
         }
     };
     for (std::size_t i = 0; i <= kMaxEarlierGroups && group > 0; ++i) {
         const auto entry = index_->Group(--group).firstPacket;
-        add(entry, seekByDecoding_);
-        add(entry, !seekByDecoding_);
+        const auto& known = index_->Packet(entry);
+        // A bare stream of pictures has no time stamps but those that the index made.
+        if (demuxer_->SeeksByPosition() || known.dts == CodedPacket::kNone) {
+            add(entry, SeekBy::Position, known.position, -1);
+        }
+        add(entry, SeekBy::Presentation, known.pts, CodedPacket::kNone);
+        add(entry, SeekBy::Decoding, known.dts, CodedPacket::kNone);
+        const auto times = targets.end() - std::min<std::ptrdiff_t>(2, std::ssize(targets));
+        std::stable_partition(times, targets.end(),
+                              [&](const SeekTarget& target) { return target.by == preferred_; });
     }
     return targets;
+}
+
+bool GroupReader::StandsShortlyBefore(std::size_t packet) const {
+    const auto stands = next_ != nullptr ? std::optional(next_->number) : expected_;
+    if (!stands || *stands > packet) {
+        return false;
+    }
+    std::int64_t nbBytes = 0;
+    for (auto between = *stands; between < packet && nbBytes <= kMaxPassedOver; ++between) {
+        nbBytes += index_->Packet(between).size;
+    }
+    return nbBytes <= kMaxPassedOver;
 }
 
 void GroupReader::GoTo(std::size_t packet) {
     if (demuxer_ == nullptr) {
         Open();
     }
-    const auto stands = next_ != nullptr ? std::optional(next_->number) : expected_;
-    if (stands && *stands <= packet && packet - *stands <= kMaxPassedOver) {
+    if (StandsShortlyBefore(packet)) {
         return;
     }
     for (const auto& target : SeekTargets(packet)) {
-        if (TrySeek(target.timeStamp, packet)) {
-            // Some containers find a key frame by its presentation stamp, others by its decoding stamp; asked
-            // for by the wrong one they land a group too early.
-            const bool exact = next_->number == target.entry;
-            seekByDecoding_ = exact == target.byDecoding;
+        if (TrySeek(target, packet)) {
             return;
         }
     }
@@ -236,11 +250,19 @@ void GroupReader::GoTo(std::size_t packet) {
     Open();
 }
 
-bool GroupReader::TrySeek(std::int64_t timeStamp, std::size_t packet) {
+/// Some containers find a key frame by its presentation stamp, others by its decoding stamp; asked for by the
+/// other one they land too late, or a group too early, and are asked the other way from then on.
+bool GroupReader::TrySeek(const SeekTarget& target, std::size_t packet) {
     ++information_.nbSeeks;
     next_.reset();
     expected_.reset();
-    return demuxer_->SeekBackwardTo(timeStamp) && Peek() && next_->number <= packet;
+    const bool found = target.by == SeekBy::Position ? demuxer_->SeekToPosition(target.value)
+                                                     : demuxer_->SeekBackwardTo(target.value);
+    const bool landed = found && Peek() && next_->number <= packet;
+    if (target.by == preferred_ && !(landed && next_->number == target.entry)) {
+        preferred_ = preferred_ == SeekBy::Decoding ? SeekBy::Presentation : SeekBy::Decoding;
+    }
+    return landed;
 }
 
 }  // namespace Tavrin::Playout

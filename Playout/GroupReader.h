@@ -64,6 +64,7 @@ public:
 private:
     struct Numbered;
     struct SeekTarget;
+    enum class SeekBy { Position, Presentation, Decoding };
 
     [[nodiscard]] std::vector<PacketGroup::SharedPacket> TakeFromGroupsAtHand(
         const PictureGroup& layout) const;
@@ -72,7 +73,8 @@ private:
 
     void Open();
     void GoTo(std::size_t packet);
-    [[nodiscard]] bool TrySeek(std::int64_t timeStamp, std::size_t packet);
+    [[nodiscard]] bool StandsShortlyBefore(std::size_t packet) const;
+    [[nodiscard]] bool TrySeek(const SeekTarget& target, std::size_t packet);
     [[nodiscard]] std::vector<SeekTarget> SeekTargets(std::size_t packet) const;
     [[nodiscard]] bool Peek();
     [[nodiscard]] std::optional<std::size_t> Identify(const AVPacket& packet) const;
@@ -89,8 +91,8 @@ private:
     std::unique_ptr<Numbered> next_;
     /// The number of the packet that the demuxer delivers next, if reading just goes on.
     std::optional<std::size_t> expected_;
-    /// Whether this container's seeks go by decoding stamps; learnt from where they end up.
-    bool seekByDecoding_ = false;
+    /// The kind of stamp that this container's seeks go by; learnt from where they end up.
+    SeekBy preferred_ = SeekBy::Presentation;
     std::deque<std::shared_ptr<const PacketGroup>> kept_;
     Information information_;
 };

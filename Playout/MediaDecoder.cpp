@@ -1,6 +1,7 @@
 #include "Playout/MediaDecoder.h"
 
 #include <algorithm>
+#include <exception>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
@@ -168,11 +169,12 @@ Player::ISample* MediaDecoder::Decode(const Player::DecodeOrder& order) {
     std::unique_ptr<Player::ISample> decoded;
     try {
         decoded = DecodeOne(order);
-    } catch (...) {
+    } catch (const std::exception& error) {
         if (decodedHook_) {
             decodedHook_(order, false);
         }
-        throw;
+        // The one type that a decoder may throw: running out of memory fails this order, not the process.
+        throw std::runtime_error(error.what());
     }
     if (decodedHook_) {
         decodedHook_(order, decoded != nullptr);

@@ -21,7 +21,7 @@ struct TrackReport {
 enum class PlayEnd {
     Reached,  ///< The end, or the origin, or the time point to play to.
     Counted,  ///< As many ticks as were asked for.
-    Stopped   ///< The caller's stop flag.
+    Stopped   ///< The caller, by the stop flag or from the callback.
 };
 
 /// What playing a session came to.

@@ -126,9 +126,8 @@ private:
     [[nodiscard]] bool IsStopped() {
         if (stop_ != nullptr && stop_->load()) {
             report_.end = PlayEnd::Stopped;
-            return true;
         }
-        return false;
+        return report_.end == PlayEnd::Stopped;
     }
 
     [[nodiscard]] bool IsOver() {
@@ -234,7 +233,9 @@ private:
         shown_.time = tick_.time;
         report_.last = tick_.time;
         report_.elapsed = Clock::now() - firstShown_;
-        show_(shown_, tick_);
+        if (!show_(shown_, tick_)) {
+            report_.end = PlayEnd::Stopped;
+        }
     }
 
     const Playback& playback_;

@@ -53,8 +53,9 @@ struct PlaybackOptions {
 /// when playing stalls, and lets through what the callback throws.
 class TAVRIN_PLAYOUT_EXPORT Playback final {
 public:
-    /// Called for each tick: what is on show from now on, and what the session said about it.
-    using TickCallback = std::function<void(const ShownTick& shown, const TickReport& report)>;
+    /// Called for each tick: what is on show from now on, and what the session said about it. False ends
+    /// playing.
+    using TickCallback = std::function<bool(const ShownTick& shown, const TickReport& report)>;
 
     Playback(Session& session, const PlaybackOptions& options);
 

@@ -6,7 +6,7 @@ extern "C" {
 }
 
 #include <algorithm>
-#include <exception>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -14,6 +14,7 @@ extern "C" {
 #include "Playout/GroupLayout.h"
 #include "Playout/PacketInspector.h"
 #include "Playout/SampleGrid.h"
+#include "Playout/StampCompletion.h"
 
 namespace Tavrin::Playout {
 
@@ -65,8 +66,10 @@ std::shared_ptr<const RecordingIndex> RecordingIndexBuilder::Build() {
     if (avcodec_find_decoder(stream.codecpar->codec_id) == nullptr) {
         Fail(std::string("there is no decoder for ") + avcodec_get_name(stream.codecpar->codec_id));
     }
+    if (stream.codecpar->width <= 0 || stream.codecpar->height <= 0) {
+        Fail("its video cannot be decoded: nothing in it tells the size of its pictures");
+    }
     ReadPackets(demuxer);
-    CompleteTimeStamps();
     CountMissingPackets(demuxer);
     LayOutPictures();
     LayOutTimes({ToRatio(stream.r_frame_rate), ToRatio(stream.avg_frame_rate)});
@@ -92,6 +95,10 @@ void RecordingIndexBuilder::ReadPackets(Demuxer& demuxer) {
     if (content_->packets.empty()) {
         Fail("holds no pictures");
     }
+    CompleteTimeStamps(inspector.Orders());
+    if (inspector.BeginsInMidGroup()) {
+        HideUndecodableBeginning();
+    }
 }
 
 void RecordingIndexBuilder::AddPacket(const AVPacket& packet, PacketInspector& inspector) {
@@ -108,26 +115,29 @@ void RecordingIndexBuilder::AddPacket(const AVPacket& packet, PacketInspector& i
     content_->packets.push_back(coded);
 }
 
-void RecordingIndexBuilder::CompleteTimeStamps() {
+void RecordingIndexBuilder::CompleteTimeStamps(const std::vector<CodedOrder>& orders) {
     auto& packets = content_->packets;
-    const auto missing = [](const CodedPacket& packet) { return packet.pts == CodedPacket::kNone; };
-    const auto nbMissing = std::count_if(packets.begin(), packets.end(), missing);
-    if (nbMissing == 0) {
+    if (CompleteStamps(packets, orders, content_->parameters->video_delay > 0)) {
         return;
     }
-    // Without reordering pictures are shown as they are decoded.
-    const auto* codec = avcodec_descriptor_get(content_->parameters->codec_id);
-    const bool reorders = content_->parameters->video_delay > 0 || codec == nullptr;
-    for (auto& packet : packets) {
-        if (missing(packet) && packet.secondField) {
-            packet.pts = (&packet)[-1].pts;
-        } else if (missing(packet) && !reorders) {
-            packet.pts = packet.dts;
-        }
+    const auto nbMissing = std::count_if(packets.begin(), packets.end(), [](const CodedPacket& packet) {
+        return packet.pts == CodedPacket::kNone;
+    });
+    Fail("cannot be played: " + std::to_string(nbMissing) + " of its " + std::to_string(packets.size()) +
+         " video packets have no time stamp that tells when they are shown");
+}
+
+/// A recording cut out of a longer one may begin with pictures predicted from what was cut away: those before
+/// the first key frame, in either order. Nothing can decode them, and time begins with the first that can be.
+void RecordingIndexBuilder::HideUndecodableBeginning() {
+    auto& packets = content_->packets;
+    const auto first =
+        std::find_if(packets.begin(), packets.end(), [](const CodedPacket& packet) { return packet.entry; });
+    if (first == packets.end()) {
+        return;
     }
-    if (const auto left = std::count_if(packets.begin(), packets.end(), missing); left > 0) {
-        Fail("cannot be played: " + std::to_string(left) + " of its " + std::to_string(packets.size()) +
-             " video packets have no presentation time stamp");
+    for (auto packet = packets.begin(); packet != packets.end(); ++packet) {
+        packet->hidden = packet->hidden || packet < first || packet->pts < first->pts;
     }
 }
 

@@ -12,6 +12,8 @@
 namespace Tavrin::Playout {
 
 class Demuxer;
+class PacketInspector;
+struct CodedOrder;
 
 /// What an index holds.
 struct RecordingIndex::Content {
@@ -40,8 +42,9 @@ public:
 
 private:
     void ReadPackets(Demuxer& demuxer);
-    void AddPacket(const AVPacket& packet, class PacketInspector& inspector);
-    void CompleteTimeStamps();
+    void AddPacket(const AVPacket& packet, PacketInspector& inspector);
+    void CompleteTimeStamps(const std::vector<CodedOrder>& orders);
+    void HideUndecodableBeginning();
     void CountMissingPackets(const Demuxer& demuxer);
     void Describe(const Demuxer& demuxer);
     void LayOutPictures();

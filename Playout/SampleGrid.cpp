@@ -63,14 +63,26 @@ private:
     Ratio samplesPerUnit_;
 };
 
-bool IsConstant(const PictureTimes& pictures, const Ratio& rate) {
-    const Scale scale(pictures.timeBase, rate);
-    const auto tolerance = scale.Tolerance();
+/// Picture i lies on sample i.
+bool IsConstant(const PictureTimes& pictures, const Scale& scale) {
     for (std::size_t i = 0; i < pictures.times.size(); ++i) {
         const auto expected = scale.ToTime(static_cast<std::int64_t>(i));
-        if (std::abs(pictures.times[i] - expected) > tolerance) {
+        if (std::abs(pictures.times[i] - expected) > scale.Tolerance()) {
             return false;
         }
+    }
+    return true;
+}
+
+/// Every picture lies on a sample of its own.
+bool IsConstantWithHoles(const PictureTimes& pictures, const Scale& scale) {
+    std::int64_t before = -1;
+    for (const auto time : pictures.times) {
+        const auto sample = scale.ToSample(time);
+        if (sample == before || std::abs(time - scale.ToTime(sample)) > scale.Tolerance()) {
+            return false;
+        }
+        before = sample;
     }
     return true;
 }
@@ -164,14 +176,20 @@ SampleGrid FinestNeeded(const PictureTimes& pictures, const std::vector<Ratio>& 
 SampleGrid LayOutGrid(const PictureTimes& pictures, std::int64_t maxVariableRate) {
     auto claimed = Claimed(pictures);
     for (const auto& rate : ConstantCandidates(pictures, claimed)) {
-        if (IsConstant(pictures, rate)) {
+        if (IsConstant(pictures, Scale(pictures.timeBase, rate))) {
             return ConstantGrid(rate, pictures.times.size());
+        }
+    }
+    const Ratio limit(maxVariableRate, 1);
+    for (const auto& rate : ConstantCandidates(pictures, claimed)) {
+        if (!(limit < rate) && IsConstantWithHoles(pictures, Scale(pictures.timeBase, rate))) {
+            return VariableGrid(pictures, rate, Rounded(pictures, rate));
         }
     }
     if (const auto mean = MeanRate(pictures); mean.Positive()) {
         claimed.push_back(Snapped(mean));
     }
-    return FinestNeeded(pictures, claimed, Ratio(maxVariableRate, 1));
+    return FinestNeeded(pictures, claimed, limit);
 }
 
 }  // namespace Tavrin::Playout

@@ -28,9 +28,11 @@ struct PictureTimes {
 ///
 /// 1. A constant rate: the first one among the claimed rates, the usual rates and the mean rate for which
 ///    picture i lies at i/rate, within what one unit of the time base can have rounded away.
-/// 2. Otherwise the first claimed rate, times the smallest whole number, for which rounding each picture's
-///    time to the nearest sample gives every picture a sample of its own, up to \p maxVariableRate.
-/// 3. Otherwise the finest of those; some pictures share a sample.
+/// 2. Otherwise a rate with holes: the first one among the claimed and the usual rates, up to
+///    \p maxVariableRate, on whose samples all the pictures lie, as exactly as that.
+/// 3. Otherwise the first claimed rate, times the smallest whole number, for which rounding each picture's
+///    time to the nearest sample gives every picture a sample of its own, up to the same limit.
+/// 4. Otherwise the finest of those; some pictures share a sample.
 ///
 /// A claimed rate within 1/10000 of a usual one (24000/1001, 25, 30000/1001 ...) is taken for that one.
 /// There must be one picture at least.
