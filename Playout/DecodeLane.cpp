@@ -160,7 +160,7 @@ void DecodeLane::Impl::Feed(const PacketGroup& group) {
     if (const auto packet = group.Packet(number)) {
         decoder_.Send(*packet, number, !IsLeading(group, number));
     } else {
-        decoder_.SkipPacket();
+        decoder_.SkipPacket(number);
     }
 }
 

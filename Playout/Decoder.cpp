@@ -52,11 +52,46 @@ void Decoder::CountError(int code) {
         return;
     }
     ++nbErrors_;
-    damaged_ = true;
     lastError_ = Ffmpeg::ErrorText(code);
+    // A decoder with several threads tells of an error while later packets are sent.
+    const auto delay = static_cast<std::size_t>(context_->thread_count - 1);
+    for (auto packet = sent_ - std::min(sent_, delay); packet <= sent_; ++packet) {
+        MarkDamage(packet);
+    }
+}
+
+void Decoder::MarkDamage(std::size_t packet) {
+    const auto group = index_.GroupAtPacket(packet);
+    if (!group) {
+        return;
+    }
+    // Nothing of a group is predicted from the pictures that come after its key frame but are shown before
+    // it.
+    const auto picture = index_.PictureOfPacket(packet);
+    const bool leading = picture && *picture < index_.Group(*group).firstPicture;
+    if (!leading) {
+        MarkDamage(*group, packet);
+    }
+    if (*group > 0 && packet < index_.Group(*group - 1).EndPacket()) {
+        MarkDamage(*group - 1, packet);
+    }
+}
+
+void Decoder::MarkDamage(std::size_t group, std::size_t packet) {
+    const auto [place, added] = damage_.emplace(group, packet);
+    if (!added) {
+        place->second = std::min(place->second, packet);
+    }
+}
+
+bool Decoder::IsDamaged(std::size_t picture) const {
+    const auto& indexed = index_.Picture(picture);
+    const auto found = damage_.find(indexed.group);
+    return found != damage_.end() && found->second <= indexed.packet;
 }
 
 void Decoder::Send(const AVPacket& packet, std::size_t number, bool wanted) {
+    sent_ = number;
     wanted_ = wanted;
     if (av_packet_ref(packet_.get(), &packet) < 0) {
         throw std::bad_alloc();
@@ -67,7 +102,9 @@ void Decoder::Send(const AVPacket& packet, std::size_t number, bool wanted) {
     packet_->duration = 0;
     // What is shown is for the index to say.
     packet_->flags &= ~AV_PKT_FLAG_DISCARD;
-    damaged_ = damaged_ || (packet_->flags & AV_PKT_FLAG_CORRUPT) != 0;
+    if ((packet_->flags & AV_PKT_FLAG_CORRUPT) != 0) {
+        MarkDamage(number);
+    }
     ++nbPacketsDecoded_;
     const int result = avcodec_send_packet(context_.get(), packet_.get());
     av_packet_unref(packet_.get());
@@ -80,11 +117,16 @@ void Decoder::SendEnd() {
     avcodec_send_packet(context_.get(), nullptr);
 }
 
+/// Takes the number of the picture that came out.
 bool Decoder::IsShown() {
     if (frame_->pts < 0 || static_cast<std::size_t>(frame_->pts) >= index_.NbPackets()) {
         return false;
     }
-    const auto picture = index_.PictureOfPacket(static_cast<std::size_t>(frame_->pts));
+    const auto packet = static_cast<std::size_t>(frame_->pts);
+    if ((frame_->flags & AV_FRAME_FLAG_CORRUPT) != 0 || frame_->decode_error_flags != 0) {
+        MarkDamage(packet);
+    }
+    const auto picture = index_.PictureOfPacket(packet);
     pictureNumber_ = picture.value_or(0);
     return picture.has_value();
 }
@@ -111,14 +153,12 @@ Decoder::Event Decoder::Receive() {
 }
 
 std::shared_ptr<const Picture> Decoder::TakePicture() const {
-    const bool damaged =
-        damaged_ || (frame_->flags & AV_FRAME_FLAG_CORRUPT) != 0 || frame_->decode_error_flags != 0;
-    return std::make_shared<const Picture>(pictureNumber_, *frame_, damaged);
+    return std::make_shared<const Picture>(pictureNumber_, *frame_, IsDamaged(pictureNumber_));
 }
 
 void Decoder::Flush() {
     avcodec_flush_buffers(context_.get());
-    damaged_ = false;
+    damage_.clear();
     nbErrorsInARow_ = 0;
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -17,6 +18,9 @@ namespace Tavrin::Playout {
 /// Take pictures with Receive until it wants a packet, then Send one; after the last one SendEnd, and Receive
 /// until the end. Flush begins anew, at a key frame.
 ///
+/// Damage is followed: a picture counts as damaged when it, or one decoded before it in the same group, had
+/// to be made up by the decoder or could not be decoded at all.
+///
 /// *Threads:* externally synchronised. *Errors:* the constructor throws std::runtime_error when the decoder
 /// cannot be opened, all throw std::bad_alloc. Errors in the recording are counted.
 class Decoder {
@@ -31,7 +35,7 @@ public:
     void Send(const AVPacket& packet, std::size_t number, bool wanted = true);
     void SendEnd();
     /// A packet that is not there: what is predicted from it comes out damaged.
-    void SkipPacket() { damaged_ = true; }
+    void SkipPacket(std::size_t number) { MarkDamage(number); }
 
     /// After Event::Picture, PictureNumber tells which one came out; pictures that are never shown are left
     /// out.
@@ -39,6 +43,9 @@ public:
     [[nodiscard]] std::size_t PictureNumber() const { return pictureNumber_; }
     /// The picture itself, to be taken before the next Receive.
     [[nodiscard]] std::shared_ptr<const Picture> TakePicture() const;
+    /// By what is known now: a picture that is shown before the damaged one from which it is predicted comes
+    /// out before that is seen.
+    [[nodiscard]] bool IsDamaged(std::size_t picture) const;
 
     void Flush();
 
@@ -48,6 +55,8 @@ public:
 
 private:
     void CountError(int code);
+    void MarkDamage(std::size_t packet);
+    void MarkDamage(std::size_t group, std::size_t packet);
     [[nodiscard]] bool IsShown();
 
     const RecordingIndex& index_;
@@ -55,9 +64,10 @@ private:
     Ffmpeg::PacketPointer packet_;
     Ffmpeg::FramePointer frame_;
     std::size_t pictureNumber_ = 0;
-    bool wanted_ = true;  ///< The packet sent last.
-    /// Since the last Flush something was missing or could not be decoded.
-    bool damaged_ = false;
+    std::size_t sent_ = 0;  ///< The packet sent last.
+    bool wanted_ = true;    ///< And whether it was.
+    /// For each damaged group since the last Flush, the first damaged packet.
+    std::map<std::size_t, std::size_t> damage_;
     int nbErrorsInARow_ = 0;
     std::uint64_t nbPacketsDecoded_ = 0;
     std::uint64_t nbErrors_ = 0;

@@ -196,10 +196,8 @@ struct GroupReader::SeekTarget {
 };
 
 std::vector<GroupReader::SeekTarget> GroupReader::SeekTargets(std::size_t packet) const {
-    std::size_t group = index_->NbGroups();
-    while (group > 0 && index_->Group(group - 1).firstPacket > packet) {
-        --group;
-    }
+    const auto at = index_->GroupAtPacket(packet);
+    std::size_t group = at ? *at + 1 : 0;
     std::vector<SeekTarget> targets;
     const auto add = [&](std::size_t entry, SeekBy by, std::int64_t value, std::int64_t none) {
         if (value != none) {

@@ -100,6 +100,16 @@ std::optional<std::size_t> RecordingIndex::PictureOfPacket(std::size_t packet) c
     return content_->pictureOfPacket.at(packet);
 }
 
+std::optional<std::size_t> RecordingIndex::GroupAtPacket(std::size_t packet) const {
+    const auto& groups = content_->groups;
+    const auto next = std::partition_point(
+        groups.begin(), groups.end(), [&](const PictureGroup& group) { return group.firstPacket <= packet; });
+    if (next == groups.begin()) {
+        return std::nullopt;
+    }
+    return static_cast<std::size_t>(next - groups.begin()) - 1;
+}
+
 bool RecordingIndex::IntraOnly() const {
     const auto& groups = content_->groups;
     return std::all_of(groups.begin(), groups.end(),

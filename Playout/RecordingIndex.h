@@ -133,6 +133,9 @@ public:
     /// The picture that a packet's decoding shows; nothing for hidden packets and second fields.
     [[nodiscard]] std::optional<std::size_t> PictureOfPacket(std::size_t packet) const;
 
+    /// The last group whose run begins at that packet or before it; nothing before the first run.
+    [[nodiscard]] std::optional<std::size_t> GroupAtPacket(std::size_t packet) const;
+
     /// Every picture can be decoded alone.
     [[nodiscard]] bool IntraOnly() const;
     /// Pictures at most that come before another in decoding order and after it on display.

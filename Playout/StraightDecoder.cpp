@@ -1,5 +1,7 @@
 #include "Playout/StraightDecoder.h"
 
+#include <algorithm>
+#include <deque>
 #include <stdexcept>
 #include <utility>
 
@@ -44,6 +46,45 @@ private:
     std::size_t number_ = 0;
 };
 
+/// How many places before another a picture is shown at most that is decoded after it.
+std::size_t PlacesBefore(const RecordingIndex& index) {
+    constexpr std::size_t kMostPlaces = 32;  // twice what any codec allows to reorder
+    std::size_t most = 0;
+    for (std::size_t picture = 1; picture < index.NbPictures(); ++picture) {
+        for (auto place = std::min(picture, kMostPlaces); place > most; --place) {
+            if (index.Picture(picture - place).packet > index.Picture(picture).packet) {
+                most = place;
+            }
+        }
+    }
+    return most;
+}
+
+/// Holds pictures back until the damage in what they are predicted from has been seen, which may be shown
+/// after them.
+class HoldBack {
+public:
+    HoldBack(const Decoder& decoder, std::size_t nb) : decoder_(decoder), nb_(nb) {}
+
+    void Add(std::shared_ptr<const Picture> picture) { held_.push_back(std::move(picture)); }
+    bool IsOverdue() const { return held_.size() > nb_; }
+    bool IsEmpty() const { return held_.empty(); }
+
+    std::shared_ptr<const Picture> Take() {
+        auto picture = std::move(held_.front());
+        held_.pop_front();
+        if (decoder_.IsDamaged(picture->Number()) && !picture->Damaged()) {
+            return std::make_shared<const Picture>(picture->Number(), picture->Native(), true);
+        }
+        return picture;
+    }
+
+private:
+    const Decoder& decoder_;
+    std::size_t nb_;
+    std::deque<std::shared_ptr<const Picture>> held_;
+};
+
 }  // namespace
 
 StraightDecoder::StraightDecoder(std::shared_ptr<const RecordingIndex> index, int nbThreads)
@@ -55,18 +96,22 @@ StraightDecoder::Result StraightDecoder::Run(const Callback& callback) {
     Decoder decoder(*index_, nbThreads_);
     Result result;
     std::string fileError;
-    while (true) {
+    HoldBack held(decoder, PlacesBefore(*index_));
+    const auto handOver = [&] {
+        ++result.nbPictures;
+        return callback(held.Take());
+    };
+    for (bool wanted = true; wanted;) {
         const auto event = decoder.Receive();
         if (event == Decoder::Event::WantsPacket) {
             source.Feed(decoder, fileError);
-            continue;
-        }
-        if (event == Decoder::Event::End) {
-            break;
-        }
-        ++result.nbPictures;
-        if (!callback(decoder.TakePicture())) {
-            break;
+        } else if (event == Decoder::Event::Picture) {
+            held.Add(decoder.TakePicture());
+            wanted = !held.IsOverdue() || handOver();
+        } else {
+            while (!held.IsEmpty() && handOver()) {
+            }
+            wanted = false;
         }
     }
     result.nbErrors = decoder.NbErrors();
