@@ -192,6 +192,8 @@ public:
     TimePoint& operator/=(Number) = delete;
 
     friend constexpr bool operator==(const TimePoint&, const TimePoint&) noexcept = default;
+    // clang-tidy 14 sees the comparison with literal zero that the compiler writes into it.
+    // NOLINTNEXTLINE(modernize-use-nullptr)
     friend constexpr std::strong_ordering operator<=>(const TimePoint&, const TimePoint&) noexcept = default;
 
     /// The number of bytes of the serialised form: 8.

@@ -6,8 +6,9 @@
 /// 128-bit intermediates for the exact arithmetic of this library; not installed.
 namespace Tavrin::Time::Wide {
 
-__extension__ typedef __int128 Int128;
-__extension__ typedef unsigned __int128 Uint128;
+// Only before a typedef does __extension__ tell the compilers that the extension is meant.
+__extension__ typedef __int128 Int128;            // NOLINT(modernize-use-using)
+__extension__ typedef unsigned __int128 Uint128;  // NOLINT(modernize-use-using)
 
 /// |value|, which for the lowest 64-bit number only an unsigned type holds.
 constexpr std::uint64_t Magnitude(std::int64_t value) noexcept {

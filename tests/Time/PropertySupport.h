@@ -16,8 +16,10 @@
 
 namespace Tavrin::Time::Testing {
 
-/// Integers without bounds: the arithmetic that the library's is held against.
-using Big = boost::multiprecision::cpp_int;
+/// Integers without bounds: the arithmetic that the library's is held against. Without expression templates,
+/// so that a result has the type it is declared with.
+using Big =
+    boost::multiprecision::number<boost::multiprecision::cpp_int_backend<>, boost::multiprecision::et_off>;
 
 inline constexpr std::int64_t kLowest = std::numeric_limits<std::int64_t>::min();
 inline constexpr std::int64_t kHighest = std::numeric_limits<std::int64_t>::max();
@@ -26,7 +28,7 @@ inline Big FloorDivide(const Big& dividend, const Big& divisor) {
     Big quotient;
     Big rest;
     boost::multiprecision::divide_qr(dividend, divisor, quotient, rest);
-    return rest != 0 && (rest < 0) != (divisor < 0) ? Big(quotient - 1) : quotient;
+    return rest != 0 && (rest < 0) != (divisor < 0) ? quotient - 1 : quotient;
 }
 
 inline Big CeilDivide(const Big& dividend, const Big& divisor) {
