@@ -13,7 +13,7 @@ extern "C" {
 #include "Playout/Demuxer.h"
 #include "Playout/GroupLayout.h"
 #include "Playout/PacketInspector.h"
-#include "Playout/SampleGrid.h"
+#include "Playout/PictureGrid.h"
 #include "Playout/StampCompletion.h"
 
 namespace Tavrin::Playout {

@@ -9,7 +9,7 @@
 namespace Tavrin::Playout {
 
 /// The numbered samples onto which a recording's pictures are laid.
-struct SampleGrid {
+struct PictureGrid {
     Player::SampleRate rate;
     std::vector<std::int64_t> starts;  ///< For each picture, the first sample on which it is on display.
     std::int64_t nbSamples = 0;
@@ -36,7 +36,7 @@ struct PictureTimes {
 ///
 /// A claimed rate within 1/10000 of a usual one (24000/1001, 25, 30000/1001 ...) is taken for that one.
 /// There must be one picture at least.
-[[nodiscard]] TAVRIN_PLAYOUT_EXPORT SampleGrid LayOutGrid(const PictureTimes& pictures,
+[[nodiscard]] TAVRIN_PLAYOUT_EXPORT PictureGrid LayOutGrid(const PictureTimes& pictures,
                                                           std::int64_t maxVariableRate);
 
 }  // namespace Tavrin::Playout

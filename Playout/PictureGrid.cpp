@@ -1,4 +1,4 @@
-#include "Playout/SampleGrid.h"
+#include "Playout/PictureGrid.h"
 
 extern "C" {
 #include <libavutil/mathematics.h>
@@ -141,22 +141,22 @@ std::vector<Ratio> ConstantCandidates(const PictureTimes& pictures, const std::v
     return rates;
 }
 
-SampleGrid ConstantGrid(const Ratio& rate, std::size_t nbPictures) {
-    SampleGrid grid{Player::SampleRate(rate), {}, static_cast<std::int64_t>(nbPictures)};
+PictureGrid ConstantGrid(const Ratio& rate, std::size_t nbPictures) {
+    PictureGrid grid{Player::SampleRate(rate), {}, static_cast<std::int64_t>(nbPictures)};
     for (std::int64_t i = 0; i < grid.nbSamples; ++i) {
         grid.starts.push_back(i);
     }
     return grid;
 }
 
-SampleGrid VariableGrid(const PictureTimes& pictures, const Ratio& rate, std::vector<std::int64_t> starts) {
+PictureGrid VariableGrid(const PictureTimes& pictures, const Ratio& rate, std::vector<std::int64_t> starts) {
     const auto last = starts.back();
     const auto lastLength = Scale(pictures.timeBase, rate).ToSample(pictures.lastDuration);
     return {Player::SampleRate(rate), std::move(starts), last + std::max<std::int64_t>(lastLength, 1)};
 }
 
 /// A grid that has a sample of its own for each picture, or the finest one below the limit.
-SampleGrid FinestNeeded(const PictureTimes& pictures, const std::vector<Ratio>& rates, const Ratio& limit) {
+PictureGrid FinestNeeded(const PictureTimes& pictures, const std::vector<Ratio>& rates, const Ratio& limit) {
     Ratio finest;
     for (const auto& rate : rates) {
         for (Ratio multiple = rate; !(limit < multiple); multiple = multiple + rate) {
@@ -173,7 +173,7 @@ SampleGrid FinestNeeded(const PictureTimes& pictures, const std::vector<Ratio>& 
 
 }  // namespace
 
-SampleGrid LayOutGrid(const PictureTimes& pictures, std::int64_t maxVariableRate) {
+PictureGrid LayOutGrid(const PictureTimes& pictures, std::int64_t maxVariableRate) {
     auto claimed = Claimed(pictures);
     for (const auto& rate : ConstantCandidates(pictures, claimed)) {
         if (IsConstant(pictures, Scale(pictures.timeBase, rate))) {
