@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
-#include <regex>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -40,10 +39,14 @@ constexpr std::int64_t kHighest = std::numeric_limits<std::int64_t>::max();
 
 /// The number of a line "... after waiting <number> ms", or -1 when the text is not such a line.
 std::int64_t WaitedMilliseconds(const std::string& text, const std::string& tp) {
-    const std::regex form("Player is now ready at " + std::regex_replace(tp, std::regex("\\."), "\\.") +
-                          ", after waiting (-?[0-9]+) ms");
-    std::smatch match;
-    return std::regex_match(text, match, form) ? std::stoll(match[1].str()) : -1;
+    const std::string begin = "Player is now ready at " + tp + ", after waiting ";
+    const std::string end = " ms";
+    if (text.size() <= begin.size() + end.size() || text.compare(0, begin.size(), begin) != 0 ||
+        text.compare(text.size() - end.size(), end.size(), end) != 0) {
+        return -1;
+    }
+    const std::string number = text.substr(begin.size(), text.size() - begin.size() - end.size());
+    return number.find_first_not_of("0123456789") == std::string::npos ? std::stoll(number) : -1;
 }
 
 std::int64_t MillisecondsSince(Clock::time_point start) {

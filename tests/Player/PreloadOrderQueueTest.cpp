@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
@@ -18,6 +19,9 @@ namespace {
 
 using Testing::Counter;
 using Testing::Ns;
+
+constexpr int kUnitLeft = 10;
+constexpr int kNoUnitLeft = 11;
 
 PreloadOrder Make(std::int64_t track, std::int64_t ns) {
     return PreloadOrder(Ns(ns), SampleRate(25, 1), nullptr, TrackId(StorageId("a", 1), track));
@@ -95,8 +99,8 @@ TEST(PreloadOrderQueue, PushesOfOneThreadKeepTheirOrderAmongThoseOfOthers) {
     EXPECT_EQ(next, std::vector<std::int64_t>(kNbProducers, kNbEach));
 }
 
-/// A worker without orders, which counts how often it looks for one: once when it starts, and once for each
-/// unit that it takes from the semaphore of its class.
+/// A worker without orders, which counts how often it looks for one: once when it starts, and then only when
+/// a unit of the semaphore of its class tells it to.
 class PassCounter final : public PreloadThread {
 public:
     ~PassCounter() override { Stop(); }
@@ -112,16 +116,18 @@ public:
     Counter passes_;
 };
 
-/// Ends the process with success when `pushes`, run before any worker exists, leaves exactly `expected` units
-/// in the semaphore. To be called in a process of its own, where nothing else has touched the semaphore.
-[[noreturn]] void ExitWithUnits(int expected, const std::function<void()>& pushes) {
+/// Ends the process, with whether `pushes`, run before any worker exists, leave a unit in the semaphore for
+/// one that is started later. A process of its own, since other tests have left units behind in this one. A
+/// unit that is there is noticed at once; `bound` is how long to look for one.
+[[noreturn]] void ExitWithUnitLeft(const std::function<void()>& pushes,
+                                   std::chrono::milliseconds bound = Testing::kFailureBound) {
     pushes();
     PassCounter worker;
     worker.Start();
-    const bool enough = worker.passes_.WaitFor(1 + expected);
-    Testing::LetOthersRun();
-    const bool noMore = worker.passes_.Value() == 1 + expected;
-    std::exit(enough && noMore ? EXIT_SUCCESS : EXIT_FAILURE);
+    const bool started = worker.passes_.WaitFor(1);
+    const bool woken = started && worker.passes_.WaitFor(2, bound);
+    worker.Stop();
+    std::exit(woken ? kUnitLeft : (started ? kNoUnitLeft : EXIT_FAILURE));
 }
 
 class PreloadOrderQueueUnits : public ::testing::Test {
@@ -130,29 +136,36 @@ protected:
     void SetUp() override { ::testing::FLAGS_gtest_death_test_style = "threadsafe"; }
 };
 
-TEST_F(PreloadOrderQueueUnits, EachPushAddsExactlyOneToThePreloadWorkers) {
-    EXPECT_EXIT(ExitWithUnits(5,
-                              [] {
-                                  PreloadOrderQueue queue;
-                                  for (int i = 0; i < 5; ++i) {
-                                      queue.Push(Make(1, i));
-                                  }
-                              }),
-                ::testing::ExitedWithCode(EXIT_SUCCESS), "");
+TEST_F(PreloadOrderQueueUnits, WithoutAPushThereIsNone) {
+    EXPECT_EXIT(ExitWithUnitLeft([] { const PreloadOrderQueue queue; }, std::chrono::milliseconds(100)),
+                ::testing::ExitedWithCode(kNoUnitLeft), "");
 }
 
-TEST_F(PreloadOrderQueueUnits, PopAndClearTakeNoneAway) {
-    EXPECT_EXIT(ExitWithUnits(4,
-                              [] {
-                                  PreloadOrderQueue queue;
-                                  for (int i = 0; i < 4; ++i) {
-                                      queue.Push(Make(1, i));
-                                  }
-                                  PreloadOrder popped;
-                                  queue.Pop(popped);
-                                  queue.Clear();
-                              }),
-                ::testing::ExitedWithCode(EXIT_SUCCESS), "");
+TEST_F(PreloadOrderQueueUnits, PushBeforeAnyWorkerExistsLeavesOneForAWorkerStartedLater) {
+    EXPECT_EXIT(ExitWithUnitLeft([] {
+                    PreloadOrderQueue queue;
+                    queue.Push(Make(1, 1));
+                }),
+                ::testing::ExitedWithCode(kUnitLeft), "");
+}
+
+TEST_F(PreloadOrderQueueUnits, PopTakesNoneAway) {
+    EXPECT_EXIT(ExitWithUnitLeft([] {
+                    PreloadOrderQueue queue;
+                    queue.Push(Make(1, 1));
+                    PreloadOrder popped;
+                    queue.Pop(popped);
+                }),
+                ::testing::ExitedWithCode(kUnitLeft), "");
+}
+
+TEST_F(PreloadOrderQueueUnits, ClearTakesNoneAway) {
+    EXPECT_EXIT(ExitWithUnitLeft([] {
+                    PreloadOrderQueue queue;
+                    queue.Push(Make(1, 1));
+                    queue.Clear();
+                }),
+                ::testing::ExitedWithCode(kUnitLeft), "");
 }
 
 TEST(PreloadOrderQueue, PushWakesAnIdleWorkerOfItsClass) {
