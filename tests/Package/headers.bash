@@ -18,11 +18,12 @@ Compile() {
 }
 export -f Compile
 
-mapfile -t names < <(cd "$headers" && find . -name '*.h' -printf '%P\n'
-    cd "$contracts" && find contracts -name '*.h')
-if ((${#names[@]} < 20)); then
-    echo "only ${#names[@]} headers in $headers: the installation is not complete" >&2
+mapfile -t names < <(find "$headers" -name '*.h' -printf '%P\n')
+mapfile -t suites < <(find "$contracts" -name '*.h' -printf '%P\n')
+if ((${#names[@]} < 30 || ${#suites[@]} < 4)); then
+    echo "${#names[@]} headers and ${#suites[@]} contract suites: the installation is not complete" >&2
     exit 1
 fi
+names+=("${suites[@]}")
 printf '%s\n' "${names[@]}" | xargs -P 2 -I{} bash -c 'Compile {}'
 echo "${#names[@]} headers"

@@ -5,7 +5,7 @@ pkg_config="$1" compiler="$2" client="$3" prefix="$4" scratch="$5"
 
 rm -rf "$scratch"
 mkdir -p "$scratch"
-cp "$client/engine.cpp" "$scratch"
+cp "$client/engine.cpp" "$client/picture.h" "$scratch"
 libraries="$(dirname "$(find "$prefix" -name tavrin-player.pc)")/.."
 export PKG_CONFIG_PATH="$libraries/pkgconfig"
 read -ra flags < <("$pkg_config" --cflags --libs tavrin-player)

@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <iostream>
 #include <memory>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -21,6 +20,7 @@
 #include "Player/PreloadThread.h"
 #include "Player/PreloadTimePointGenerator.h"
 #include "Tools/LoopRecordingVector.h"
+#include "picture.h"
 
 using namespace Tavrin::Player;
 using Tavrin::Time::Ratio;
@@ -47,21 +47,6 @@ public:
 
 private:
     logging::Level level_ = logging::Level_Error;
-};
-
-class Picture : public ISample {
-public:
-    Picture(TimePoint tp, TimePoint duration) : tp_(tp), duration_(duration) {}
-    TimePoint GetTimePoint() const override { return tp_; }
-    TimePoint GetDuration() const override { return duration_; }
-    std::set<std::string> GetPropertyKeys() const override { return {}; }
-    std::set<std::string> GetDataKeys() const override { return {}; }
-    const std::uint8_t* GetProperty(const std::string&, std::uint64_t&) const override { return nullptr; }
-    const std::uint8_t* GetData(const std::string&, std::uint64_t&) const override { return nullptr; }
-
-private:
-    TimePoint tp_;
-    TimePoint duration_;
 };
 
 // Proves that it was handed the engine's own fake samples, by their type.
