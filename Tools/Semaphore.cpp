@@ -3,7 +3,6 @@
 #include <limits>
 #include <stdexcept>
 #include <string>
-#include <utility>
 
 namespace Tavrin::Tools {
 
@@ -90,19 +89,14 @@ void Semaphore::Signal(int count) {
     GrantInOrder();
 }
 
-int Semaphore::TakeAll() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return std::exchange(value_, 0);
-}
-
 int Semaphore::GetValue() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     return value_;
 }
 
-void Semaphore::Recall() {
+std::uint64_t Semaphore::Recall() {
     const std::lock_guard<std::mutex> lock(mutex_);
-    nbRecalls_.fetch_add(1);
+    const std::uint64_t nbRecalls = nbRecalls_.fetch_add(1) + 1;
     Waiter* waiter = first_;
     first_ = nullptr;
     last_ = nullptr;
@@ -119,6 +113,7 @@ void Semaphore::Recall() {
     }
     // A waiter for many units may have stood before others that the free units can serve.
     GrantInOrder();
+    return nbRecalls;
 }
 
 }  // namespace Tavrin::Tools

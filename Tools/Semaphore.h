@@ -42,10 +42,6 @@ public:
     /// Adds `count` units and wakes the waiters that they serve.
     void Signal(int count);
 
-    /// Takes all free units without blocking, and returns how many those were. There are none while somebody
-    /// waits for a single one.
-    int TakeAll();
-
     /// The free units at this moment: never negative, zero while somebody waits for a single unit.
     int GetValue() const;
 
@@ -55,7 +51,8 @@ public:
     /// Wakes every waiter of `WaitUnlessRecalled` without giving it a unit, and lets those that are still
     /// on their way to it pass once: each of them looks for work again. For a worker that has taken a unit
     /// which may have announced work for one of its peers.
-    void Recall();
+    /// Returns how often it has been called, this call included.
+    std::uint64_t Recall();
 
     /// As `Wait`, but returns false, taking nothing, as soon as `Recall` has been called more often than
     /// `nbRecallsSeen` times; true when a unit was taken.
