@@ -1,0 +1,335 @@
+#include "Playout/DecodeLane.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "Playout/GroupReader.h"
+#include "Playout/RecordingIndex.h"
+#include "Playout/Support/Clips.h"
+#include "Playout/Support/Oracle.h"
+
+namespace Tavrin::Playout {
+namespace {
+
+namespace Clips = Support::Clips;
+
+/// A recording with a reader and the straight decode of it.
+class Recording {
+public:
+    explicit Recording(const std::string& clip)
+        : index(RecordingIndex::Build(clip)), oracle(index), reader_(index) {}
+
+    std::shared_ptr<const PacketGroup> GroupOf(std::size_t picture) {
+        return reader_.Read(index->Picture(picture).group);
+    }
+
+    std::size_t LongestGroup() const {
+        std::size_t longest = 0;
+        for (std::size_t i = 0; i < index->NbGroups(); ++i) {
+            longest = std::max(longest, index->Group(i).nbPictures);
+        }
+        return longest;
+    }
+
+    /// All packets of all runs, those that two runs share counted twice.
+    std::size_t NbPacketsOfRuns() const {
+        std::size_t sum = 0;
+        for (std::size_t i = 0; i < index->NbGroups(); ++i) {
+            sum += index->Group(i).nbPackets;
+        }
+        return sum;
+    }
+
+    /// A lane whose store holds so many pictures.
+    std::unique_ptr<DecodeLane> Lane(std::size_t nbStored, int nbThreads = 1) const {
+        return std::make_unique<DecodeLane>(
+            index, DecodeLaneOptions{std::max<std::size_t>(nbStored * oracle.pictureBytes, 1), nbThreads});
+    }
+
+    /// Decodes in that order and compares each picture with the straight decode.
+    void ExpectSame(DecodeLane& lane, const std::vector<std::size_t>& order) {
+        for (const auto number : order) {
+            const auto picture = lane.Decode(*GroupOf(number), number);
+            if (oracle.md5[number].empty()) {
+                ASSERT_EQ(picture, nullptr) << "picture " << number;
+                continue;
+            }
+            ASSERT_NE(picture, nullptr) << "picture " << number;
+            ASSERT_EQ(picture->Number(), number);
+            // What a decoder makes up for lost parts may come from whatever it decoded before.
+            if (!picture->Damaged()) {
+                ASSERT_EQ(picture->Md5(), oracle.md5[number]) << "picture " << number;
+            }
+        }
+    }
+
+    std::shared_ptr<const RecordingIndex> index;
+    Support::Oracle oracle;
+
+private:
+    GroupReader reader_;
+};
+
+// ---- The same pictures as a straight decode ---------------------------------------------------------------
+
+struct Material {
+    const char* name;
+    std::string (*clip)();
+    const char* encoder = "";
+};
+
+class DecodeLaneOnEachClip : public testing::TestWithParam<Material> {
+protected:
+    void SetUp() override {
+        if (*GetParam().encoder != '\0' && !Clips::HasEncoder(GetParam().encoder)) {
+            GTEST_SKIP() << "the ffmpeg program has no encoder " << GetParam().encoder;
+        }
+    }
+
+    /// With room for one picture, a quarter of a group, a group, a group and a half.
+    static void ExpectSameWithEachBound(std::vector<std::size_t> (*order)(std::size_t nb)) {
+        Recording recording(GetParam().clip());
+        ASSERT_GT(recording.oracle.result.nbPictures, 0u);
+        const auto group = recording.LongestGroup();
+        for (const auto nbStored : {std::size_t{1}, (group + 3) / 4, group, group * 3 / 2}) {
+            SCOPED_TRACE("room for " + std::to_string(nbStored) + " pictures");
+            const auto lane = recording.Lane(nbStored);
+            recording.ExpectSame(*lane, order(recording.index->NbPictures()));
+            const auto bound = std::max<std::size_t>(nbStored, 1) * recording.oracle.pictureBytes;
+            EXPECT_LE(lane->GetInformation().maxStoredBytes, bound);
+        }
+    }
+};
+
+TEST_P(DecodeLaneOnEachClip, PutsOutTheSamePicturesForward) {
+    ExpectSameWithEachBound(Support::Forward);
+}
+
+TEST_P(DecodeLaneOnEachClip, PutsOutTheSamePicturesBackward) {
+    ExpectSameWithEachBound(Support::Backward);
+}
+
+TEST_P(DecodeLaneOnEachClip, PutsOutTheSamePicturesInRandomOrder) {
+    ExpectSameWithEachBound([](std::size_t nb) { return Support::Shuffled(nb, 4711); });
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Clips, DecodeLaneOnEachClip,
+    testing::Values(Material{"ClosedGroups", Clips::ClosedGroups}, Material{"OpenGroups", Clips::OpenGroups},
+                    Material{"SingleGroup", Clips::SingleGroup}, Material{"IntraOnly", Clips::IntraOnlyH264},
+                    Material{"GradualRefresh", Clips::GradualRefresh}, Material{"EditList", Clips::EditList},
+                    Material{"VariableRate", Clips::VariableRate}, Material{"Transport", Clips::Transport},
+                    Material{"Mpeg2Interlaced", Clips::Mpeg2Interlaced},
+                    Material{"Mpeg2Program", Clips::Mpeg2Program},
+                    Material{"CutTransport", Clips::CutTransport}, Material{"MotionJpeg", Clips::MotionJpeg},
+                    Material{"ProRes", Clips::ProRes}, Material{"BareH264", Clips::BareH264},
+                    Material{"Hevc", Clips::HevcOpenGroups, "libx265"},
+                    Material{"Vp9", Clips::Vp9, "libvpx-vp9"}, Material{"Damaged", Clips::Damaged},
+                    Material{"Truncated", Clips::Truncated}),
+    [](const testing::TestParamInfo<Material>& material) { return std::string(material.param.name); });
+
+TEST(DecodeLane, ADecoderWithThreadsPutsOutTheSamePictures) {
+    Recording recording(Clips::OpenGroups());
+    const auto lane = recording.Lane(recording.LongestGroup(), 3);
+    recording.ExpectSame(*lane, Support::Backward(recording.index->NbPictures()));
+}
+
+TEST(DecodeLane, AGroupDoesNotDependOnWhatWasDecodedBefore) {
+    Recording recording(Clips::OpenGroups());
+    for (const std::size_t before : {0u, 17u, 30u, 59u}) {
+        const auto lane = recording.Lane(1);
+        for (const std::size_t number : {before, std::size_t{25}}) {
+            const auto picture = lane->Decode(*recording.GroupOf(number), number);
+            ASSERT_NE(picture, nullptr);
+            EXPECT_EQ(picture->Md5(), recording.oracle.md5[number]);
+        }
+    }
+}
+
+// ---- Work done --------------------------------------------------------------------------------------------
+
+TEST(DecodeLane, ForwardEachPacketOfARunIsDecodedOnceWhateverTheRoom) {
+    for (const auto& clip : {Clips::ClosedGroups(), Clips::OpenGroups(), Clips::SingleGroup()}) {
+        Recording recording(clip);
+        for (const std::size_t nbStored : {1u, 3u, 100u}) {
+            const auto lane = recording.Lane(nbStored);
+            recording.ExpectSame(*lane, Support::Forward(recording.index->NbPictures()));
+            EXPECT_EQ(lane->GetInformation().nbPasses, recording.index->NbGroups());
+            EXPECT_LE(lane->GetInformation().nbPacketsDecoded, recording.NbPacketsOfRuns());
+        }
+    }
+}
+
+TEST(DecodeLane, BackwardEachPacketOfARunIsDecodedOnceWhenTheGroupHasRoom) {
+    for (const auto& clip : {Clips::ClosedGroups(), Clips::OpenGroups(), Clips::SingleGroup()}) {
+        Recording recording(clip);
+        const auto lane = recording.Lane(recording.LongestGroup());
+        recording.ExpectSame(*lane, Support::Backward(recording.index->NbPictures()));
+        EXPECT_EQ(lane->GetInformation().nbPasses, recording.index->NbGroups());
+        EXPECT_LE(lane->GetInformation().nbPacketsDecoded, recording.NbPacketsOfRuns());
+    }
+}
+
+TEST(DecodeLane, ClosedGroupsAreDecodedBackwardWithEveryPacketExactlyOnce) {
+    Recording recording(Clips::ClosedGroups());
+    const auto lane = recording.Lane(recording.LongestGroup());
+    recording.ExpectSame(*lane, Support::Backward(recording.index->NbPictures()));
+    EXPECT_EQ(lane->GetInformation().nbPacketsDecoded, recording.index->NbPackets());
+}
+
+TEST(DecodeLane, BackwardWithRoomForAPartEachPassHandsThatPartOut) {
+    Recording recording(Clips::SingleGroup());
+    const auto nb = recording.index->NbPictures();
+    for (const std::size_t nbStored : {2u, 7u, 15u, 20u, 59u}) {
+        const auto lane = recording.Lane(nbStored);
+        recording.ExpectSame(*lane, Support::Backward(nb));
+        const auto nbPasses = (nb + nbStored - 1) / nbStored;
+        EXPECT_EQ(lane->GetInformation().nbPasses, nbPasses) << "room for " << nbStored;
+        EXPECT_EQ(lane->GetInformation().nbStored, nbStored);
+    }
+}
+
+TEST(DecodeLane, AStepBackInsideTheStoreDecodesNothing) {
+    Recording recording(Clips::SingleGroup());
+    const auto lane = recording.Lane(10);
+    recording.ExpectSame(*lane, {30});
+    const auto before = lane->GetInformation().nbPacketsDecoded;
+    recording.ExpectSame(*lane, {29, 28, 27, 28, 29, 30, 21});
+    EXPECT_EQ(lane->GetInformation().nbPacketsDecoded, before);
+}
+
+TEST(DecodeLane, APictureFurtherOnInTheGroupIsReachedFromWhereTheDecoderStands) {
+    Recording recording(Clips::SingleGroup());
+    const auto lane = recording.Lane(1);
+    recording.ExpectSame(*lane, {3, 20, 59});
+    EXPECT_EQ(lane->GetInformation().nbPasses, 1u);
+    EXPECT_EQ(lane->GetInformation().nbPacketsDecoded, 60u);
+}
+
+TEST(DecodeLane, AnotherReadOfTheSameGroupGoesOnWhereTheFirstStood) {
+    Recording recording(Clips::SingleGroup());
+    const auto lane = recording.Lane(1);
+    for (const std::size_t number : {5u, 6u, 7u}) {
+        GroupReader reader(recording.index);
+        ASSERT_NE(lane->Decode(*reader.Read(0), number), nullptr);
+    }
+    EXPECT_EQ(lane->GetInformation().nbPasses, 1u);
+}
+
+TEST(DecodeLane, ResetForgetsThePicturesAndThePlace) {
+    Recording recording(Clips::SingleGroup());
+    const auto lane = recording.Lane(10);
+    recording.ExpectSame(*lane, {5});
+    lane->Reset();
+    EXPECT_EQ(lane->GetInformation().nbStored, 0u);
+    EXPECT_EQ(lane->GetInformation().storedBytes, 0u);
+    recording.ExpectSame(*lane, {5});
+    EXPECT_EQ(lane->GetInformation().nbPasses, 2u);
+}
+
+// ---- Damage -----------------------------------------------------------------------------------------------
+
+TEST(DecodeLane, APictureThatNeverComesIsAnsweredWithoutDecodingTheGroupAgain) {
+    Recording recording(Clips::Damaged());
+    ASSERT_TRUE(recording.oracle.md5[Clips::kDamagedPicture].empty()) << "the clip is not damaged enough";
+    for (const auto nbStored : {std::size_t{1}, std::size_t{100}}) {
+        const auto lane = recording.Lane(nbStored);
+        const auto group = recording.GroupOf(Clips::kDamagedPicture);
+        EXPECT_EQ(lane->Decode(*group, Clips::kDamagedPicture), nullptr);
+        const auto after = lane->GetInformation().nbPacketsDecoded;
+        EXPECT_EQ(lane->Decode(*group, Clips::kDamagedPicture), nullptr);
+        EXPECT_EQ(lane->GetInformation().nbPacketsDecoded, after);
+    }
+}
+
+TEST(DecodeLane, BackwardPastAPictureThatNeverComesTheGroupIsDecodedOnce) {
+    Recording recording(Clips::Damaged());
+    const auto lane = recording.Lane(recording.LongestGroup());
+    recording.ExpectSame(*lane, Support::Backward(recording.index->NbPictures()));
+    EXPECT_EQ(lane->GetInformation().nbPasses, recording.index->NbGroups());
+    EXPECT_EQ(lane->GetInformation().nbPacketsDecoded, recording.index->NbPackets());
+}
+
+TEST(DecodeLane, DecoderErrorsAreCountedWithTheLastText) {
+    Recording recording(Clips::Damaged());
+    const auto lane = recording.Lane(100);
+    recording.ExpectSame(*lane, Support::Forward(recording.index->NbPictures()));
+    EXPECT_EQ(lane->GetInformation().nbErrors, 1u);
+    EXPECT_EQ(lane->GetInformation().lastError, "Invalid data found when processing input");
+}
+
+TEST(DecodeLane, DamageEndsWithItsGroup) {
+    Recording recording(Clips::Damaged());
+    const auto lane = recording.Lane(1);
+    std::size_t nbDamaged = 0;
+    for (std::size_t number = 0; number < recording.index->NbPictures(); ++number) {
+        const auto picture = lane->Decode(*recording.GroupOf(number), number);
+        const bool damaged = picture != nullptr && picture->Damaged();
+        nbDamaged += damaged ? 1 : 0;
+        if (recording.index->Picture(number).group !=
+            recording.index->Picture(Clips::kDamagedPicture).group) {
+            EXPECT_FALSE(damaged) << "picture " << number;
+            EXPECT_FALSE(recording.oracle.damaged[number]) << "picture " << number;
+        }
+    }
+    EXPECT_GT(nbDamaged, 0u);
+}
+
+TEST(DecodeLane, LeadingPicturesWithoutTheirReferencesAreNoErrors) {
+    for (const auto& clip : {Clips::OpenGroups(), Clips::Mpeg2Interlaced()}) {
+        Recording recording(clip);
+        const auto lane = recording.Lane(1);
+        recording.ExpectSame(*lane, Support::Backward(recording.index->NbPictures()));
+        EXPECT_EQ(lane->GetInformation().nbErrors, 0u) << clip;
+    }
+}
+
+TEST(DecodeLane, MissingPacketsLeaveTheirPicturesOutAndDamageWhatNeedsThem) {
+    Recording recording(Clips::ClosedGroups());
+    const auto whole = recording.GroupOf(12);
+    const auto& layout = whole->Layout();
+    std::vector<PacketGroup::SharedPacket> packets;
+    for (auto number = layout.firstPacket; number < layout.EndPacket(); ++number) {
+        packets.push_back(number < layout.firstPacket + 6 ? whole->Packet(number) : nullptr);
+    }
+    const PacketGroup part(recording.index, whole->Number(), packets);
+    EXPECT_EQ(part.NbMissing(), 6u);
+    const auto lane = recording.Lane(100);
+    std::size_t nbThere = 0;
+    for (auto number = layout.firstPicture; number < layout.EndPicture(); ++number) {
+        const auto picture = lane->Decode(part, number);
+        const bool read = recording.index->Picture(number).packet < layout.firstPacket + 6;
+        ASSERT_EQ(picture != nullptr, read) << "picture " << number;
+        nbThere += read ? 1 : 0;
+    }
+    EXPECT_EQ(nbThere, 6u);
+    EXPECT_EQ(lane->GetInformation().nbPasses, 1u);
+    // Read again, this time as a whole, everything is there.
+    recording.ExpectSame(*lane, {layout.EndPicture() - 1});
+}
+
+// ---- Misuse -----------------------------------------------------------------------------------------------
+
+TEST(DecodeLane, APictureOfAnotherGroupIsRefused) {
+    Recording recording(Clips::ClosedGroups());
+    const auto lane = recording.Lane(1);
+    EXPECT_THROW(static_cast<void>(lane->Decode(*recording.GroupOf(0), 12)), std::invalid_argument);
+    EXPECT_THROW(static_cast<void>(lane->Decode(*recording.GroupOf(12), 11)), std::invalid_argument);
+}
+
+TEST(DecodeLane, AGroupOfAnotherRecordingIsRefused) {
+    Recording recording(Clips::ClosedGroups());
+    Recording other(Clips::OpenGroups());
+    const auto lane = recording.Lane(1);
+    EXPECT_THROW(static_cast<void>(lane->Decode(*other.GroupOf(0), 0)), std::invalid_argument);
+}
+
+}  // namespace
+}  // namespace Tavrin::Playout

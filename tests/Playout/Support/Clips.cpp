@@ -1,0 +1,303 @@
+#include "Playout/Support/Clips.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+#include <system_error>
+
+#include "Playout/RecordingIndex.h"
+
+namespace Tavrin::Playout::Support::Clips {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Says nothing but errors, asks nothing, and gives the same bytes whenever it runs.
+constexpr const char* kProgram = "ffmpeg -nostdin -v error -y -bitexact ";
+
+void Run(const std::string& command) {
+    if (std::system(command.c_str()) != 0) {
+        throw std::runtime_error("this command failed, which the tests need: " + command);
+    }
+}
+
+/// Other test processes may want the same clip at this moment: it is made beside its place and then moved
+/// there, so that whoever sees it sees all of it. A changed recipe gives a new name.
+std::string Cached(const std::string& name, const std::string& recipe,
+                   const std::function<void(const std::string& file)>& make) {
+    const auto folder = fs::path(TAVRIN_TEST_CLIPS_FOLDER) / std::to_string(std::hash<std::string>{}(recipe));
+    const auto file = folder / name;
+    if (!fs::exists(file)) {
+        fs::create_directories(folder);
+        const auto making = folder / ("making-" + std::to_string(getpid()) + "-" + name);
+        make(making.string());
+        fs::rename(making, file);
+    }
+    return file.string();
+}
+
+std::string Encoded(const std::string& name, const std::string& arguments) {
+    return Cached(name, arguments, [&](const std::string& file) {
+        Run(kProgram + arguments + " -threads 1 -fflags +bitexact " + Quoted(file));
+    });
+}
+
+std::string Copied(const std::string& name, const std::string& source, const std::string& options = "") {
+    return Encoded(name, "-i " + Quoted(source) + " -map 0 -c copy " + options);
+}
+
+/// Made of another clip's bytes.
+std::string Derived(const std::string& name, const std::string& source,
+                    const std::function<std::string(std::string)>& change) {
+    return Cached(name, source + ">" + name,
+                  [&](const std::string& file) { WriteFile(file, change(ReadFile(source))); });
+}
+
+std::string Pattern(const std::string& seconds, const std::string& rate = "25") {
+    return "-f lavfi -i testsrc2=size=160x120:rate=" + rate + ":duration=" + seconds + " ";
+}
+
+std::string Libx264(const std::string& options) {
+    return "-pix_fmt yuv420p -c:v libx264 -preset veryfast -x264-params scenecut=0:b-adapt=0:" + options;
+}
+
+/// A folder of this process, gone when it ends.
+class ScratchFolder {
+public:
+    ScratchFolder() : path_(fs::temp_directory_path() / ("tavrin-playout-" + std::to_string(getpid()))) {
+        fs::create_directories(path_);
+    }
+    ~ScratchFolder() {
+        std::error_code ignored;
+        fs::remove_all(path_, ignored);
+    }
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+    const fs::path& Path() const { return path_; }
+
+private:
+    fs::path path_;
+};
+
+}  // namespace
+
+std::string Quoted(const std::string& file) {
+    std::string quoted = "'";
+    for (const char c : file) {
+        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return quoted + "'";
+}
+
+std::string ReadFile(const std::string& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+}
+
+void WriteFile(const std::string& file, const std::string& bytes) {
+    std::ofstream stream(file, std::ios::binary);
+    stream << bytes;
+    if (!stream.flush()) {
+        throw std::runtime_error("cannot write " + file);
+    }
+}
+
+std::string OutputOfFfmpeg(const std::string& arguments) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(
+        popen((kProgram + arguments + " 2>/dev/null").c_str(), "r"), pclose);
+    if (pipe == nullptr) {
+        throw std::runtime_error("the ffmpeg program cannot be run");
+    }
+    std::string output;
+    std::array<char, 4096> buffer{};
+    while (const auto nb = std::fread(buffer.data(), 1, buffer.size(), pipe.get())) {
+        output.append(buffer.data(), nb);
+    }
+    return output;
+}
+
+bool HasEncoder(const std::string& encoder) {
+    return OutputOfFfmpeg("-encoders").find(" " + encoder + " ") != std::string::npos;
+}
+
+std::string Scratch(const std::string& name) {
+    static const ScratchFolder folder;
+    return (folder.Path() / name).string();
+}
+
+std::string ClosedGroups() {
+    return Encoded("closed.mp4", Pattern("2.4") + Libx264("keyint=12:bframes=3:b-pyramid=normal"));
+}
+
+std::string OpenGroups() {
+    return Encoded("open.mp4", Pattern("2.4") + Libx264("keyint=12:bframes=3:b-pyramid=normal:open-gop=1"));
+}
+
+std::string SingleGroup() {
+    return Encoded("single.mp4", Pattern("2.4") + Libx264("keyint=1000:bframes=3:b-pyramid=normal"));
+}
+
+std::string LongGroups() {
+    return Encoded("long.mp4", Pattern("4") + Libx264("keyint=33:bframes=2"));
+}
+
+std::string Short() {
+    return Encoded("short.mp4", Pattern("0.48") + Libx264("keyint=12:bframes=2"));
+}
+
+std::string IntraOnlyH264() {
+    return Encoded("intra.mp4", Pattern("2.4") + Libx264("keyint=1"));
+}
+
+std::string GradualRefresh() {
+    return Encoded("refresh.mp4", Pattern("2.4") + Libx264("keyint=12:bframes=0:intra-refresh=1"));
+}
+
+std::string SecondVideo() {
+    return Encoded("two.mp4", Pattern("0.48") + "-f lavfi -i testsrc2=size=320x240:rate=25:duration=0.48 " +
+                                  "-map 0 -map 1 -disposition:0 0 -disposition:1 default " +
+                                  Libx264("keyint=12:bframes=0"));
+}
+
+std::string Ntsc() {
+    return Encoded("ntsc.mp4", Pattern("2.002", "30000/1001") + Libx264("keyint=12:bframes=2"));
+}
+
+std::string VariableRate() {
+    return Encoded("variable.mp4", Pattern("2.4") +
+                                       "-vf \"select='not(mod(n,2))+not(mod(n,7))'\" -fps_mode vfr " +
+                                       Libx264("keyint=12:bframes=2"));
+}
+
+std::string Jittery() {
+    return Encoded("jittery.mp4", Pattern("2.4") +
+                                      "-vf \"settb=1/1000,setpts='N*40+mod(N*7,26)'\" -fps_mode vfr "
+                                      "-enc_time_base 1/1000 -video_track_timescale 1000 " +
+                                      Libx264("keyint=12:bframes=2"));
+}
+
+std::string EditList() {
+    return Encoded("edit.mp4", "-ss 0.9 -i " + Quoted(OpenGroups()) + " -c copy");
+}
+
+std::string Truncated() {
+    const auto front = Copied("front.mp4", ClosedGroups(), "-movflags +faststart");
+    return Derived("truncated.mp4", front,
+                   [](const std::string& bytes) { return bytes.substr(0, bytes.size() * 6 / 10); });
+}
+
+std::string Fragmented() {
+    return Copied("fragmented.mp4", OpenGroups(), "-movflags +frag_keyframe+empty_moov");
+}
+
+std::string Damaged() {
+    return Derived("damaged.mp4", ClosedGroups(), [](std::string bytes) {
+        const auto index = RecordingIndex::Build(ClosedGroups());
+        const auto& packet = index->Packet(index->Picture(kDamagedPicture).packet);
+        return bytes.replace(static_cast<std::size_t>(packet.position), static_cast<std::size_t>(packet.size),
+                             static_cast<std::size_t>(packet.size), '\0');
+    });
+}
+
+std::string Matroska() {
+    return Copied("open.mkv", OpenGroups());
+}
+
+std::string NtscMatroska() {
+    return Copied("ntsc.mkv", Ntsc());
+}
+
+std::string VariableMatroska() {
+    return Copied("variable.mkv", VariableRate());
+}
+
+std::string LateMatroska() {
+    return Copied("late.mkv", OpenGroups(), "-output_ts_offset 10");
+}
+
+std::string Transport() {
+    return Copied("open.ts", OpenGroups());
+}
+
+std::string Mpeg2Interlaced() {
+    return Encoded("mpeg2.ts", Pattern("2.4") + "-c:v mpeg2video -g 12 -bf 2 -flags +ildct+ilme -top 1");
+}
+
+std::string Mpeg2Program() {
+    return Copied("mpeg2.mpg", Mpeg2Interlaced());
+}
+
+std::string CutTransport() {
+    // From the middle of the first group on, at the boundary of a packet of 188 bytes.
+    return Derived("cut.ts", Mpeg2Interlaced(),
+                   [](const std::string& bytes) { return bytes.substr(188 * 60); });
+}
+
+std::string HevcOpenGroups() {
+    return Encoded("hevc.mp4", Pattern("2.4") +
+                                   "-pix_fmt yuv420p -c:v libx265 -preset ultrafast -x265-params "
+                                   "keyint=12:bframes=3:b-adapt=0:open-gop=1:scenecut=0:"
+                                   "pools=none:frame-threads=1:log-level=error");
+}
+
+std::string MotionJpeg() {
+    return Encoded("mjpeg.mov", Pattern("2.4") + "-c:v mjpeg -q:v 5");
+}
+
+std::string ProRes() {
+    return Encoded("prores.mov", Pattern("0.48") + "-c:v prores_ks");
+}
+
+std::string Vp9() {
+    return Encoded("vp9.webm", Pattern("2.002", "30000/1001") +
+                                   "-c:v libvpx-vp9 -deadline realtime -cpu-used 8 -g 12 -b:v 300k");
+}
+
+std::string BareH264() {
+    return Copied("closed.h264", ClosedGroups());
+}
+
+std::string OldAvi() {
+    return Copied("closed.avi", ClosedGroups());
+}
+
+std::string Empty() {
+    return Cached("empty.mp4", "empty", [](const std::string& file) { WriteFile(file, ""); });
+}
+
+std::string Text() {
+    return Cached("notes.txt", "text", [](const std::string& file) {
+        WriteFile(file, "These are notes about a recording.\nThey are not the recording.\n");
+    });
+}
+
+std::string Garbage() {
+    return Cached("garbage.mp4", "garbage", [](const std::string& file) {
+        std::string bytes;
+        for (unsigned i = 0, value = 1; i < 20'000; ++i, value = value * 1'103'515'245U + 12'345U) {
+            bytes += static_cast<char>(value >> 24U);
+        }
+        WriteFile(file, bytes);
+    });
+}
+
+std::string AudioOnly() {
+    return Encoded("tone.wav", "-f lavfi -i sine=duration=0.5");
+}
+
+std::string Headless() {
+    return Derived("headless.mp4", ClosedGroups(),
+                   [](const std::string& bytes) { return bytes.substr(0, bytes.size() / 2); });
+}
+
+}  // namespace Tavrin::Playout::Support::Clips
