@@ -1,0 +1,171 @@
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "Playout/Playback.h"
+#include "Playout/Session.h"
+#include "apps/playout/Arguments.h"
+#include "apps/playout/Commands.h"
+#include "apps/playout/CommonOptions.h"
+#include "apps/playout/Interrupt.h"
+#include "apps/playout/Output.h"
+#include "apps/playout/PlaySummary.h"
+#include "apps/playout/ProgressLine.h"
+#include "apps/playout/Text.h"
+
+namespace Tavrin::Playout::Program {
+
+namespace {
+
+constexpr std::uint32_t kMostSeconds = 86'400;
+
+struct PlayArguments {
+    std::vector<std::string> files;
+    int stream = RecordingIndex::kBestStream;
+    Output output;
+    bool fast = false;
+    bool realTime = false;
+    PlaybackOptions playback;
+    SessionOptions session;
+};
+
+std::vector<std::shared_ptr<const RecordingIndex>> OpenRecordings(const PlayArguments& arguments) {
+    std::vector<std::shared_ptr<const RecordingIndex>> recordings;
+    for (const std::string& file : arguments.files) {
+        recordings.push_back(OpenRecording(file, arguments.stream));
+    }
+    return recordings;
+}
+
+/// What cannot be played as asked is the user's to put right.
+Playback PreparePlayback(Session& session, PlaybackOptions options, const PlayArguments& arguments) {
+    options.realTime = arguments.realTime || (!arguments.fast && !arguments.output.IsWritten());
+    try {
+        return Playback(session, options);
+    } catch (const std::invalid_argument& error) {
+        throw UsageError(error.what());
+    }
+}
+
+std::string DescribeProgress(const Session& session, const ShownTick& shown, const TickReport& tick,
+                             std::uint64_t nbLate) {
+    std::string text = FormatTime(tick.time) + " of " + FormatTime(session.End()) + "  speed " +
+                       FormatSpeed(session.Speed()) + "  " + FormatCount(shown.tick + 1, "tick");
+    return nbLate == 0 ? text : text + ", " + std::to_string(nbLate) + " late";
+}
+
+PlayReport Run(Playback& playback, const Session& session, IPictureSink* sink, MissingPictures& missing) {
+    ProgressLine line;
+    std::uint64_t nbLate = 0;
+    const auto show = [&](const ShownTick& shown, const TickReport& tick) {
+        if (sink != nullptr) {
+            sink->Write(shown);
+        }
+        missing.Note(tick);
+        nbLate += tick.IsReady() ? 0 : 1;
+        if (line.IsDue()) {
+            line.Show(DescribeProgress(session, shown, tick, nbLate));
+        }
+        return true;
+    };
+    const PlayReport report = playback.Run(show, &CatchInterrupts());
+    if (sink != nullptr) {
+        sink->Finish();
+    }
+    return report;
+}
+
+bool HasShownNothing(const PlayReport& report) {
+    return report.end != PlayEnd::Stopped &&
+           std::none_of(report.tracks.begin(), report.tracks.end(),
+                        [](const TrackReport& track) { return track.nbNew > 0; });
+}
+
+int Play(const PlayArguments& arguments) {
+    if (arguments.fast && arguments.realTime) {
+        throw UsageError("--fast and --realtime exclude one another");
+    }
+    Session session(OpenRecordings(arguments), arguments.session);
+    Playback playback = PreparePlayback(session, arguments.playback, arguments);
+    const auto sink = OpenOutput(arguments.output, session);
+    MissingPictures missing(session);
+    const PlayReport report = Run(playback, session, sink.get(), missing);
+    PrintSummary(arguments.output.IsStandardOutput() ? std::cerr : std::cout, session, report, missing);
+    if (HasShownNothing(report)) {
+        std::cout.flush();
+        std::cerr << "playout: none of the pictures that were to be played can be read and decoded\n";
+        return Failure;
+    }
+    return report.end == PlayEnd::Stopped ? InterruptStatus() : Success;
+}
+
+void AddRangeOptions(CLI::App& command, PlaybackOptions& playback) {
+    AddParsed(command, "--speed", playback.speed, &ParseSpeed, "RATIO",
+              "Such as 1, -1 (backward), 4, 1/2 or 0.5; at 0 the picture\n"
+              "stands (default: 1)");
+    AddParsed(command, "--from", playback.from, &ParseTime, "TIME",
+              "Start with the picture on display then (default: the\n"
+              "first; backward the last)");
+    AddParsed(command, "--to", playback.to, &ParseTime, "TIME",
+              "End before the picture that begins then; backward that\n"
+              "is the last one shown (default: the end of the longest\n"
+              "file; backward its beginning)");
+    const auto count = [&playback](const std::uint64_t& nb) { playback.nbTicks = nb; };
+    command
+        .add_option_function<std::uint64_t>("--count", count,
+                                            "End after N ticks of the output (default: no limit;\n"
+                                            "at speed 0 one)")
+        ->type_name("N")
+        ->check(Between(std::uint64_t{1}, std::uint64_t{1} << 62));
+}
+
+void AddPacingOptions(CLI::App& command, PlayArguments& arguments) {
+    command.add_flag("--realtime", arguments.realTime,
+                     "Keep to the clock; pictures that come late are counted\n"
+                     "(default when nothing is written)");
+    command.add_flag("--fast", arguments.fast,
+                     "As fast as possible, waiting for every picture\n"
+                     "(default when pictures are written)");
+    AddParsed(command, "--display-rate", arguments.session.displayRate, &ParseRate, "RATE",
+              "Ticks a second, such as 50 or 30000/1001\n"
+              "(default: the highest rate of the files)");
+    const auto seconds = [&arguments](const std::uint32_t& nb) {
+        arguments.playback.stallTimeout = std::chrono::seconds(nb);
+    };
+    command
+        .add_option_function<std::uint32_t>("--give-up-after", seconds,
+                                            "Fail when file and decoder have delivered nothing for\n"
+                                            "so long (default: 30)")
+        ->type_name("SECONDS")
+        ->check(Between(std::uint32_t{1}, kMostSeconds));
+}
+
+}  // namespace
+
+void AddPlayCommand(CLI::App& program, int& status) {
+    auto arguments = std::make_shared<PlayArguments>();
+    CLI::App* command = program.add_subcommand("play", "Play recordings; several ones in step");
+    command->add_option("FILE", arguments->files, "The recordings")->required()->type_name("");
+    AddRangeOptions(*command, arguments->playback);
+    AddParsed(*command, "--output", arguments->output, &ParseOutput, "WHERE",
+              "none (default)\n"
+              "png:DIR   a file for each tick\n"
+              "y4m:FILE  video that most players read\n"
+              "md5:FILE  a line with a check sum for each tick\n"
+              "The FILE - is standard output.");
+    AddPacingOptions(*command, *arguments);
+    AddMemoryOption(*command, arguments->session.decodedBytes);
+    AddStreamOption(*command, arguments->stream);
+    command->footer(
+        "A TIME is in seconds (12.5), or m:ss (1:02.5), or h:mm:ss. Several files start together\n"
+        "and are written as a mosaic. A picture that cannot be read or decoded is counted as\n"
+        "missing, and the one before it stays.");
+    command->callback([arguments, &status] { status = Play(*arguments); });
+}
+
+}  // namespace Tavrin::Playout::Program
