@@ -127,8 +127,11 @@ TEST(OrderLoop, EachUnitTooManyCostsOneLook) {
                 --nbOrders;
                 return true;
             }
-            // The loop is about to sleep for good once nothing is left; end it instead.
-            stop = semaphore.GetValue() == 0;
+            if (semaphore.GetValue() == 0) {
+                // The loop is about to sleep for good: end it, as stopping a worker does.
+                stop = true;
+                semaphore.Signal();
+            }
             return false;
         });
     EXPECT_EQ(nbOrders, 0);

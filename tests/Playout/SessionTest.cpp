@@ -1,0 +1,361 @@
+#include "Playout/Session.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <future>
+#include <memory>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "Playout/RecordingIndex.h"
+#include "Playout/Support/Clips.h"
+
+namespace Tavrin::Playout {
+namespace {
+
+using namespace std::chrono_literals;
+using Player::SampleStatus;
+using Time::Ratio;
+using Time::TimePoint;
+
+/// Far beyond what any answer takes: reached only when one never comes.
+constexpr auto kDeadline = 60s;
+
+std::shared_ptr<const RecordingIndex> LongGroups() {
+    static const auto index = RecordingIndex::Build(Support::Clips::LongGroups());
+    return index;
+}
+
+TimePoint Half(const RecordingIndex& recording) {
+    return recording.SampleStart(1) / 2;
+}
+
+/// The middle of a sample, so that no rounding of later moves can leave it.
+TimePoint MiddleOf(const RecordingIndex& recording, std::int64_t sample) {
+    return recording.SampleStart(sample) + Half(recording);
+}
+
+/// Looks again until every track has its picture.
+TickReport Settle(Session& session, TickReport report) {
+    const auto deadline = std::chrono::steady_clock::now() + kDeadline;
+    while (!report.IsReady()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            ADD_FAILURE() << "no picture at " << report.time << " after a minute";
+            return report;
+        }
+        session.WaitForProgress(100ms);
+        report = session.Tick(TimePoint());
+    }
+    return report;
+}
+
+TickReport Step(Session& session, const TimePoint& delta) {
+    return Settle(session, session.Tick(delta));
+}
+
+/// Looks again until no answer is out.
+void Drain(Session& session) {
+    const auto deadline = std::chrono::steady_clock::now() + kDeadline;
+    for (std::size_t track = 0; track < session.NbTracks();) {
+        session.Tick(TimePoint());
+        if (session.GetInformation(track).nbPending == 0) {
+            ++track;
+            continue;
+        }
+        ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "an answer never came";
+        session.WaitForProgress(20ms);
+    }
+}
+
+void ExpectPicture(const TickReport& report, std::size_t track, std::size_t number) {
+    const TrackView& view = report.tracks.at(track);
+    ASSERT_NE(view.picture, nullptr) << "at " << report.time;
+    EXPECT_EQ(view.picture->Number(), number) << "at " << report.time;
+    EXPECT_FALSE(view.missing);
+}
+
+TEST(Session, WithoutRecordingsIsRefused) {
+    EXPECT_THROW(Session({}), std::invalid_argument);
+}
+
+TEST(Session, DisplayRateIsTheHighestOfTheRecordingsUnlessItIsSet) {
+    EXPECT_EQ(Session({LongGroups()}).DisplayRate(), LongGroups()->Rate());
+    SessionOptions options;
+    options.displayRate = Player::SampleRate(50, 1);
+    EXPECT_EQ(Session({LongGroups()}, options).DisplayRate(), Player::SampleRate(50, 1));
+}
+
+TEST(Session, FirstTickIsNotReadyAndOrdersThePictureAtThePlayHead) {
+    Session session({LongGroups()});
+    const TickReport report = session.Tick(TimePoint());
+    EXPECT_EQ(report.tracks.at(0).status, SampleStatus::NotReady);
+    EXPECT_FALSE(report.IsReady());
+    ExpectPicture(Settle(session, report), 0, 0);
+}
+
+/// Holds all reads from its construction until it is told to let them go.
+class HeldReads {
+public:
+    explicit HeldReads(Session& session) {
+        session.Preloader().SetReadHook(
+            [released = release_.get_future().share()](const auto&, std::size_t) { released.wait(); });
+    }
+
+    void Release() { release_.set_value(); }
+
+private:
+    std::promise<void> release_;
+};
+
+TEST(Session, PlayHeadStandsStillWhileItsPictureIsOnItsWay) {
+    Session session({LongGroups()});
+    HeldReads reads(session);
+    session.Tick(TimePoint());
+    const TickReport report = session.Tick(TimePoint().FromSeconds(1));
+    EXPECT_FALSE(report.moved);
+    EXPECT_EQ(report.time, TimePoint());
+    reads.Release();
+    ExpectPicture(Settle(session, report), 0, 0);
+    EXPECT_TRUE(session.Tick(TimePoint().FromSeconds(1)).moved);
+    EXPECT_EQ(session.CurrentTime(), TimePoint().FromSeconds(1));
+}
+
+/// Plays from a sample to the end of the recording, or to its beginning, and expects every picture.
+void ExpectEveryPicture(const Ratio& speed) {
+    const auto recording = LongGroups();
+    Session session({recording});
+    const bool forward = speed.Positive();
+    const auto last = static_cast<std::int64_t>(recording->NbPictures()) - 1;
+    session.SetSpeed(speed);
+    session.GoTo(MiddleOf(*recording, forward ? 0 : last));
+    for (std::int64_t sample = 0; sample <= last; ++sample) {
+        const TimePoint delta =
+            recording->SampleStart(sample) - recording->SampleStart(std::max<std::int64_t>(sample - 1, 0));
+        const TickReport report = Step(session, delta);
+        ExpectPicture(report, 0, static_cast<std::size_t>(forward ? sample : last - sample));
+    }
+}
+
+TEST(Session, ShowsEveryPictureForward) {
+    ExpectEveryPicture(Ratio(1, 1));
+}
+
+TEST(Session, ShowsEveryPictureBackward) {
+    ExpectEveryPicture(Ratio(-1, 1));
+}
+
+TEST(Session, HalfSpeedShowsEachPictureTwiceAndSaysSo) {
+    const auto recording = LongGroups();
+    Session session({recording});
+    session.SetSpeed(Ratio(1, 2));
+    session.GoTo(recording->SampleStart(0) + Half(*recording) / 2);
+    std::vector<std::size_t> numbers;
+    std::vector<SampleStatus> statuses;
+    for (std::int64_t tick = 0; tick < 6; ++tick) {
+        const TickReport report = Step(session, tick == 0 ? TimePoint() : recording->SampleStart(1));
+        numbers.push_back(report.tracks[0].picture->Number());
+        statuses.push_back(report.tracks[0].status);
+    }
+    EXPECT_EQ(numbers, (std::vector<std::size_t>{0, 0, 1, 1, 2, 2}));
+    EXPECT_EQ(statuses[1], SampleStatus::Same);
+    EXPECT_EQ(statuses[2], SampleStatus::New);
+}
+
+TEST(Session, AtFourTimesOnlyEveryFourthPictureIsDecoded) {
+    const auto recording = LongGroups();
+    Session session({recording});
+    session.SetSpeed(Ratio(4, 1));
+    session.GoTo(MiddleOf(*recording, 0));
+    std::size_t expected = 0;
+    while (expected + 4 < recording->NbPictures()) {
+        const TickReport report = Step(session, expected == 0 ? TimePoint() : recording->SampleStart(1));
+        ExpectPicture(report, 0, expected);
+        expected += 4;
+    }
+}
+
+TEST(Session, StillPictureStaysTheSame) {
+    const auto recording = LongGroups();
+    Session session({recording});
+    session.SetSpeed(Ratio(0, 1));
+    session.GoTo(MiddleOf(*recording, 17));
+    ExpectPicture(Step(session, recording->SampleStart(1)), 0, 17);
+    const TickReport report = session.Tick(recording->SampleStart(1));
+    EXPECT_EQ(report.tracks[0].status, SampleStatus::Same);
+    EXPECT_EQ(report.time, MiddleOf(*recording, 17));
+}
+
+TEST(Session, TurningAroundShowsThePictureBefore) {
+    const auto recording = LongGroups();
+    Session session({recording});
+    session.GoTo(MiddleOf(*recording, 20));
+    Step(session, TimePoint());
+    ExpectPicture(Step(session, recording->SampleStart(1)), 0, 21);
+    session.SetSpeed(Ratio(-1, 1));
+    ExpectPicture(Step(session, recording->SampleStart(1)), 0, 20);
+    ExpectPicture(Step(session, recording->SampleStart(1)), 0, 19);
+}
+
+TEST(Session, BeforeTheOriginIsTheOrigin) {
+    Session session({LongGroups()});
+    session.GoTo(TimePoint().FromSeconds(-5));
+    EXPECT_EQ(session.CurrentTime(), TimePoint());
+}
+
+TEST(Session, BeyondItsEndATrackIsEmptyAndTheOthersGoOn) {
+    const auto longer = LongGroups();
+    const auto shorter = RecordingIndex::Build(Support::Clips::Short());
+    ASSERT_LT(shorter->End(), longer->End());
+    Session session({shorter, longer});
+    EXPECT_EQ(session.End(), longer->End());
+    session.GoTo(shorter->End() + Half(*longer));
+    const TickReport report = Step(session, TimePoint());
+    EXPECT_EQ(report.tracks[0].status, SampleStatus::Empty);
+    EXPECT_EQ(report.tracks[0].picture, nullptr);
+    EXPECT_FALSE(report.tracks[0].missing);
+    ExpectPicture(report, 1, *longer->PictureAtTime(report.time));
+}
+
+TEST(Session, SeveralTracksShowTheSameMoment) {
+    const auto recording = LongGroups();
+    Session session({recording, recording, recording});
+    session.GoTo(MiddleOf(*recording, 5));
+    for (std::size_t number = 5; number < 15; ++number) {
+        const TickReport report = Step(session, number == 5 ? TimePoint() : recording->SampleStart(1));
+        for (std::size_t track = 0; track < 3; ++track) {
+            ExpectPicture(report, track, number);
+        }
+    }
+}
+
+TEST(Session, JumpWithdrawsOrdersAndLeavesNothingPending) {
+    const auto recording = LongGroups();
+    Session session({recording});
+    HeldReads reads(session);
+    session.Tick(TimePoint());
+    session.GoTo(MiddleOf(*recording, static_cast<std::int64_t>(recording->NbPictures()) - 2));
+    EXPECT_GT(session.GetInformation(0).nbWithdrawn, 0U);
+    EXPECT_LE(session.GetInformation(0).nbPending, 1U) << "only the order in progress is still out";
+    reads.Release();
+    Step(session, TimePoint());
+    Drain(session);
+}
+
+TEST(Session, RandomJumpsShowTheExactPicture) {
+    const auto recording = LongGroups();
+    Session session({recording});
+    session.SetSpeed(Ratio(0, 1));
+    std::mt19937 random(20260101);
+    std::uniform_int_distribution<std::int64_t> anySample(0, recording->NbSamples() - 1);
+    for (int jump = 0; jump < 40; ++jump) {
+        const std::int64_t sample = anySample(random);
+        session.GoTo(MiddleOf(*recording, sample));
+        ExpectPicture(Step(session, TimePoint()), 0, *recording->PictureAt(sample));
+    }
+    Drain(session);
+}
+
+TEST(Session, JumpsFasterThanAnyAnswerEndAtTheLastOne) {
+    const auto recording = LongGroups();
+    Session session({recording});
+    session.SetSpeed(Ratio(0, 1));
+    for (std::int64_t sample = 0; sample < recording->NbSamples(); ++sample) {
+        session.GoTo(MiddleOf(*recording, sample));
+        session.Tick(TimePoint());
+    }
+    ExpectPicture(Step(session, TimePoint()), 0, recording->NbPictures() - 1);
+    Drain(session);
+}
+
+TEST(Session, FailedReadIsMissingAndAskedForAgainLater) {
+    const auto recording = LongGroups();
+    SessionOptions options;
+    options.retryAfter = 20ms;
+    Session session({recording}, options);
+    std::atomic<bool> fails = true;
+    session.Preloader().SetReadHook([&fails](const auto&, std::size_t) {
+        if (fails) {
+            throw std::runtime_error("the disk is gone");
+        }
+    });
+    session.SetSpeed(Ratio(0, 1));
+    session.GoTo(MiddleOf(*recording, 3));
+    const TickReport failed = Step(session, TimePoint());
+    EXPECT_TRUE(failed.tracks[0].missing);
+    EXPECT_EQ(failed.tracks[0].status, SampleStatus::Empty);
+    EXPECT_NE(session.GetInformation(0).reading.lastError.find("the disk is gone"), std::string::npos);
+
+    fails = false;
+    const auto deadline = std::chrono::steady_clock::now() + kDeadline;
+    TickReport report = failed;
+    while (!report.IsReady() || report.tracks[0].missing) {
+        ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "the picture was never asked for again";
+        session.WaitForProgress(10ms);
+        report = session.Tick(TimePoint());
+    }
+    ExpectPicture(report, 0, 3);
+}
+
+TEST(Session, MissingPictureDoesNotHoldThePlayHead) {
+    const auto recording = LongGroups();
+    Session session({recording});
+    session.Preloader().SetReadHook([](const auto&, std::size_t) { throw std::runtime_error("no disk"); });
+    session.GoTo(MiddleOf(*recording, 0));
+    Step(session, TimePoint());
+    const TickReport report = session.Tick(recording->SampleStart(1));
+    EXPECT_TRUE(report.moved);
+    EXPECT_EQ(report.time, MiddleOf(*recording, 0) + recording->SampleStart(1));
+    EXPECT_GT(session.GetInformation(0).nbMissing, 0U);
+}
+
+TEST(Session, CacheHoldsNoMorePicturesThanItsWindow) {
+    const auto recording = LongGroups();
+    SessionOptions options;
+    options.nbAhead = 6;
+    Session session({recording}, options);
+    session.GoTo(MiddleOf(*recording, 0));
+    std::size_t mostReady = 0;
+    for (std::size_t number = 0; number < recording->NbPictures(); ++number) {
+        Step(session, number == 0 ? TimePoint() : recording->SampleStart(1));
+        mostReady = std::max(mostReady, session.GetInformation(0).nbReady);
+    }
+    EXPECT_GE(mostReady, 4U);
+    EXPECT_LE(mostReady, 6U + 3U + 2U) << "six ahead, three behind, the one shown and one at the edge";
+}
+
+TEST(Session, ReverseDecodesEachGroupOnceWhenItFits) {
+    const auto recording = LongGroups();
+    Session session({recording});
+    session.SetSpeed(Ratio(-1, 1));
+    const auto last = static_cast<std::int64_t>(recording->NbPictures()) - 1;
+    session.GoTo(MiddleOf(*recording, last));
+    for (std::int64_t sample = last; sample >= 0; --sample) {
+        Step(session, sample == last ? TimePoint() : recording->SampleStart(1));
+    }
+    const TrackInformation information = session.GetInformation(0);
+    EXPECT_EQ(information.reading.nbReads, recording->NbGroups());
+    EXPECT_EQ(information.decoding.nbPasses, recording->NbGroups());
+}
+
+TEST(Session, MayBeDestroyedWhileReadsAndDecodesAreInProgress) {
+    for (int round = 0; round < 10; ++round) {
+        Session session({LongGroups(), LongGroups()});
+        for (int tick = 0; tick < round; ++tick) {
+            session.Tick(LongGroups()->SampleStart(1));
+        }
+    }
+}
+
+TEST(Session, WaitForProgressGivesUpAtItsTimeout) {
+    Session session({LongGroups()});
+    EXPECT_FALSE(session.WaitForProgress(1ms)) << "nothing was ordered yet";
+}
+
+}  // namespace
+}  // namespace Tavrin::Playout
