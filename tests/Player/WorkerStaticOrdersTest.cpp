@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Player/DecodeThread.h"
+#include "Player/FakeSample.h"
 #include "Player/PreloadThread.h"
 #include "Player/Support/WorkerDoubles.h"
 #include "Player/TimedPreloadThread.h"
@@ -17,6 +18,7 @@
 namespace Tavrin::Player {
 namespace {
 
+using Testing::LetOthersRun;
 using Testing::Observed;
 using Testing::OrderAt;
 using Testing::ScriptedPreloader;
@@ -25,9 +27,9 @@ constexpr int kNbOrders = 5;
 
 class CountingDecoder : public ISampleDecoder {
 public:
-    ISample* Decode(const DecodeOrder&) override {
+    ISample* Decode(const DecodeOrder& order) override {
         decodes_.Add();
-        return nullptr;
+        return new FakeSample(order.orderTp_, Time::TimePoint());
     }
 
     Testing::Counter& Decodes() { return decodes_; }
@@ -100,14 +102,18 @@ private:
 // Before every other static object of this program, and so destroyed after them.
 [[gnu::init_priority(101)]] StaticClient client;
 
-TEST(StaticOrders, ThoseOfAStaticInitialiserAreTakenWithoutWaitingByWorkersStartedLater) {
+TEST(StaticOrders, ThoseOfAStaticInitialiserAreServedLaterAndEachHasLeftOneUnit) {
     Observed<PreloadThread> preloadWorker;
     DecodeThread decodeWorker;
     client.Serve(preloadWorker, decodeWorker);
     EXPECT_TRUE(client.Preloader().Done().WaitFor(kNbOrders));
     EXPECT_TRUE(client.Decoder().Decodes().WaitFor(kNbOrders));
-    EXPECT_TRUE(preloadWorker.VainLooks().WaitFor(1));
     EXPECT_EQ(preloadWorker.Finds().Value(), kNbOrders);
+    // All orders are taken without waiting for a unit. Then there is one look in vain before the worker waits
+    // for the first, and one for each.
+    EXPECT_TRUE(preloadWorker.VainLooks().WaitFor(1 + kNbOrders));
+    LetOthersRun();
+    EXPECT_EQ(preloadWorker.VainLooks().Value(), 1 + kNbOrders);
 }
 
 }  // namespace

@@ -399,7 +399,7 @@ TEST(WorkerStress, AQueueIsRemovedFromTheRegistryPromptlyHoweverBusyTheDecodersA
     std::vector<std::int64_t> nbOvertakes;
     {
         Saturation saturation(ledger, registry);
-        for (int round = 0; round < 60; ++round) {
+        for (int round = 0; round < 40; ++round) {
             CacheUpdateQueue other;
             registry.InsertExistingQueue(&other);
             SpendAtLeast(2ms);
@@ -433,7 +433,7 @@ TEST(WorkerStress, NothingIsDeliveredIntoAQueueAfterItsRemoval) {
         StormWorkers workers(preloader, decoder, registry);
         workers.Attach(preloads, decodes);
         workers.StartAll();
-        for (int round = 0; round < 150; ++round) {
+        for (int round = 0; round < 80; ++round) {
             CacheUpdateQueue answers;
             registry.InsertExistingQueue(&answers);
             DecodeOrder order;
