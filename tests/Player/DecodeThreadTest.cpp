@@ -431,12 +431,17 @@ TEST_P(DecodeThreadEitherWay, TheAverageIsOverTheTwentyFiveMostRecentDurations) 
     Process(GetParam());
     EXPECT_GE(worker_.GetInformation().averageDecodeTimeMilliseconds_, 250u);
     ScriptASample();
+    log_->Take();
+    std::int64_t sum = 0;
     for (int i = 0; i < 24; ++i) {
         Process(GetParam());
+        sum += ExpectDecodedLine();
     }
     EXPECT_GE(worker_.GetInformation().averageDecodeTimeMilliseconds_, 10u) << "the first is among 25";
     Process(GetParam());
-    EXPECT_LT(worker_.GetInformation().averageDecodeTimeMilliseconds_, 10u) << "the first was the 26th last";
+    sum += ExpectDecodedLine();
+    // A duration is recorded a moment before or after it is logged.
+    EXPECT_LE(worker_.GetInformation().averageDecodeTimeMilliseconds_, sum / 25 + 1) << "the first is gone";
 }
 
 TEST_F(DecodeThreadOrder, AFreshWorkerReportsZero) {
