@@ -31,15 +31,13 @@ public:
                                      " plays another recording now than \"" + group.Index()->File() + "\"");
         }
         const Visit visit(*this, group.Number());
-        const std::scoped_lock lock(visit.Where().mutex);
-        return visit.Where().lane.Decode(group, sample.PictureNumber());
+        return visit.Where().Decode(group, sample.PictureNumber());
     }
 
     DecodeLane::Information GetInformation() const {
         DecodeLane::Information sum;
         for (const auto& place : places_) {
-            const std::scoped_lock lock(place->mutex);
-            Add(sum, place->lane.GetInformation());
+            Add(sum, place->GetInformation());
         }
         return sum;
     }
@@ -50,8 +48,24 @@ private:
         Place(const std::shared_ptr<const RecordingIndex>& index, const DecodeLaneOptions& options)
             : lane(index, options) {}
 
-        std::mutex mutex;  ///< Guards the lane.
+        std::shared_ptr<const Picture> Decode(const PacketGroup& packets, std::size_t picture) {
+            const std::scoped_lock lock(mutex);
+            auto decoded = lane.Decode(packets, picture);
+            const std::scoped_lock publishing(publishedMutex);
+            published = lane.GetInformation();
+            return decoded;
+        }
+
+        DecodeLane::Information GetInformation() const {
+            const std::scoped_lock lock(publishedMutex);
+            return published;
+        }
+
+        std::mutex mutex;  ///< Guards the lane, through decodes that may take long.
         DecodeLane lane;
+        /// As of the latest decode: whoever asks must not wait for the one in progress.
+        mutable std::mutex publishedMutex;
+        DecodeLane::Information published;
         // The track's mutex guards these.
         std::optional<std::size_t> group;
         std::size_t nbVisitors = 0;

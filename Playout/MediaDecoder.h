@@ -56,8 +56,8 @@ public:
                   const MediaDecoderOptions& options = {});
     /// Decodes in progress are finished. An unknown track is ignored.
     void RemoveTrack(const Player::TrackId& track);
-    /// Sums over the track's lanes, and the latest error; zeros for an unknown track. Waits for decodes in
-    /// progress on that track.
+    /// Sums over the track's lanes as of their latest decodes, and the latest error; zeros for an unknown
+    /// track. Never waits for a decode.
     [[nodiscard]] DecodeLane::Information GetInformation(const Player::TrackId& track) const;
 
     /// To be set before the workers start.

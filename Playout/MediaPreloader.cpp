@@ -21,36 +21,46 @@ public:
     /// The group, read from the file unless it is at hand; null when that failed.
     std::shared_ptr<const PacketGroup> Read(std::size_t group, const ReadHook& hook) {
         const std::scoped_lock lock(mutex_);
+        std::shared_ptr<const PacketGroup> read;
         try {
             const bool atHand = reader_.AtHand(group) != nullptr;
             if (!atHand && hook) {
                 hook(id_, group);
             }
-            auto read = reader_.Read(group);
+            read = reader_.Read(group);
             nbMissingPackets_ += atHand ? 0 : read->NbMissing();
-            return read;
         } catch (const std::exception& error) {
             ++nbFailedReads_;
             lastError_ = error.what();
-            return nullptr;
         }
+        Publish();
+        return read;
     }
 
     Information GetInformation() const {
-        const std::scoped_lock lock(mutex_);
-        const auto reading = reader_.GetInformation();
-        return {reading.nbReads,   reading.nbReused,    nbFailedReads_,
-                nbMissingPackets_, reading.nbBytesKept, lastError_};
+        const std::scoped_lock lock(publishedMutex_);
+        return published_;
     }
 
 private:
+    void Publish() {
+        const auto reading = reader_.GetInformation();
+        const std::scoped_lock lock(publishedMutex_);
+        published_ = {reading.nbReads,   reading.nbReused,    nbFailedReads_,
+                      nbMissingPackets_, reading.nbBytesKept, lastError_};
+    }
+
     Player::TrackId id_;
     std::shared_ptr<const RecordingIndex> index_;
-    mutable std::mutex mutex_;
+    std::mutex mutex_;  ///< Held through a read, which may take long.
     GroupReader reader_;
     std::uint64_t nbFailedReads_ = 0;
     std::uint64_t nbMissingPackets_ = 0;
     std::string lastError_;
+
+    /// As of the latest read: whoever asks must not wait for the one in progress.
+    mutable std::mutex publishedMutex_;
+    Information published_;
 };
 
 MediaPreloader::MediaPreloader() = default;

@@ -71,7 +71,7 @@ public:
     void AddTrack(const Player::TrackId& track, std::shared_ptr<const RecordingIndex> index);
     /// Orders already being served are still answered. An unknown track is ignored.
     void RemoveTrack(const Player::TrackId& track);
-    /// Zeros for an unknown track.
+    /// As of the latest read that has ended; zeros for an unknown track. Never waits for a read.
     [[nodiscard]] Information GetInformation(const Player::TrackId& track) const;
 
     void SetDeliveryHook(DeliveryHook hook);
