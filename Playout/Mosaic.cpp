@@ -29,7 +29,7 @@ int Even(int size) {
 }
 
 int CellSide(int side, std::size_t nb) {
-    return nb == 1 ? side : Even(side / static_cast<int>(std::min<std::size_t>(nb, Image::kMaxSize)));
+    return nb <= 1 ? side : Even(side / static_cast<int>(std::min<std::size_t>(nb, Image::kMaxSize)));
 }
 
 /// \p size times \p numerator / \p denominator, rounded to the nearest.

@@ -175,9 +175,11 @@ void RecordingIndexBuilder::LayOutPictures() {
 std::int64_t RecordingIndexBuilder::LastDuration() const {
     const auto& packets = content_->packets;
     const auto& pictures = content_->pictures;
-    const auto& last = packets[pictures.back().packet];
+    const auto number = pictures.back().packet;
+    const auto& last = packets[number];
     if (last.duration > 0 || pictures.size() < 2) {
-        return last.duration;
+        const bool twoFields = number + 1 < packets.size() && packets[number + 1].secondField;
+        return last.duration + (twoFields ? packets[number + 1].duration : 0);
     }
     return last.pts - packets[pictures[pictures.size() - 2].packet].pts;
 }

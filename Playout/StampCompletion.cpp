@@ -36,6 +36,14 @@ std::vector<std::size_t> FirstFields(const Packets& packets) {
     return numbers;
 }
 
+std::int64_t DurationOf(const Packets& packets, std::size_t picture) {
+    auto duration = packets[picture].duration;
+    for (auto field = picture + 1; field < packets.size() && packets[field].secondField; ++field) {
+        duration += packets[field].duration;
+    }
+    return duration;
+}
+
 /// Ascending times for so many pictures: those of their decoding, or equal steps.
 std::vector<std::int64_t> Times(const Packets& packets, const std::vector<std::size_t>& pictures) {
     std::vector<std::int64_t> times;
@@ -44,7 +52,7 @@ std::vector<std::int64_t> Times(const Packets& packets, const std::vector<std::s
     }
     std::sort(times.begin(), times.end());
     if (times.front() == CodedPacket::kNone) {
-        const auto step = std::max<std::int64_t>(packets.front().duration, 1);
+        const auto step = std::max<std::int64_t>(DurationOf(packets, pictures.front()), 1);
         for (std::size_t i = 0; i < times.size(); ++i) {
             times[i] = step * static_cast<std::int64_t>(i);
         }

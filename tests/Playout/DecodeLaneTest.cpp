@@ -13,6 +13,7 @@
 #include "Playout/GroupReader.h"
 #include "Playout/RecordingIndex.h"
 #include "Playout/Support/Clips.h"
+#include "Playout/Support/FieldClip.h"
 #include "Playout/Support/Oracle.h"
 
 namespace Tavrin::Playout {
@@ -132,7 +133,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Material{"ProRes", Clips::ProRes}, Material{"BareH264", Clips::BareH264},
                     Material{"Hevc", Clips::HevcOpenGroups, "libx265"},
                     Material{"Vp9", Clips::Vp9, "libvpx-vp9"}, Material{"Damaged", Clips::Damaged},
-                    Material{"Truncated", Clips::Truncated}),
+                    Material{"Truncated", Clips::Truncated}, Material{"Fields", Clips::Fields}),
     [](const testing::TestParamInfo<Material>& material) { return std::string(material.param.name); });
 
 TEST(DecodeLane, ADecoderWithThreadsPutsOutTheSamePictures) {

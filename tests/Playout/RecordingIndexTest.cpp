@@ -11,6 +11,7 @@
 #include <string>
 
 #include "Playout/Support/Clips.h"
+#include "Playout/Support/FieldClip.h"
 
 namespace Tavrin::Playout {
 namespace {
@@ -256,6 +257,21 @@ TEST(RecordingIndex, ARecordingCutInTheMiddleOfAGroupBeginsAtItsFirstKeyFrame) {
     EXPECT_TRUE(index->Packet(0).hidden);
     EXPECT_TRUE(index->Picture(0).key);
     EXPECT_EQ(index->NbPictures(), 48u);
+}
+
+// ---- Fields -----------------------------------------------------------------------------------------------
+
+TEST(RecordingIndex, TwoFieldsInPacketsOfTheirOwnAreOnePicture) {
+    const auto index = RecordingIndex::Build(Clips::Fields());
+    EXPECT_EQ(index->NbPackets(), 2 * Clips::kNbFieldPictures);
+    EXPECT_EQ(index->NbPictures(), Clips::kNbFieldPictures);
+    EXPECT_EQ(index->Rate(), SampleRate(25, 1));
+    EXPECT_TRUE(index->Description().interlaced);
+    for (std::size_t i = 0; i < index->NbPictures(); ++i) {
+        EXPECT_EQ(index->Picture(i).packet, 2 * i);
+        EXPECT_TRUE(index->Packet(2 * i + 1).secondField);
+        EXPECT_EQ(index->PictureOfPacket(2 * i + 1), std::nullopt);
+    }
 }
 
 // ---- Missing time stamps ----------------------------------------------------------------------------------

@@ -1,0 +1,91 @@
+#include "Playout/PictureStore.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <initializer_list>
+#include <vector>
+
+#include "Playout/Support/MadePictures.h"
+
+namespace Tavrin::Playout {
+namespace {
+
+using Support::PlainPicture;
+
+std::size_t OnePicture() {
+    return PlainPicture(0, 16, 16, 0)->ByteSize();
+}
+
+std::vector<std::size_t> Held(const PictureStore& store) {
+    std::vector<std::size_t> numbers;
+    for (std::size_t number = 0; number < 100; ++number) {
+        if (store.Find(number) != nullptr) {
+            numbers.push_back(number);
+        }
+    }
+    return numbers;
+}
+
+/// Adds pictures on the way to the wanted one.
+void Add(PictureStore& store, std::initializer_list<std::size_t> numbers, std::size_t wanted) {
+    for (const auto number : numbers) {
+        store.Add(PlainPicture(number, 16, 16, 0), wanted);
+    }
+}
+
+using Numbers = std::vector<std::size_t>;
+
+TEST(PictureStore, FindsWhatItHolds) {
+    PictureStore store(10 * OnePicture());
+    const auto picture = PlainPicture(7, 16, 16, 0);
+    store.Add(picture, 7);
+    EXPECT_EQ(store.Find(7), picture);
+    EXPECT_EQ(store.Find(6), nullptr);
+    EXPECT_EQ(store.Size(), 1u);
+    EXPECT_EQ(store.Bytes(), OnePicture());
+}
+
+TEST(PictureStore, KeepsTheLastPicturesUpToTheWantedOne) {
+    PictureStore store(3 * OnePicture());
+    Add(store, {0, 1, 2, 3, 4, 5}, 5);
+    EXPECT_EQ(Held(store), (Numbers{3, 4, 5}));
+    EXPECT_EQ(store.MaxBytesEver(), 3 * OnePicture());
+}
+
+TEST(PictureStore, PicturesAfterTheWantedOneGoFirstTheFarthestBeforeTheOthers) {
+    PictureStore store(4 * OnePicture());
+    Add(store, {6, 7, 8, 9}, 9);
+    Add(store, {0, 1}, 5);
+    EXPECT_EQ(Held(store), (Numbers{0, 1, 6, 7}));
+    Add(store, {2, 3, 4, 5}, 5);
+    EXPECT_EQ(Held(store), (Numbers{2, 3, 4, 5}));
+}
+
+TEST(PictureStore, HoldsOnePictureHoweverLarge) {
+    PictureStore store(1);
+    Add(store, {3}, 3);
+    EXPECT_EQ(Held(store), (Numbers{3}));
+    Add(store, {4}, 4);
+    EXPECT_EQ(Held(store), (Numbers{4}));
+    EXPECT_EQ(store.MaxBytesEver(), OnePicture());
+}
+
+TEST(PictureStore, APictureAddedAgainIsCountedOnce) {
+    PictureStore store(10 * OnePicture());
+    Add(store, {3, 3, 3}, 3);
+    EXPECT_EQ(store.Size(), 1u);
+    EXPECT_EQ(store.Bytes(), OnePicture());
+}
+
+TEST(PictureStore, ClearGivesTheBytesBack) {
+    PictureStore store(10 * OnePicture());
+    Add(store, {1, 2}, 2);
+    store.Clear();
+    EXPECT_EQ(store.Size(), 0u);
+    EXPECT_EQ(store.Bytes(), 0u);
+    EXPECT_EQ(store.Find(1), nullptr);
+}
+
+}  // namespace
+}  // namespace Tavrin::Playout
