@@ -124,6 +124,7 @@ TEST(CacheUpdateQueue, PushesOfOneThreadKeepTheirOrderAmongThoseOfOthers) {
         marks.push_back(census.Make());
     }
     std::vector<std::thread> producers;
+    producers.reserve(kNbProducers);
     for (std::size_t p = 0; p < kNbProducers; ++p) {
         producers.emplace_back([&queue, mark = marks[p]] {
             for (int i = 0; i < kNbEach; ++i) {
@@ -163,6 +164,7 @@ TEST(CacheUpdateQueue, EverySampleIsPoppedByExactlyOneOfSeveralConsumers) {
     {
         CacheUpdateQueue queue;
         std::vector<std::thread> consumers;
+        consumers.reserve(kNbConsumers);
         for (int c = 0; c < kNbConsumers; ++c) {
             consumers.emplace_back([&] {
                 Output popped;

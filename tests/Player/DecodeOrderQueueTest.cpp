@@ -19,7 +19,6 @@
 namespace Tavrin::Player {
 namespace {
 
-using Testing::Ms;
 using Testing::Ns;
 using Testing::SampleCensus;
 
@@ -113,6 +112,7 @@ TEST(DecodeOrderQueue, PushesOfOneThreadKeepTheirOrderAmongThoseOfOthers) {
     constexpr int kNbEach = 1000;
     DecodeOrderQueue queue;
     std::vector<std::thread> producers;
+    producers.reserve(kNbProducers);
     for (int p = 0; p < kNbProducers; ++p) {
         producers.emplace_back([&queue, p] {
             for (int i = 0; i < kNbEach; ++i) {

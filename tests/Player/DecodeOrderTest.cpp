@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <type_traits>
+#include <vector>
 
 #include "Player/CacheUpdateQueue.h"
 #include "Player/Support/CountedSample.h"
@@ -136,6 +138,15 @@ TEST(DecodeOrder, FieldOfAnUnsetRateIsTheOrdersTimePointWithoutDuration) {
     const Span span = SpanOf(Interlaced(Ms(213), SampleRate(), false));
     EXPECT_EQ(span.tp_, Ms(213));
     EXPECT_EQ(span.duration_, TimePoint());
+}
+
+TEST(DecodeOrder, FieldAtTheEndOfTimeHasNoDurationAndNothingWraps) {
+    const TimePoint highest = TimePoint::GetHighestTimePoint();
+    for (const bool top : {true, false}) {
+        const Span span = SpanOf(Interlaced(highest, {1'000'000'000, 1}, top));
+        EXPECT_EQ(span.tp_, highest);
+        EXPECT_EQ(span.duration_, TimePoint());
+    }
 }
 
 TEST(DecodeOrder, FieldsOfNonIntegerRatesJoinWithoutGapOrOverlap) {

@@ -438,6 +438,7 @@ TEST_F(Registry, RemoveIsNotStarvedByWorkersThatComeBackAtOnce) {
     });
     std::atomic<bool> stop = false;
     std::vector<std::thread> workers;
+    workers.reserve(3);
     for (int i = 0; i < 3; ++i) {
         workers.emplace_back([&] {
             while (!stop) {
@@ -467,6 +468,7 @@ TEST_F(Registry, QueuesComeAndGoWhileProducersPushAndNoSampleIsLost) {
     Testing::Counter finished;
     std::atomic<CacheUpdateQueue*> current = nullptr;
     std::vector<std::thread> producers;
+    producers.reserve(kNbProducers);
     for (int p = 0; p < kNbProducers; ++p) {
         producers.emplace_back([&] {
             for (int i = 0; i < kNbEach; ++i) {

@@ -42,11 +42,12 @@ TEST(Output, TimePointIsACopy) {
 TEST(Output, CopyAndAssignmentTakeThePointerAndTheTimePoint) {
     SampleCensus census;
     ISample* sample = census.Make();
-    const Output original = Make(sample, Ms(40));
+    Output original = Make(sample, Ms(40));
     const Output copied(original);
     Output assigned;
     const Output& result = assigned = original;
     EXPECT_EQ(&result, &assigned);
+    original = Output();
     for (const Output& output : {copied, assigned}) {
         EXPECT_EQ(output.sample_, sample);
         EXPECT_EQ(output.tp_, Ms(40));

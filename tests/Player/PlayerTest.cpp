@@ -322,6 +322,16 @@ TEST(Player, DetachingAnUnknownStreamIsHarmless) {
     EXPECT_EQ(player.GetCurrentTimePoint(), TimePoint());
 }
 
+TEST(Player, NullStreamIsIgnored) {
+    Player player;
+    player.AttachStream(nullptr);
+    player.DetachStream(nullptr);
+    player.Update(Ms(40));
+    EXPECT_EQ(player.GetCurrentTimePoint(), Ms(40));
+    EXPECT_TRUE(player.AllDisplayedCamerasEmpty());
+    player.ResetDisplayedCamerasEmptyFlag();
+}
+
 TEST(Player, DetachAllStreamsLeavesNoneToAsk) {
     Player player;
     std::array<ScriptedStream, 3> streams;

@@ -80,6 +80,7 @@ TEST(PreloadOrderQueue, PushesOfOneThreadKeepTheirOrderAmongThoseOfOthers) {
     constexpr int kNbEach = 1000;
     PreloadOrderQueue queue;
     std::vector<std::thread> producers;
+    producers.reserve(kNbProducers);
     for (int p = 0; p < kNbProducers; ++p) {
         producers.emplace_back([&queue, p] {
             for (int i = 0; i < kNbEach; ++i) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cstdint>
 #include <limits>
 #include <set>
@@ -19,7 +20,7 @@ using Testing::Ms;
 
 /// A queue pointer that is only compared, never followed.
 CacheUpdateQueue* Address(std::uintptr_t address) {
-    return reinterpret_cast<CacheUpdateQueue*>(address);
+    return std::bit_cast<CacheUpdateQueue*>(address);
 }
 
 PreloadOrder Make(std::int64_t track, std::int64_t ms, std::uintptr_t queue) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -329,6 +330,22 @@ TEST_F(PreloadTimePointGeneratorTest, HighestNumberOfPreloadsDoesNotWrap) {
     EXPECT_EQ(Proposed(), (Numbers{9, 8, 7, 6, 5, 4, 3, 2, 1, 0}));
     UpdateAtSample(10, {0, 1});
     EXPECT_EQ(Proposed().size(), 100U);
+}
+
+TEST_F(PreloadTimePointGeneratorTest, AtTheEndOfTimeTheWalkEnds) {
+    const SampleRate nanosecondRate(1'000'000'000, 1);
+    generator_.SetSampleRate(nanosecondRate);
+    generator_.SetDisplayRate(nanosecondRate);
+    UpdateAt(TimePoint::GetHighestTimePoint(), {1, 1});
+    EXPECT_EQ(Proposed(nanosecondRate), Numbers());
+    const std::int64_t last = std::numeric_limits<std::int64_t>::max();
+    UpdateAt(TimePoint::GetHighestTimePoint() - Ns(3), {1, 1});
+    EXPECT_EQ(Proposed(nanosecondRate), (Numbers{last - 2, last - 1}));
+}
+
+TEST_F(PreloadTimePointGeneratorTest, UpdateThrowsWhenADerivedRateDoesNotFit) {
+    generator_.SetDisplayRate({1, 2});
+    EXPECT_THROW(UpdateAtSample(10, {std::numeric_limits<std::int64_t>::max(), 1}), std::overflow_error);
 }
 
 // What nobody has set.

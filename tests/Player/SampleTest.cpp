@@ -111,6 +111,7 @@ TEST(Sample, NoProtectionIsLostBetweenThreads) {
     PlainSample sample;
     sample.Protect(1);
     std::vector<std::thread> threads;
+    threads.reserve(kNbThreads);
     for (int t = 0; t < kNbThreads; ++t) {
         threads.emplace_back([&sample] {
             for (int i = 0; i < kNbRounds; ++i) {

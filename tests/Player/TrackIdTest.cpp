@@ -76,6 +76,7 @@ TEST(TrackId, NegativeNumberPrintsWithAMinusSign) {
 TEST(TrackId, IsAKeyOfAnOrderedSet) {
     const std::set<TrackId> tracks{Make("b", 0, 1), Make("a", 0, 2), Make("a", 0, 1), Make("a", 0, 2)};
     std::vector<std::string> texts;
+    texts.reserve(tracks.size());
     for (const TrackId& track : tracks) {
         texts.push_back(track.ToString());
     }
