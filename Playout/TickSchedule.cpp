@@ -11,9 +11,8 @@ using Time::TimePoint;
 
 namespace {
 
-/// With more places than these no start is far from all the edges, and a fraction of a sample this small is
-/// still thousands of nanoseconds.
-constexpr std::int64_t kMostPlaces = 1024;
+/// With more places than these no start is far enough from all edges for the rounding to whole nanoseconds.
+constexpr std::int64_t kMostPlaces = 1'000'000;
 
 std::int64_t NbPlaces(const SampleRate& stream, const SampleRate& display, const Ratio& speed) {
     const Ratio samplesPerTick = stream * speed / display;

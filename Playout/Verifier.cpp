@@ -46,9 +46,9 @@ private:
     [[nodiscard]] bool IsStopped() const { return stop_ != nullptr && stop_->load(); }
     [[nodiscard]] bool MustEnd() const { return IsStopped() || report_.difference.has_value(); }
 
-    void Announce(const std::string& pass, std::uint64_t nbDone, std::uint64_t nb) const {
+    void Announce(std::uint64_t nbDone, std::uint64_t nb) const {
         if (progress_) {
-            progress_(pass, nbDone, nb);
+            progress_(report_, nbDone, nb);
         }
     }
 
@@ -58,7 +58,7 @@ private:
         StraightDecoder(index_, 1).Run([this](const std::shared_ptr<const Picture>& picture) {
             references_.at(picture->Number()) = Reference{picture->Md5(), picture->Damaged()};
             report_.nbDamaged += picture->Damaged() ? 1 : 0;
-            Announce("decode", ++report_.nbDecoded, report_.nbPictures);
+            Announce(++report_.nbDecoded, report_.nbPictures);
             return !IsStopped();
         });
     }
@@ -84,7 +84,7 @@ private:
                     // Which sample it is is counted here, not asked of the play head, which may be wrong.
                     const std::uint64_t sample = speed.Positive() ? nbDone : nbSamples - 1 - nbDone;
                     Compare(pass, static_cast<std::int64_t>(sample), shown, tick);
-                    Announce(name, ++nbDone, nbSamples);
+                    Announce(++nbDone, nbSamples);
                     return !MustEnd();
                 },
                 stop_);
@@ -115,7 +115,7 @@ private:
                         return true;
                     },
                     stop_);
-            Announce("jumps", jump + 1, options_.nbJumps);
+            Announce(jump + 1, options_.nbJumps);
         }
     }
 

@@ -38,9 +38,9 @@ struct VerifierOptions {
 /// what the callback throws. A difference is reported, not thrown.
 class TAVRIN_PLAYOUT_EXPORT Verifier final {
 public:
-    /// Called after each picture: the pass ("decode", "forward", "backward", "jumps"), how many of its
-    /// pictures are done, and of how many.
-    using Progress = std::function<void(const std::string& pass, std::uint64_t nbDone, std::uint64_t nb)>;
+    /// Called after each picture with what there is so far, and how many pictures of how many are done: of
+    /// the straight decode as long as no pass has begun, then of the latest pass.
+    using Progress = std::function<void(const VerifyReport& report, std::uint64_t nbDone, std::uint64_t nb)>;
 
     explicit Verifier(std::shared_ptr<const RecordingIndex> index, const VerifierOptions& options = {});
     ~Verifier();

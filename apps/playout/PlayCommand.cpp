@@ -73,7 +73,7 @@ PlayReport Run(Playback& playback, const Session& session, IPictureSink* sink, M
         }
         return true;
     };
-    const PlayReport report = playback.Run(show, &CatchInterrupts());
+    PlayReport report = playback.Run(show, &CatchInterrupts());
     if (sink != nullptr) {
         sink->Finish();
     }

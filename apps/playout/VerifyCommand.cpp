@@ -38,17 +38,44 @@ void PrintPass(const VerifyPass& pass) {
     std::cout << '\n';
 }
 
-void Print(const VerifyReport& report) {
+void PrintDecode(const VerifyReport& report) {
     std::cout << std::left << std::setw(kNameWidth) << "straight" << FormatCount(report.nbDecoded, "picture")
               << " decoded of " << report.nbPictures;
     if (report.nbDamaged > 0) {
         std::cout << ", " << report.nbDamaged << " of them damaged";
     }
     std::cout << '\n';
-    for (const VerifyPass& pass : report.passes) {
-        PrintPass(pass);
-    }
 }
+
+/// Prints each stage once it is over: the straight decode, then each pass.
+class Stages final {
+public:
+    /// Prints what has ended since the last call, the latest stage only when it `isLast` too.
+    void Print(const VerifyReport& report, bool isLast) {
+        const std::size_t nbEnded = report.passes.size() + (isLast ? 1 : 0);
+        for (; nbPrinted_ < nbEnded; ++nbPrinted_) {
+            line_.Clear();
+            if (nbPrinted_ == 0) {
+                PrintDecode(report);
+            } else {
+                PrintPass(report.passes[nbPrinted_ - 1]);
+            }
+            std::cout.flush();
+        }
+    }
+
+    void Show(const VerifyReport& report, std::uint64_t nbDone, std::uint64_t nb) {
+        Print(report, false);
+        if (line_.IsDue()) {
+            line_.Show((report.passes.empty() ? "straight" : report.passes.back().name) + ": " +
+                       std::to_string(nbDone) + " of " + std::to_string(nb));
+        }
+    }
+
+private:
+    ProgressLine line_;
+    std::size_t nbPrinted_ = 0;
+};
 
 int Conclude(const VerifyReport& report, const std::string& file) {
     if (report.difference) {
@@ -77,15 +104,12 @@ int Verify(const VerifyArguments& arguments) {
     std::cout << "verifying " << arguments.file << ": " << FormatCount(index->NbPictures(), "picture") << ", "
               << FormatCount(arguments.options.nbJumps, "jump") << " with seed " << arguments.options.seed
               << std::endl;
-    ProgressLine line;
-    const auto show = [&line](const std::string& pass, std::uint64_t nbDone, std::uint64_t nb) {
-        if (line.IsDue()) {
-            line.Show(pass + ": " + std::to_string(nbDone) + " of " + std::to_string(nb));
-        }
+    Stages stages;
+    const auto show = [&stages](const VerifyReport& report, std::uint64_t nbDone, std::uint64_t nb) {
+        stages.Show(report, nbDone, nb);
     };
     const VerifyReport report = Verifier(index, arguments.options).Run(show, &interrupted);
-    line.Clear();
-    Print(report);
+    stages.Print(report, true);
     return Conclude(report, arguments.file);
 }
 
