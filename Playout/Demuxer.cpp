@@ -94,11 +94,7 @@ void Demuxer::OpenFormat() {
     }
 }
 
-int Demuxer::BestStream() const {
-    const int best = av_find_best_stream(format_, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-    if (best >= 0 && IsPicture(*format_->streams[best])) {
-        return best;
-    }
+int Demuxer::FirstVideo() const {
     for (unsigned i = 0; i < format_->nb_streams; ++i) {
         if (IsPicture(*format_->streams[i])) {
             return static_cast<int>(i);
@@ -108,7 +104,7 @@ int Demuxer::BestStream() const {
 }
 
 void Demuxer::ChooseStream(int wanted) {
-    stream_ = wanted < 0 ? BestStream() : wanted;
+    stream_ = wanted < 0 ? FirstVideo() : wanted;
     if (stream_ >= static_cast<int>(format_->nb_streams) || !IsPicture(*format_->streams[stream_])) {
         Fail("its stream " + std::to_string(wanted) + " is not a video stream");
     }

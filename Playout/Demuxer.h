@@ -46,7 +46,7 @@ private:
     void OpenFile();
     void OpenFormat();
     void ChooseStream(int wanted);
-    [[nodiscard]] int BestStream() const;
+    [[nodiscard]] int FirstVideo() const;
     void Close();
     [[noreturn]] void Fail(const std::string& what) const;
 

@@ -90,15 +90,15 @@ struct RecordingDescription {
 /// exist, is not a recording, has no video, no decoder, no usable time stamps.
 class TAVRIN_PLAYOUT_EXPORT RecordingIndex final {
 public:
-    /// Lets Build choose the stream that a player would show.
-    static constexpr int kBestStream = -1;
+    /// Lets Build take the file's first video stream (cover pictures are none).
+    static constexpr int kFirstVideo = -1;
 
     /// Finest grid for a variable rate, samples per second. Above any display's rate; a grid costs planning.
     static constexpr std::int64_t kMaxVariableRate = 240;
 
-    /// Demuxes a local file. \p stream is the number of a stream in the file, or kBestStream.
+    /// Demuxes a local file. \p stream is the number of a stream in the file, or kFirstVideo.
     [[nodiscard]] static std::shared_ptr<const RecordingIndex> Build(const std::string& file,
-                                                                     int stream = kBestStream);
+                                                                     int stream = kFirstVideo);
 
     ~RecordingIndex();
     RecordingIndex(const RecordingIndex&) = delete;

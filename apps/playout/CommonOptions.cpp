@@ -16,7 +16,7 @@ CLI::Option* AddStreamOption(CLI::App& command, int& stream) {
     return command
         .add_option("--stream", stream,
                     "Number of the video stream in the file\n"
-                    "(default: the one that a player would choose)")
+                    "(default: the first one)")
         ->type_name("N")
         ->check(Between(0, kMostStreams));
 }

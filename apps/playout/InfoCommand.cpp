@@ -16,7 +16,7 @@ constexpr std::int64_t kKilo = 1000;
 
 struct InfoArguments {
     std::string file;
-    int stream = RecordingIndex::kBestStream;
+    int stream = RecordingIndex::kFirstVideo;
 };
 
 std::size_t LongestGroup(const RecordingIndex& index) {

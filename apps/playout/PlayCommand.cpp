@@ -26,7 +26,7 @@ constexpr std::uint32_t kMostSeconds = 86'400;
 
 struct PlayArguments {
     std::vector<std::string> files;
-    int stream = RecordingIndex::kBestStream;
+    int stream = RecordingIndex::kFirstVideo;
     Output output;
     bool fast = false;
     bool realTime = false;

@@ -19,7 +19,7 @@ constexpr int kNameWidth = 10;
 
 struct VerifyArguments {
     std::string file;
-    int stream = RecordingIndex::kBestStream;
+    int stream = RecordingIndex::kFirstVideo;
     VerifierOptions options;
 };
 

@@ -25,7 +25,7 @@ TimePoint Ms(std::int64_t milliseconds) {
 }
 
 /// The text of the error that building the index ends in.
-std::string ErrorOf(const std::string& file, int stream = RecordingIndex::kBestStream) {
+std::string ErrorOf(const std::string& file, int stream = RecordingIndex::kFirstVideo) {
     try {
         const auto index = RecordingIndex::Build(file, stream);
         return "no error";
@@ -314,10 +314,10 @@ TEST(RecordingIndex, DescribesTheRecording) {
     EXPECT_FALSE(RecordingIndex::Build(Clips::ClosedGroups())->Description().interlaced);
 }
 
-TEST(RecordingIndex, TheBestStreamIsTakenUnlessAnotherIsAskedFor) {
-    EXPECT_EQ(RecordingIndex::Build(Clips::SecondVideo())->Description().width, 320);
-    EXPECT_EQ(RecordingIndex::Build(Clips::SecondVideo(), 0)->Description().width, 160);
-    EXPECT_EQ(RecordingIndex::Build(Clips::SecondVideo(), 0)->Stream(), 0);
+TEST(RecordingIndex, TheFirstVideoStreamIsTakenUnlessAnotherIsAskedFor) {
+    EXPECT_EQ(RecordingIndex::Build(Clips::SecondVideo())->Description().width, 160);
+    EXPECT_EQ(RecordingIndex::Build(Clips::SecondVideo(), 1)->Description().width, 320);
+    EXPECT_EQ(RecordingIndex::Build(Clips::SecondVideo(), 1)->Stream(), 1);
 }
 
 TEST(RecordingIndex, TheReorderingIsSeenInTheStamps) {

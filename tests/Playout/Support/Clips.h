@@ -23,7 +23,7 @@ std::string LongGroups();     ///< 100 pictures in groups of 25, the last pictur
 std::string Short();          ///< 12 pictures.
 std::string IntraOnlyH264();  ///< Every picture is a key frame.
 std::string GradualRefresh();  ///< Pictures are marked as key frames that are predicted from others.
-std::string SecondVideo();     ///< Two video streams: 160x120, then, the one to be shown, 320x240.
+std::string SecondVideo();     ///< Two video streams: 160x120, then 320x240.
 std::string Ntsc();            ///< 30000/1001 per second.
 std::string VariableRate();    ///< On a grid of 25 per second, with holes: 34 pictures of 60.
 std::string Jittery();   ///< In milliseconds, each picture up to 25 ms late: no rate has them on its samples.
