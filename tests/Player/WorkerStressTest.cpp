@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
@@ -13,7 +12,6 @@
 #include "Player/ExistingCacheUpdateQueues.h"
 #include "Player/PreloadThread.h"
 #include "Player/Support/Random.h"
-#include "Player/Support/RecordingLogger.h"
 #include "Player/Support/WorkerDoubles.h"
 #include "Player/Support/WorkerLedger.h"
 #include "Player/Support/WorkerStorm.h"
@@ -26,37 +24,24 @@ namespace Tavrin::Player {
 namespace {
 
 using namespace std::chrono_literals;
+using Testing::JoinAll;
 using Testing::Ledger;
 using Testing::LedgerSample;
 using Testing::LetOthersRun;
 using Testing::Observed;
 using Testing::OrderAt;
 using Testing::Random;
-using Testing::ScopedSilence;
 using Testing::ScriptedPreloader;
 using Testing::SpendAtLeast;
 using Testing::StartOf;
 using Testing::StormClient;
 using Testing::StormDecoder;
 using Testing::StormPreloader;
+using Testing::StormSilence;
 using Testing::StormWorkers;
 using Testing::TestSeed;
-using Clock = std::chrono::steady_clock;
 
 const SampleRate kRate(25, 1);
-
-/// Nobody reads the workers' lines here, and warnings are part of the plan.
-struct Silence {
-    ScopedSilence preload_{"PreloadThread"};
-    ScopedSilence timed_{"TimedPreloadThread"};
-    ScopedSilence decode_{"DecodeThread"};
-};
-
-void JoinAll(std::vector<std::thread>& threads) {
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-}
 
 // ---- Everything at once -----------------------------------------------------------------------------------
 
@@ -85,7 +70,7 @@ void ComeAndGo(StormWorkers& workers, ExistingCacheUpdateQueues& registry, Ledge
 }
 
 TEST(WorkerStress, EveryOrderIsAnsweredOnceAndEverySampleDeletedOnceWhileWorkersAndQueuesComeAndGo) {
-    const Silence silence;
+    const StormSilence silence;
     constexpr std::size_t kNbSamples = 600;
     Ledger ledger(200'000);
     LedgerSample* const shared = ledger.Make(StartOf(1, kRate));
@@ -134,7 +119,7 @@ void WaitALittle(Random& random) {
 }
 
 TEST(WorkerStress, AnOrderPushedWhileOneWorkerStopsIsServedByItsIdlePeer) {
-    const Silence silence;
+    const StormSilence silence;
     Random random(TestSeed());
     CacheUpdateQueue answers;
     PreloadOrderQueue queue;
@@ -159,7 +144,7 @@ TEST(WorkerStress, AnOrderPushedWhileOneWorkerStopsIsServedByItsIdlePeer) {
 }
 
 TEST(WorkerStress, AnOrderPushedWhileAllPeersButOneStopIsServed) {
-    const Silence silence;
+    const StormSilence silence;
     Random random(TestSeed());
     CacheUpdateQueue answers;
     PreloadOrderQueue queue;
@@ -189,7 +174,7 @@ TEST(WorkerStress, AnOrderPushedWhileAllPeersButOneStopIsServed) {
 }
 
 TEST(WorkerStress, AnOrderOfAStoppingWorkerIsServedByItsPeerAlsoAmongIdleWorkersOfOtherQueues) {
-    const Silence silence;
+    const StormSilence silence;
     Random random(TestSeed());
     CacheUpdateQueue answers;
     PreloadOrderQueue queue;
@@ -235,7 +220,7 @@ private:
 };
 
 TEST(WorkerStress, ADecodeOrderPushedWhileOneWorkerStopsIsServedByItsIdlePeer) {
-    const Silence silence;
+    const StormSilence silence;
     Random random(TestSeed());
     Ledger ledger(1);
     DecodeOrder order;
@@ -265,7 +250,7 @@ TEST(WorkerStress, ADecodeOrderPushedWhileOneWorkerStopsIsServedByItsIdlePeer) {
 // ---- Starts and stops -------------------------------------------------------------------------------------
 
 TEST(WorkerStress, WorkersOfAllKindsStartAndStopAtTheSameTimeWithoutEnd) {
-    const Silence silence;
+    const StormSilence silence;
     std::vector<std::thread> storms;
     for (int i = 0; i < 3; ++i) {
         storms.emplace_back([] {
@@ -294,7 +279,7 @@ TEST(WorkerStress, WorkersOfAllKindsStartAndStopAtTheSameTimeWithoutEnd) {
 }
 
 TEST(WorkerStress, OneWorkerStartedAndStoppedBySeveralThreadsServesItsOrdersAfterwards) {
-    const Silence silence;
+    const StormSilence silence;
     CacheUpdateQueue answers;
     PreloadOrderQueue queue;
     ScriptedPreloader preloader;
@@ -316,146 +301,6 @@ TEST(WorkerStress, OneWorkerStartedAndStoppedBySeveralThreadsServesItsOrdersAfte
     EXPECT_TRUE(preloader.Done().WaitFor(120));
     worker.Stop();
     EXPECT_EQ(preloader.Done().Value(), 120);
-}
-
-// ---- The registry under load ------------------------------------------------------------------------------
-
-/// Keeps every worker inside `Decode` nearly all the time.
-class BusyDecoder : public ISampleDecoder {
-public:
-    explicit BusyDecoder(Ledger& ledger) : ledger_(ledger) {}
-
-    ISample* Decode(const DecodeOrder& order) override {
-        nbEntered_.fetch_add(1);
-        SpendAtLeast(500us);
-        return ledger_.Make(order.orderTp_);
-    }
-
-    std::int64_t NbEntered() const { return nbEntered_; }
-
-private:
-    Ledger& ledger_;
-    std::atomic<std::int64_t> nbEntered_ = 0;
-};
-
-/// Workers that come back to the registry at once, for as long as this lives.
-class Saturation {
-public:
-    static constexpr std::size_t kNbWorkers = 4;
-
-    Saturation(Ledger& ledger, ExistingCacheUpdateQueues& registry)
-        : registry_(registry), decoder_(ledger), compressed_(ledger.Make(StartOf(1, kRate))) {
-        registry_.InsertExistingQueue(&answers_);
-        for (std::size_t i = 0; i < kNbWorkers; ++i) {
-            workers_.push_back(std::make_unique<DecodeThread>());
-            workers_.back()->SetDecoder(&decoder_);
-            workers_.back()->SetExistingUncompressedCacheUpdateQueues(&registry_);
-            workers_.back()->AddDecodeOrderQueue(&orders_);
-            workers_.back()->Start();
-        }
-        client_ = std::thread([this] { KeepBusy(); });
-    }
-
-    ~Saturation() {
-        over_ = true;
-        client_.join();
-        workers_.clear();
-        registry_.RemoveExistingQueue(&answers_);
-        delete compressed_;
-    }
-
-    BusyDecoder& Decoder() { return decoder_; }
-
-private:
-    void KeepBusy() {
-        DecodeOrder order;
-        order.toDecode_ = compressed_;
-        order.queue_ = &answers_;
-        while (!over_) {
-            while (orders_.GetSize() < 4 * kNbWorkers) {
-                orders_.Push(order);
-            }
-            for (const Output& output : Testing::Drain(answers_)) {
-                delete output.sample_;
-            }
-            std::this_thread::yield();
-        }
-    }
-
-    ExistingCacheUpdateQueues& registry_;
-    BusyDecoder decoder_;
-    LedgerSample* compressed_;
-    CacheUpdateQueue answers_;
-    DecodeOrderQueue orders_;
-    std::vector<std::unique_ptr<DecodeThread>> workers_;
-    std::atomic<bool> over_ = false;
-    std::thread client_;
-};
-
-TEST(WorkerStress, AQueueIsRemovedFromTheRegistryPromptlyHoweverBusyTheDecodersAre) {
-    const Silence silence;
-    Ledger ledger(500'000);
-    ExistingCacheUpdateQueues registry;
-    std::vector<std::int64_t> nbOvertakes;
-    {
-        Saturation saturation(ledger, registry);
-        for (int round = 0; round < 40; ++round) {
-            CacheUpdateQueue other;
-            registry.InsertExistingQueue(&other);
-            SpendAtLeast(2ms);
-            const std::int64_t before = saturation.Decoder().NbEntered();
-            const auto begin = Clock::now();
-            registry.RemoveExistingQueue(&other);
-            EXPECT_LT(Clock::now() - begin, 3s);
-            nbOvertakes.push_back(saturation.Decoder().NbEntered() - before);
-        }
-    }
-    // A decode may enter before the removal waits, hence not zero; what must not happen is that the workers
-    // come back while it waits. The median forgives a thread that lost its processor between two lines.
-    std::sort(nbOvertakes.begin(), nbOvertakes.end());
-    EXPECT_LE(nbOvertakes[nbOvertakes.size() / 2], static_cast<std::int64_t>(2 * Saturation::kNbWorkers));
-    EXPECT_FALSE(ledger.Overflowed());
-    EXPECT_EQ(ledger.NbLeaked(), 0u);
-    EXPECT_EQ(ledger.NbDeletedTwice(), 0u);
-}
-
-TEST(WorkerStress, NothingIsDeliveredIntoAQueueAfterItsRemoval) {
-    const Silence silence;
-    Ledger ledger(500'000);
-    LedgerSample* const compressed = ledger.Make(StartOf(1, kRate));
-    ExistingCacheUpdateQueues registry;
-    StormDecoder decoder(ledger);
-    StormPreloader preloader(ledger, registry);
-    std::size_t nbLate = 0;
-    {
-        PreloadOrderQueue preloads;
-        DecodeOrderQueue decodes;
-        StormWorkers workers(preloader, decoder, registry);
-        workers.Attach(preloads, decodes);
-        workers.StartAll();
-        for (int round = 0; round < 80; ++round) {
-            CacheUpdateQueue answers;
-            registry.InsertExistingQueue(&answers);
-            DecodeOrder order;
-            order.toDecode_ = compressed;
-            order.queue_ = &answers;
-            for (std::int64_t number = 0; number < 20; ++number) {
-                order.orderTp_ = StartOf(number, kRate);
-                decodes.Push(order);
-                preloads.Push(OrderAt(number, &answers, 7));
-            }
-            registry.RemoveExistingQueue(&answers);
-            for (const Output& output : Testing::Drain(answers)) {
-                delete output.sample_;
-            }
-            LetOthersRun(1ms);
-            nbLate += Testing::Drain(answers).size();
-        }
-    }
-    EXPECT_EQ(nbLate, 0u);
-    delete compressed;
-    EXPECT_EQ(ledger.NbLeaked(), 0u);
-    EXPECT_EQ(ledger.NbDeletedTwice(), 0u);
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include "Player/IPreloader.h"
 #include "Player/ISampleDecoder.h"
 #include "Player/PreloadThread.h"
+#include "Player/Support/RecordingLogger.h"
 #include "Player/Support/Waiting.h"
 #include "Player/Support/WorkerDoubles.h"
 #include "Player/Support/WorkerLedger.h"
@@ -29,6 +30,19 @@ namespace Tavrin::Player::Testing {
 /// The number of an order's or an answer's sample at the rate of all storms, 25 samples per second.
 inline std::size_t NumberOf(const Time::TimePoint& tp) {
     return static_cast<std::size_t>(tp.SampleNumber(SampleRate(25, 1)));
+}
+
+/// Nobody reads the workers' lines here, and warnings are part of the plan.
+struct StormSilence {
+    ScopedSilence preload_{"PreloadThread"};
+    ScopedSilence timed_{"TimedPreloadThread"};
+    ScopedSilence decode_{"DecodeThread"};
+};
+
+inline void JoinAll(std::vector<std::thread>& threads) {
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
 }
 
 /// Answers every order once, through the registry: mostly with a sample, sometimes with none, and sometimes
