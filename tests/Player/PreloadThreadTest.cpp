@@ -94,7 +94,7 @@ TEST(PreloadThread, AnOrderPushedBetweenALookInVainAndTheSleepIsServed) {
     Bench bench;
     bench.worker_.AfterVainLook().Hold();
     bench.worker_.Start();
-    ASSERT_TRUE(bench.worker_.VainLooks().WaitFor(1));
+    ASSERT_TRUE(bench.worker_.AfterVainLook().WaitUntilHeld());
     bench.Push(5);
     bench.worker_.AfterVainLook().Release();
     EXPECT_TRUE(bench.preloader_.Done().WaitFor(1));
@@ -154,18 +154,16 @@ TEST(PreloadThread, AnOrderAnsweredWithErrorIsNotRetried) {
 
 TEST(PreloadThread, StopFinishesTheOrderInProgressAndLeavesTheOthers) {
     Bench bench;
-    Observed<PreloadThread> idle;  // sees the units that Stop signals, and so that the stop was asked for
-    idle.Start();
-    ASSERT_TRUE(idle.VainLooks().WaitFor(1));
     bench.preloader_.Calls().Hold();
     for (const std::int64_t number : {1, 2, 3}) {
         bench.Push(number);
     }
     bench.worker_.Start();
     ASSERT_TRUE(bench.preloader_.Calls().Entered().WaitFor(1));
-    const int looksBefore = idle.VainLooks().Value() + 4;  // three pushes may still wake it
     std::thread stopper([&] { bench.worker_.Stop(); });
-    EXPECT_TRUE(idle.VainLooks().WaitFor(looksBefore));
+    while (!bench.worker_.AskedToStop()) {
+        std::this_thread::yield();
+    }
     EXPECT_EQ(bench.preloader_.Done().Value(), 0);
     bench.preloader_.Calls().Release();
     stopper.join();
@@ -360,11 +358,9 @@ TEST(PreloadThreads, AWorkerWokenForNothingSleepsAgainAndKeepsItsTurn) {
     bench.worker_.Start();
     bench.Push(1);  // the turn is now at the second queue
     ASSERT_TRUE(bench.preloader_.Done().WaitFor(1));
-    ASSERT_TRUE(bench.worker_.VainLooks().WaitFor(1));
     bench.worker_.AfterVainLook().Hold();
-    const int held = bench.worker_.AfterVainLook().Entered().Value();
     PreloadThread::OneSampleReadyForPreload();
-    ASSERT_TRUE(bench.worker_.AfterVainLook().Entered().WaitFor(held + 1));
+    ASSERT_TRUE(bench.worker_.AfterVainLook().WaitUntilHeld());
     bench.Push(2);
     second.Push(OrderAt(3, &bench.answers_));
     bench.worker_.AfterVainLook().Release();

@@ -109,9 +109,19 @@ public:
     void Enter() {
         entered_.Add();
         std::unique_lock lock(mutex_);
-        if (!changed_.wait_for(lock, kFailureBound, [this] { return !held_; })) {
+        ++nbInside_;
+        changed_.notify_all();
+        const bool released = changed_.wait_for(lock, kFailureBound, [this] { return !held_; });
+        --nbInside_;
+        if (!released) {
             throw std::logic_error("a held call was never released");
         }
+    }
+
+    /// False when no call came and stayed within the bound.
+    [[nodiscard]] bool WaitUntilHeld() {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, kFailureBound, [this] { return held_ && nbInside_ > 0; });
     }
 
     Counter& Entered() { return entered_; }
@@ -120,6 +130,7 @@ private:
     std::mutex mutex_;
     std::condition_variable changed_;
     bool held_ = false;
+    int nbInside_ = 0;
     Counter entered_;
 };
 
@@ -226,6 +237,9 @@ public:
         ++nbStops_;
         Worker::Stop();
     }
+
+    /// Whether `Stop` has reached the point from which on no further order is taken.
+    bool AskedToStop() const { return Worker::MustStop(); }
 
     Counter& Finds() { return finds_; }
     Counter& VainLooks() { return vainLooks_; }
