@@ -10,10 +10,12 @@
 #include <vector>
 
 #include "Player/Support/Moments.h"
+#include "Player/Support/Waiting.h"
 
 namespace Tavrin::Player {
 namespace {
 
+using Testing::Gate;
 using Testing::Ms;
 using Testing::Ns;
 using Testing::Sec;
@@ -127,15 +129,18 @@ TEST(FakeSample, ItsCounterIsTheOneSeenThroughTheInterface) {
 
 TEST(FakeSample, ProtectionsOfSeveralThreadsAddUp) {
     FakeSample sample(Ms(1), Ms(2));
+    Gate start;
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&] {
+            EXPECT_TRUE(start.Wait());
             for (int i = 0; i < 5000; ++i) {
                 sample.Protect(2);
                 sample.Unprotect(1);
             }
         });
     }
+    start.Open();
     for (std::thread& thread : threads) {
         thread.join();
     }

@@ -201,6 +201,22 @@ TEST(RegistryStress, ARemovalThatWaitsGoesBeforeTheDecodesThatCameAfterIt) {
     EXPECT_GE(nbBefore, 15);
 }
 
+/// Registers `answers`, sends orders whose answers go there, and takes it off the registry while they are
+/// served.
+void SendAndRemove(CacheUpdateQueue& answers, ExistingCacheUpdateQueues& registry,
+                   PreloadOrderQueue& preloads, DecodeOrderQueue& decodes, LedgerSample& compressed) {
+    registry.InsertExistingQueue(&answers);
+    DecodeOrder order;
+    order.toDecode_ = &compressed;
+    order.queue_ = &answers;
+    for (std::int64_t number = 0; number < 20; ++number) {
+        order.orderTp_ = StartOf(number, kRate);
+        decodes.Push(order);
+        preloads.Push(OrderAt(number, &answers, 7));
+    }
+    registry.RemoveExistingQueue(&answers);
+}
+
 TEST(RegistryStress, NothingIsDeliveredIntoAQueueAfterItsRemoval) {
     const StormSilence silence;
     Ledger ledger(500'000);
@@ -215,27 +231,22 @@ TEST(RegistryStress, NothingIsDeliveredIntoAQueueAfterItsRemoval) {
         StormWorkers workers(preloader, decoder, registry);
         workers.Attach(preloads, decodes);
         workers.StartAll();
-        for (int round = 0; round < 80; ++round) {
-            CacheUpdateQueue answers;
-            registry.InsertExistingQueue(&answers);
-            DecodeOrder order;
-            order.toDecode_ = compressed;
-            order.queue_ = &answers;
-            for (std::int64_t number = 0; number < 20; ++number) {
-                order.orderTp_ = StartOf(number, kRate);
-                decodes.Push(order);
-                preloads.Push(OrderAt(number, &answers, 7));
+        for (int round = 0; round < 400; ++round) {
+            auto answers = std::make_unique<CacheUpdateQueue>();
+            SendAndRemove(*answers, registry, preloads, decodes, *compressed);
+            if (round % 8 == 0) {
+                for (const Output& output : Testing::Drain(*answers)) {
+                    delete output.sample_;
+                }
+                LetOthersRun(1ms);
+                nbLate += Testing::Drain(*answers).size();
             }
-            registry.RemoveExistingQueue(&answers);
-            for (const Output& output : Testing::Drain(answers)) {
-                delete output.sample_;
-            }
-            LetOthersRun(1ms);
-            nbLate += Testing::Drain(answers).size();
+            // The queue goes at once otherwise: who still pushed into it would use freed memory.
         }
     }
     EXPECT_EQ(nbLate, 0u);
     delete compressed;
+    EXPECT_FALSE(ledger.Overflowed());
     EXPECT_EQ(ledger.NbLeaked(), 0u);
     EXPECT_EQ(ledger.NbDeletedTwice(), 0u);
 }
