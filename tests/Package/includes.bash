@@ -28,7 +28,9 @@ for directory in "${!may_include[@]}"; do
         [[ "$line" =~ [\"\<]([^\"\>]+)[\"\>] ]] && included="${BASH_REMATCH[1]}"
         library="${included%%/*}"
         checked=$((checked + 1))
-        if [[ "$included" =~ ^(tests|examples|apps|benchmarks|contracts)/ || "$included" == *..* ]]; then
+        if [[ "$directory" == apps && "$included" == apps/* && -f "$included" ]]; then
+            continue
+        elif [[ "$included" =~ ^(tests|examples|apps|benchmarks|contracts)/ || "$included" == *..* ]]; then
             Complain "$file" "$included" "not a header of a library"
         elif [[ "$included" == "$line" ]]; then
             Complain "$file" "$included" "it names no header"
