@@ -12,7 +12,7 @@ namespace {
 
 /// Reading on over this many bytes of unwanted packets costs no more than a seek: it is what the input
 /// buffers.
-constexpr std::int64_t kMaxPassedOver = 32 * 1024;
+constexpr std::int64_t kMaxPassedOver = 32'768;
 
 /// Earlier groups tried, when a seek ends up after the wanted packet, before the start of the file.
 constexpr std::size_t kMaxEarlierGroups = 3;

@@ -128,7 +128,7 @@ MediaDecoder::MediaDecoder() = default;
 
 MediaDecoder::~MediaDecoder() = default;
 
-void MediaDecoder::AddTrack(const Player::TrackId& track, std::shared_ptr<const RecordingIndex> index,
+void MediaDecoder::AddTrack(const Player::TrackId& track, const std::shared_ptr<const RecordingIndex>& index,
                             const MediaDecoderOptions& options) {
     auto added = std::make_shared<Track>(index, options);
     const std::unique_lock lock(tracksMutex_);

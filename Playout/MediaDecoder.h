@@ -52,7 +52,7 @@ public:
 
     /// Opens the decoders and serves \p track from now on, in place of any earlier recording. Throws
     /// std::runtime_error when no decoder can be opened.
-    void AddTrack(const Player::TrackId& track, std::shared_ptr<const RecordingIndex> index,
+    void AddTrack(const Player::TrackId& track, const std::shared_ptr<const RecordingIndex>& index,
                   const MediaDecoderOptions& options = {});
     /// Decodes in progress are finished. An unknown track is ignored.
     void RemoveTrack(const Player::TrackId& track);

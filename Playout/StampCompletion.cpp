@@ -47,6 +47,7 @@ std::int64_t DurationOf(const Packets& packets, std::size_t picture) {
 /// Ascending times for so many pictures: those of their decoding, or equal steps.
 std::vector<std::int64_t> Times(const Packets& packets, const std::vector<std::size_t>& pictures) {
     std::vector<std::int64_t> times;
+    times.reserve(pictures.size());
     for (const auto number : pictures) {
         times.push_back(packets[number].dts);
     }
@@ -82,15 +83,15 @@ void ShowAtNextReference(Packets& packets) {
     if (next != CodedPacket::kNone) {
         next += std::max<std::int64_t>(packets.back().duration, 1);
     }
-    for (auto packet = packets.rbegin(); packet != packets.rend(); ++packet) {
-        const bool reference = LacksStamp(*packet) || packet->pts != packet->dts;
-        if (LacksStamp(*packet)) {
-            packet->pts = next;
+    std::for_each(packets.rbegin(), packets.rend(), [&](CodedPacket& packet) {
+        const bool reference = LacksStamp(packet) || packet.pts != packet.dts;
+        if (LacksStamp(packet)) {
+            packet.pts = next;
         }
-        if (reference && packet->dts != CodedPacket::kNone) {
-            next = packet->dts;
+        if (reference && packet.dts != CodedPacket::kNone) {
+            next = packet.dts;
         }
-    }
+    });
 }
 
 }  // namespace
