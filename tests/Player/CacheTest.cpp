@@ -425,12 +425,26 @@ TEST_F(CacheTest, BestMatchBetweenDistancesThatSaturateTakesTheEarlierOne) {
 }
 
 TEST_F(CacheTest, UnsetRequestRateHasOneSampleThatHoldsEverything) {
-    Pend(Ms(-40));
-    CountedSample* first = Fill(Ms(400));
+    Pend(Ms(-80));
+    CountedSample* first = Fill(Ms(-40));
     Fill(Ms(800));
     ISample* sample = nullptr;
     EXPECT_EQ(Get(Sec(-100), SampleRate(), &sample), Cache::Valid);
     EXPECT_EQ(sample, first);
+}
+
+TEST_F(CacheTest, NumbersThatSaturateShareOneSample) {
+    const SampleRate fast(2'000'000'000, 1);
+    const TimePoint lowest = Ns(std::numeric_limits<std::int64_t>::min());
+    const TimePoint highest = TimePoint::GetHighestTimePoint();
+    cache_.SetStreamSampleRate(kNanosecondRate);
+    CountedSample* low = Fill(lowest);
+    CountedSample* high = Fill(highest - Ns(100));
+    ISample* sample = nullptr;
+    EXPECT_EQ(Get(lowest + Ns(1'000'000), fast, &sample), Cache::Valid);
+    EXPECT_EQ(sample, low);
+    EXPECT_EQ(Get(highest, fast, &sample), Cache::Valid);
+    EXPECT_EQ(sample, high);
 }
 
 TEST_F(CacheTest, GetSampleAsksNothingOfTheSamples) {
