@@ -134,7 +134,7 @@ TEST(FakeSample, ProtectionsOfSeveralThreadsAddUp) {
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&] {
             EXPECT_TRUE(start.Wait());
-            for (int i = 0; i < 5000; ++i) {
+            for (int i = 0; i < 50'000; ++i) {
                 sample.Protect(2);
                 sample.Unprotect(1);
             }
@@ -144,7 +144,7 @@ TEST(FakeSample, ProtectionsOfSeveralThreadsAddUp) {
     for (std::thread& thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(sample.GetProtectionCounter(), 20'000);
+    EXPECT_EQ(sample.GetProtectionCounter(), 200'000);
 }
 
 TEST(FakeSample, IsDestroyedThroughTheInterface) {

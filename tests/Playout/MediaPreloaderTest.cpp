@@ -51,36 +51,36 @@ struct Answer {
 
 class MediaPreloaderTest : public testing::Test {
 protected:
-    MediaPreloaderTest() { preloader.AddTrack(kFirst, index); }
+    MediaPreloaderTest() { preloader_.AddTrack(kFirst, index_); }
 
     /// The answer to an order, which must be the only one.
     Answer Ask(const TimePoint& tp, const TrackId& track = kFirst) {
         Answer answer;
-        answer.result = preloader.Preload(PreloadOrder(tp, index->Rate(), &queue, track));
+        answer.result = preloader_.Preload(PreloadOrder(tp, index_->Rate(), &queue_, track));
         Output output;
-        EXPECT_TRUE(queue.Pop(output));
+        EXPECT_TRUE(queue_.Pop(output));
         answer.tp = output.tp_;
         answer.sample.reset(output.sample_);
-        EXPECT_FALSE(queue.Pop(output)) << "a second answer";
+        EXPECT_FALSE(queue_.Pop(output)) << "a second answer";
         return answer;
     }
 
-    std::shared_ptr<const RecordingIndex> index = RecordingIndex::Build(Clips::OpenGroups());
-    CacheUpdateQueue queue;
-    MediaPreloader preloader;
+    std::shared_ptr<const RecordingIndex> index_ = RecordingIndex::Build(Clips::OpenGroups());
+    CacheUpdateQueue queue_;
+    MediaPreloader preloader_;
 };
 
 // ---- Answers ----------------------------------------------------------------------------------------------
 
 TEST_F(MediaPreloaderTest, DeliversTheCompressedPictureOnDisplay) {
-    for (std::int64_t sample = 0; sample < index->NbSamples(); ++sample) {
-        const auto answer = Ask(index->SampleStart(sample));
+    for (std::int64_t sample = 0; sample < index_->NbSamples(); ++sample) {
+        const auto answer = Ask(index_->SampleStart(sample));
         ASSERT_EQ(answer.result, IPreloader::SUCCESS_EXIST);
         ASSERT_NE(answer.sample, nullptr);
-        EXPECT_EQ(answer.Compressed().PictureNumber(), index->PictureAt(sample));
+        EXPECT_EQ(answer.Compressed().PictureNumber(), index_->PictureAt(sample));
         EXPECT_EQ(answer.Compressed().Track(), kFirst);
         EXPECT_EQ(answer.Compressed().Group()->Number(),
-                  index->Picture(static_cast<std::size_t>(sample)).group);
+                  index_->Picture(static_cast<std::size_t>(sample)).group);
     }
 }
 
@@ -94,7 +94,7 @@ TEST_F(MediaPreloaderTest, TheOutputHasTheOrdersTimePointAndTheSampleThatOfTheGr
 
 TEST_F(MediaPreloaderTest, APictureThatStaysIsDeliveredForEachOfItsSamples) {
     const auto variable = RecordingIndex::Build(Clips::VariableRate());
-    preloader.AddTrack(kSecond, variable);
+    preloader_.AddTrack(kSecond, variable);
     const auto first = Ask(Ms(80), kSecond);
     const auto second = Ask(Ms(120), kSecond);
     EXPECT_EQ(first.Compressed().PictureNumber(), 1u);
@@ -104,13 +104,13 @@ TEST_F(MediaPreloaderTest, APictureThatStaysIsDeliveredForEachOfItsSamples) {
 }
 
 TEST_F(MediaPreloaderTest, OutsideTheRecordingSamplesAreMissing) {
-    for (const auto& tp : {Ms(-1), index->End(), TimePoint::GetHighestTimePoint()}) {
+    for (const auto& tp : {Ms(-1), index_->End(), TimePoint::GetHighestTimePoint()}) {
         const auto answer = Ask(tp);
         EXPECT_EQ(answer.result, IPreloader::SUCCESS_MISSING);
         EXPECT_EQ(answer.sample, nullptr);
         EXPECT_EQ(answer.tp, tp);
     }
-    EXPECT_EQ(preloader.GetInformation(kFirst).nbReads, 0u);
+    EXPECT_EQ(preloader_.GetInformation(kFirst).nbReads, 0u);
 }
 
 TEST_F(MediaPreloaderTest, AnUnknownTrackIsAnError) {
@@ -120,8 +120,8 @@ TEST_F(MediaPreloaderTest, AnUnknownTrackIsAnError) {
 }
 
 TEST_F(MediaPreloaderTest, AnOrderWithoutQueueIsAnErrorAndReadsNothing) {
-    EXPECT_EQ(preloader.Preload(PreloadOrder(Ms(0), index->Rate(), nullptr, kFirst)), IPreloader::ERROR);
-    EXPECT_EQ(preloader.GetInformation(kFirst).nbReads, 0u);
+    EXPECT_EQ(preloader_.Preload(PreloadOrder(Ms(0), index_->Rate(), nullptr, kFirst)), IPreloader::ERROR);
+    EXPECT_EQ(preloader_.GetInformation(kFirst).nbReads, 0u);
 }
 
 TEST_F(MediaPreloaderTest, PacketsThatAreNotInTheFileAnyMoreAreMissing) {
@@ -131,41 +131,41 @@ TEST_F(MediaPreloaderTest, PacketsThatAreNotInTheFileAnyMoreAreMissing) {
     const auto longer = RecordingIndex::Build(file);
     const auto& cut = longer->Packet(longer->Group(2).firstPacket + 4);
     Clips::WriteFile(file, whole.substr(0, static_cast<std::size_t>(cut.position)));
-    preloader.AddTrack(kSecond, longer);
+    preloader_.AddTrack(kSecond, longer);
     const auto there =
         Ask(longer->SampleStart(static_cast<std::int64_t>(longer->Group(2).firstPicture)), kSecond);
     EXPECT_EQ(there.result, IPreloader::SUCCESS_EXIST);
     const auto gone = Ask(longer->SampleStart(longer->NbSamples() - 1), kSecond);
     EXPECT_EQ(gone.result, IPreloader::SUCCESS_MISSING);
     EXPECT_EQ(gone.sample, nullptr);
-    EXPECT_GT(preloader.GetInformation(kSecond).nbMissingPackets, 0u);
+    EXPECT_GT(preloader_.GetInformation(kSecond).nbMissingPackets, 0u);
 }
 
 // ---- One read for a group ---------------------------------------------------------------------------------
 
 TEST_F(MediaPreloaderTest, OneReadServesAllTheSamplesOfAGroup) {
-    const auto& group = index->Group(1);
+    const auto& group = index_->Group(1);
     std::shared_ptr<const PacketGroup> shared;
     for (auto picture = group.firstPicture; picture < group.EndPicture(); ++picture) {
-        const auto answer = Ask(index->SampleStart(static_cast<std::int64_t>(picture)));
+        const auto answer = Ask(index_->SampleStart(static_cast<std::int64_t>(picture)));
         ASSERT_NE(answer.sample, nullptr);
         if (shared != nullptr) {
             EXPECT_EQ(answer.Compressed().Group(), shared);
         }
         shared = answer.Compressed().Group();
     }
-    EXPECT_EQ(preloader.GetInformation(kFirst).nbReads, 1u);
-    EXPECT_EQ(preloader.GetInformation(kFirst).nbReused, group.nbPictures - 1);
-    EXPECT_EQ(preloader.GetInformation(kFirst).nbBytesKept, shared->ByteSize());
+    EXPECT_EQ(preloader_.GetInformation(kFirst).nbReads, 1u);
+    EXPECT_EQ(preloader_.GetInformation(kFirst).nbReused, group.nbPictures - 1);
+    EXPECT_EQ(preloader_.GetInformation(kFirst).nbBytesKept, shared->ByteSize());
 }
 
 TEST_F(MediaPreloaderTest, ASampleOutlivesThePreloader) {
     auto other = std::make_unique<MediaPreloader>();
-    other->AddTrack(kFirst, index);
-    other->Preload(PreloadOrder(Ms(200), index->Rate(), &queue, kFirst));
+    other->AddTrack(kFirst, index_);
+    other->Preload(PreloadOrder(Ms(200), index_->Rate(), &queue_, kFirst));
     other.reset();
     Output output;
-    ASSERT_TRUE(queue.Pop(output));
+    ASSERT_TRUE(queue_.Pop(output));
     const std::unique_ptr<ISample> sample(output.sample_);
     std::uint64_t size = 0;
     EXPECT_NE(sample->GetData("packet", size), nullptr);
@@ -176,7 +176,7 @@ TEST_F(MediaPreloaderTest, ASampleOutlivesThePreloader) {
 
 TEST_F(MediaPreloaderTest, AFailedReadIsAnErrorWithItsTextAndTheNextTryMaySucceed) {
     int nbToFail = 2;
-    preloader.SetReadHook([&](const TrackId&, std::size_t) {
+    preloader_.SetReadHook([&](const TrackId&, std::size_t) {
         if (nbToFail-- > 0) {
             throw std::runtime_error("the disk is unplugged");
         }
@@ -186,19 +186,19 @@ TEST_F(MediaPreloaderTest, AFailedReadIsAnErrorWithItsTextAndTheNextTryMaySuccee
         EXPECT_EQ(answer.result, IPreloader::ERROR);
         EXPECT_EQ(answer.sample, nullptr);
     }
-    EXPECT_EQ(preloader.GetInformation(kFirst).nbFailedReads, 2u);
-    EXPECT_EQ(preloader.GetInformation(kFirst).lastError, "the disk is unplugged");
+    EXPECT_EQ(preloader_.GetInformation(kFirst).nbFailedReads, 2u);
+    EXPECT_EQ(preloader_.GetInformation(kFirst).lastError, "the disk is unplugged");
     EXPECT_EQ(Ask(Ms(0)).result, IPreloader::SUCCESS_EXIST);
-    EXPECT_EQ(preloader.GetInformation(kFirst).nbFailedReads, 2u);
+    EXPECT_EQ(preloader_.GetInformation(kFirst).nbFailedReads, 2u);
 }
 
 TEST_F(MediaPreloaderTest, TheReadHookIsAskedBeforeEachReadOfTheFileOnly) {
     std::vector<std::size_t> groups;
-    preloader.SetReadHook([&](const TrackId& track, std::size_t group) {
+    preloader_.SetReadHook([&](const TrackId& track, std::size_t group) {
         EXPECT_EQ(track, kFirst);
         groups.push_back(group);
     });
-    const auto second = index->SampleStart(static_cast<std::int64_t>(index->Group(1).firstPicture));
+    const auto second = index_->SampleStart(static_cast<std::int64_t>(index_->Group(1).firstPicture));
     for (const auto& tp : {Ms(0), Ms(40), second, Ms(80), second}) {
         Ask(tp);
     }
@@ -206,10 +206,10 @@ TEST_F(MediaPreloaderTest, TheReadHookIsAskedBeforeEachReadOfTheFileOnly) {
 }
 
 TEST_F(MediaPreloaderTest, AReadThatWaitsHoldsUpItsOwnTrackOnly) {
-    preloader.AddTrack(kSecond, index);
+    preloader_.AddTrack(kSecond, index_);
     Gate entered;
     Gate leave;
-    preloader.SetReadHook([&](const TrackId& track, std::size_t) {
+    preloader_.SetReadHook([&](const TrackId& track, std::size_t) {
         if (track == kFirst) {
             entered.Open();
             EXPECT_TRUE(leave.Wait());
@@ -217,7 +217,7 @@ TEST_F(MediaPreloaderTest, AReadThatWaitsHoldsUpItsOwnTrackOnly) {
     });
     CacheUpdateQueue held;
     std::thread worker([&] {
-        EXPECT_EQ(preloader.Preload(PreloadOrder(Ms(0), index->Rate(), &held, kFirst)),
+        EXPECT_EQ(preloader_.Preload(PreloadOrder(Ms(0), index_->Rate(), &held, kFirst)),
                   IPreloader::SUCCESS_EXIST);
     });
     ASSERT_TRUE(entered.Wait());
@@ -234,38 +234,38 @@ TEST_F(MediaPreloaderTest, AReadThatWaitsHoldsUpItsOwnTrackOnly) {
 
 TEST_F(MediaPreloaderTest, TheDeliveryHookComesAfterTheOutput) {
     std::vector<IPreloader::PreloadResult> results;
-    preloader.SetDeliveryHook([&](const PreloadOrder& order, IPreloader::PreloadResult result) {
+    preloader_.SetDeliveryHook([&](const PreloadOrder& order, IPreloader::PreloadResult result) {
         Output output;
         EXPECT_TRUE(order.queue_->Pop(output)) << "the output is there when the hook is called";
         delete output.sample_;
         results.push_back(result);
     });
-    for (const auto& tp : {Ms(0), index->End()}) {
-        preloader.Preload(PreloadOrder(tp, index->Rate(), &queue, kFirst));
+    for (const auto& tp : {Ms(0), index_->End()}) {
+        preloader_.Preload(PreloadOrder(tp, index_->Rate(), &queue_, kFirst));
     }
     EXPECT_EQ(results, (std::vector{IPreloader::SUCCESS_EXIST, IPreloader::SUCCESS_MISSING}));
 }
 
 TEST_F(MediaPreloaderTest, TheDeliveryHookComesForAQueueThatIsGoneToo) {
     ExistingCacheUpdateQueues registry;
-    preloader.SetExistingCacheUpdateQueues(&registry);
+    preloader_.SetExistingCacheUpdateQueues(&registry);
     int nbCalls = 0;
-    preloader.SetDeliveryHook([&](const PreloadOrder&, IPreloader::PreloadResult) { ++nbCalls; });
-    preloader.Preload(PreloadOrder(Ms(0), index->Rate(), &queue, kFirst));
+    preloader_.SetDeliveryHook([&](const PreloadOrder&, IPreloader::PreloadResult) { ++nbCalls; });
+    preloader_.Preload(PreloadOrder(Ms(0), index_->Rate(), &queue_, kFirst));
     EXPECT_EQ(nbCalls, 1);
     Output output;
-    EXPECT_FALSE(queue.Pop(output));
+    EXPECT_FALSE(queue_.Pop(output));
 }
 
 // ---- Tracks -----------------------------------------------------------------------------------------------
 
 TEST_F(MediaPreloaderTest, ATrackCanBeReplacedAndRemoved) {
-    preloader.AddTrack(kFirst, RecordingIndex::Build(Clips::Short()));
+    preloader_.AddTrack(kFirst, RecordingIndex::Build(Clips::Short()));
     EXPECT_EQ(Ask(Ms(2000)).result, IPreloader::SUCCESS_MISSING) << "the new recording is shorter";
-    preloader.RemoveTrack(kFirst);
+    preloader_.RemoveTrack(kFirst);
     EXPECT_EQ(Ask(Ms(0)).result, IPreloader::ERROR);
-    preloader.RemoveTrack(kFirst);
-    EXPECT_EQ(preloader.GetInformation(kFirst).nbReads, 0u);
+    preloader_.RemoveTrack(kFirst);
+    EXPECT_EQ(preloader_.GetInformation(kFirst).nbReads, 0u);
 }
 
 TEST_F(MediaPreloaderTest, ATrackWhoseFileIsGoneIsRefused) {
@@ -273,7 +273,7 @@ TEST_F(MediaPreloaderTest, ATrackWhoseFileIsGoneIsRefused) {
     Clips::WriteFile(file, Clips::ReadFile(Clips::Short()));
     const auto gone = RecordingIndex::Build(file);
     std::remove(file.c_str());
-    EXPECT_THROW(preloader.AddTrack(kSecond, gone), std::runtime_error);
+    EXPECT_THROW(preloader_.AddTrack(kSecond, gone), std::runtime_error);
     EXPECT_EQ(Ask(Ms(0), kSecond).result, IPreloader::ERROR);
 }
 
@@ -281,16 +281,16 @@ TEST_F(MediaPreloaderTest, TracksComeAndGoWhileOrdersAreServed) {
     std::atomic<bool> over = false;
     std::thread changer([&] {
         while (!over) {
-            preloader.AddTrack(kSecond, index);
-            preloader.RemoveTrack(kSecond);
+            preloader_.AddTrack(kSecond, index_);
+            preloader_.RemoveTrack(kSecond);
         }
     });
     std::size_t nbExisting = 0;
     for (int i = 0; i < 200 || nbExisting == 0; ++i) {
-        const auto answer = Ask(Ms(40 * (i % 60)), kSecond);
+        const auto answer = Ask(Ms(std::int64_t{40} * (i % 60)), kSecond);
         EXPECT_EQ(answer.sample != nullptr, answer.result == IPreloader::SUCCESS_EXIST);
         nbExisting += answer.sample != nullptr ? 1 : 0;
-        EXPECT_EQ(Ask(Ms(40 * (i % 60))).result, IPreloader::SUCCESS_EXIST);
+        EXPECT_EQ(Ask(Ms(std::int64_t{40} * (i % 60))).result, IPreloader::SUCCESS_EXIST);
     }
     over = true;
     changer.join();

@@ -78,8 +78,9 @@ TEST(PictureConverter, ScalesToTheImage) {
     const auto frame =
         MakeFrame(AV_PIX_FMT_GRAY8, 64, 64, [](int, int, int byte) { return byte < 32 ? 0 : 255; });
     const auto image = Rgb(Picture(0, *frame, false), 128, 16);
-    EXPECT_LT(image.Plane(0)[3 * 32], 5);
-    EXPECT_GT(image.Plane(0)[3 * 96], 250);
+    // In the middle of the left half and of the right one, three bytes for each pixel.
+    EXPECT_LT(image.Plane(0)[96], 5);
+    EXPECT_GT(image.Plane(0)[288], 250);
 }
 
 TEST(PictureConverter, OneConverterTakesPicturesOfAnySizeInTurn) {

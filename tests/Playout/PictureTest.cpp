@@ -101,7 +101,7 @@ TEST(Picture, RowsThatRunUpwardAreTurned) {
     const auto expected = Picture(0, *downward, false).Md5();
     auto upward = MakeFrame(AV_PIX_FMT_GRAY8, 8, 4,
                             [](int plane, int row, int byte) { return Value(plane, 3 - row, byte); });
-    upward->data[0] += 3 * upward->linesize[0];
+    upward->data[0] += std::ptrdiff_t{3} * upward->linesize[0];
     upward->linesize[0] = -upward->linesize[0];
     const Picture picture(0, *upward, false);
     EXPECT_EQ(picture.Md5(), expected);

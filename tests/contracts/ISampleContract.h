@@ -139,13 +139,13 @@ TYPED_TEST_P(ISampleContract, EachSampleHasACounterOfItsOwn) {
 
 TYPED_TEST_P(ISampleContract, ProtectionsOfSeveralThreadsAddUp) {
     this->OnFourThreads([this] {
-        for (int i = 0; i < 2000; ++i) {
+        for (int i = 0; i < 10'000; ++i) {
             this->sample_->Protect(2);
             this->sample_->GetProtectionCounter();
             this->sample_->Unprotect(1);
         }
     });
-    EXPECT_EQ(this->sample_->GetProtectionCounter(), 4 * 2000);
+    EXPECT_EQ(this->sample_->GetProtectionCounter(), 4 * 10'000);
 }
 
 // Guarantee 4.

@@ -240,7 +240,7 @@ std::string Mpeg2Program() {
 std::string CutTransport() {
     // From the middle of the first group on, at the boundary of a packet of 188 bytes.
     return Derived("cut.ts", Mpeg2Interlaced(),
-                   [](const std::string& bytes) { return bytes.substr(188 * 60); });
+                   [](const std::string& bytes) { return bytes.substr(std::size_t{188} * 60); });
 }
 
 std::string HevcOpenGroups() {

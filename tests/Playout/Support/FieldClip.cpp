@@ -160,7 +160,7 @@ std::string Fields() {
             }
             stream += TopField(number, 32 + 20 * i, number == 0) + BottomField(number);
         }
-        const auto path = Scratch("fields.h264");
+        auto path = Scratch("fields.h264");
         WriteFile(path, stream);
         return path;
     }();
