@@ -31,8 +31,8 @@ public:
     virtual void SetSampleRate(SampleRate rate) = 0;
     virtual void SetDisplayRate(SampleRate rate) = 0;
 
-    /// The stream's cache, not owned; null ends the proposals at once, another cache is looked into at the next
-    /// `Update`.
+    /// The stream's cache, not owned; null ends the proposals at once, another cache is looked into at the
+    /// next `Update`.
     virtual void SetCache(Cache* cache) = 0;
 
     /// How many samples to keep ahead, in force at once.

@@ -37,6 +37,6 @@ struct PictureTimes {
 /// A claimed rate within 1/10000 of a usual one (24000/1001, 25, 30000/1001 ...) is taken for that one.
 /// There must be one picture at least.
 [[nodiscard]] TAVRIN_PLAYOUT_EXPORT PictureGrid LayOutGrid(const PictureTimes& pictures,
-                                                          std::int64_t maxVariableRate);
+                                                           std::int64_t maxVariableRate);
 
 }  // namespace Tavrin::Playout

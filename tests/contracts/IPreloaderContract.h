@@ -23,14 +23,12 @@
 ///
 /// What the implementer guarantees:
 ///   1. an order with a queue is answered with exactly one `Output`, which is in the order's queue when
-///   `Preload`
-///      returns, and which carries the order's own time point, aligned or not;
+///      `Preload` returns, and which carries the order's own time point, aligned or not;
 ///   2. `SUCCESS_EXIST` comes with a sample that covers that time point; `SUCCESS_MISSING`, `ERROR` and an
 ///      exception come with a null sample;
 ///   3. the sample is new and not protected: each belongs to the receiver of its output;
 ///   4. with a registry, answers go only into queues that are registered: for any other queue nothing is
-///   pushed
-///      and the sample is deleted (which a leak checker sees); without one they are pushed directly;
+///      pushed and the sample is deleted (which a leak checker sees); without one they are pushed directly;
 ///   5. `Preload` may be called by several threads at once.
 ///
 /// What the implementer may assume:

@@ -17,11 +17,10 @@
 /// What the implementer guarantees, as far as a test can see it:
 ///   1. a new sample is not protected;
 ///   2. the protection operations count: `Protect` adds and returns the sum, `Unprotect` subtracts, stops at
-///   zero
-///      and returns the rest;
+///      zero and returns the rest;
 ///   3. the protection operations may be called by several threads at once;
 ///   4. `GetTimePoint` and `GetDuration` do not change during the sample's life, and the duration is not
-///   negative;
+///      negative;
 ///   5. every listed key is answered, with the number of bytes, and always with the same bytes;
 ///   6. the content accessors may be called by several threads at once;
 ///   7. the sample can be deleted through `ISample`, on any thread.

@@ -25,11 +25,9 @@
 ///
 /// What the implementer guarantees:
 ///   1. `Decode` yields a new sample, which the caller owns and which is not protected, with the time point
-///   and the
-///      duration of `DecodeOrder::GenerateTimePointAndDuration`;
-///   2. what cannot be decoded yields null or throws `std::runtime_error`, and nothing else; the orders after
-///   it
-///      are decoded all the same;
+///      and the duration of `DecodeOrder::GenerateTimePointAndDuration`;
+///   2. what cannot be decoded yields null or throws `std::runtime_error`, and nothing else; the orders
+///      after it are decoded all the same;
 ///   3. the compressed sample is only read: it is not deleted, and its protection is left to the worker;
 ///   4. nothing of the compressed sample is used after `Decode` has returned (which a sanitizer sees);
 ///   5. orders may come in any sequence;
@@ -44,8 +42,8 @@
 ///     namespace Tavrin::Player::Contracts {
 ///     struct MyDecoderAdaptor : DecoderAdaptor {
 ///         ISampleDecoder& Decoder() { return decoder_; }
-///         std::unique_ptr<ISample> Compressed(std::size_t i) { ... }   // i = 0 to 7, of different time
-///         points MyDecoder decoder_;
+///         std::unique_ptr<ISample> Compressed(std::size_t i) { ... }  // i = 0 to 7, of different times
+///         MyDecoder decoder_;
 ///     };
 ///     INSTANTIATE_TYPED_TEST_SUITE_P(MyDecoder, ISampleDecoderContract, testing::Types<MyDecoderAdaptor>, );
 ///     }

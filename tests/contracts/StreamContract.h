@@ -18,22 +18,18 @@
 /// What the implementer guarantees:
 ///   1. `LinkPlayer` links and `UnlinkPlayer` unlinks; a new stream is not linked. Without a player,
 ///      `GetCurrentSample` answers `Unlinked`;
-///   2. `SetStreamParameters` installs what `GetStreamParameters` returns, by a reference that stays the same
-///   (the
-///      order queues may be the stream's own, whatever was asked for);
+///   2. `SetStreamParameters` installs what `GetStreamParameters` returns, by a reference that stays the
+///      same (the order queues may be the stream's own, whatever was asked for);
 ///   3. `Begin` and `End` are what was set last, `Begin` not after `End`; nothing exists before the one or
-///   after the
-///      other;
+///      after the other;
 ///   4. `Next` and `Previous` go from the start of one sample to that of its neighbour and back;
 ///   5. the two update queues are there, differ, and stay the same;
 ///   6. driven by its client, a stream that is linked becomes ready wherever the play head stands, and then
-///   shows
-///      the sample that covers the play head: `New` or `New_And_Decoded` the first time and `Same` after
-///      that;
+///      shows the sample that covers the play head: `New` or `New_And_Decoded` the first time and `Same`
+///      after that;
 ///   7. a stream that is ready does not answer `NotReady`;
 ///   8. where nothing exists the stream is ready, answers `Empty` and sets its flag: a player must not wait
-///   for what
-///      will never come;
+///      for what will never come;
 ///   9. `*sample` is written only with `New`, `New_And_Decoded` and `Same`.
 ///
 /// What the implementer may assume:
@@ -45,10 +41,9 @@
 ///
 ///     namespace Tavrin::Player::Contracts {
 ///     struct MyStreamAdaptor : StreamAdaptor {
-///         Stream& Get() { return stream_; }                    // one stream, with workers that serve it
-///         Time::TimePoint Sample(std::size_t i) { ... }        // the start of sample i = 0 to 9, in
-///         succession void Drive() { ... }                                 // once per tick: file answers,
-///         send orders
+///         Stream& Get() { return stream_; }              // one stream, with workers that serve it
+///         Time::TimePoint Sample(std::size_t i) { ... }  // the start of sample i = 0 to 9, in succession
+///         void Drive() { ... }                           // once per tick: file answers, send orders
 ///     };
 ///     INSTANTIATE_TYPED_TEST_SUITE_P(MyStream, StreamContract, testing::Types<MyStreamAdaptor>, );
 ///     }
