@@ -22,7 +22,7 @@ bool PreloadOrder::operator<(const PreloadOrder& other) const {
         return id_ < other.id_;
     }
     if (tp_ == other.tp_) {
-        return std::less<CacheUpdateQueue*>()(queue_, other.queue_);
+        return std::less<>()(queue_, other.queue_);
     }
     return tp_ < other.tp_;
 }
