@@ -138,13 +138,13 @@ TYPED_TEST_P(ISampleContract, EachSampleHasACounterOfItsOwn) {
 
 TYPED_TEST_P(ISampleContract, ProtectionsOfSeveralThreadsAddUp) {
     this->OnFourThreads([this] {
-        for (int i = 0; i < 10'000; ++i) {
+        for (int i = 0; i < 4'000; ++i) {
             this->sample_->Protect(2);
             this->sample_->GetProtectionCounter();
             this->sample_->Unprotect(1);
         }
     });
-    EXPECT_EQ(this->sample_->GetProtectionCounter(), 4 * 10'000);
+    EXPECT_EQ(this->sample_->GetProtectionCounter(), 4 * 4'000);
 }
 
 // Guarantee 4.
