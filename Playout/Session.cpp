@@ -114,6 +114,7 @@ private:
     void Look(Track& track, bool isStep);
     static void Count(Track& track, const TrackView& before, bool isStep);
     void WithdrawAll();
+    std::vector<SampleRate> FetchRates() const;
     std::uint64_t NbAnswers() const;
 
     std::vector<std::shared_ptr<const RecordingIndex>> recordings_;
@@ -280,14 +281,22 @@ std::uint64_t Session::Impl::NbAnswers() const {
 }
 
 void Session::Impl::SetSpeed(const Time::Ratio& speed) {
-    const auto fetchRate = [this] { return tracks_.front().stream->FetchRate(); };
     const Time::Ratio oldSpeed = player_.GetSpeed();
-    const SampleRate oldRate = fetchRate();
+    const std::vector<SampleRate> oldRates = FetchRates();
     player_.SetSpeed(speed);
     const bool turns = oldSpeed.Positive() != speed.Positive();
-    if (turns || oldRate != fetchRate()) {
+    if (turns || oldRates != FetchRates()) {
         WithdrawAll();
     }
+}
+
+std::vector<SampleRate> Session::Impl::FetchRates() const {
+    std::vector<SampleRate> rates;
+    rates.reserve(tracks_.size());
+    for (const Track& track : tracks_) {
+        rates.push_back(track.stream->FetchRate());
+    }
+    return rates;
 }
 
 void Session::Impl::GoTo(const TimePoint& tp) {

@@ -22,7 +22,8 @@ struct SessionOptions {
     /// would only make jumps and changes of speed waste more work.
     std::size_t nbAhead = 48;
 
-    /// Workers that read: a second one lets one track's slow file not hold up the others.
+    /// Workers that read. Each serves its share of the tracks, so a slow file holds up only the tracks that it
+    /// shares a worker with.
     std::size_t nbPreloadWorkers = 2;
 
     /// Workers that decode; about as many as there are cores.
