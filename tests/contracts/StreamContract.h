@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <thread>
 
+#include "Player/FakeSample.h"
 #include "Player/ISample.h"
 #include "Player/IStream.h"
 #include "Player/Player.h"
@@ -125,10 +126,11 @@ protected:
     }
 
     /// Something that no stream hands out, to see whether `*sample` is written.
-    static ISample* Untouched() { return reinterpret_cast<ISample*>(std::uintptr_t{8}); }
+    ISample* Untouched() { return &untouched_; }
 
     Time::TimePoint Beyond() { return Subject().End() + Time::TimePoint().FromSeconds(10); }
 
+    FakeSample untouched_{Time::TimePoint(), Time::TimePoint()};
     Player player_;
     Adaptor adaptor_;
 };
