@@ -148,10 +148,11 @@ TimePoint MediaStream::Needed() const {
     return Now().AlignWith(FetchRate());
 }
 
-/// The decoded sample for the play head: the exact one where it is there, else that of the rate fetched.
+/// The decoded sample for the play head: the exact one where it is there, else the one that is fetched for it.
+/// Any other picture of the coarser sample would be left over from an earlier place or speed.
 Cache::EntryType MediaStream::Find(ISample** sample) {
     const Cache::EntryType exact = decoded_.GetSample(Now(), index_->Rate(), sample, false);
-    return exact == Cache::Valid ? exact : decoded_.GetSample(Now(), FetchRate(), sample, false);
+    return exact == Cache::Valid ? exact : decoded_.GetSample(Needed(), index_->Rate(), sample, false);
 }
 
 SampleStatus MediaStream::GetCurrentSample(ISample** sample) {

@@ -21,8 +21,8 @@ namespace Tavrin::Playout {
 
 /// What one track shows after a tick.
 struct TrackView {
-    /// `New` or `Same`: the picture that belongs to the play head (at high speeds the one of the nearest
-    /// sample that is fetched at that speed). `NotReady`: it is still on its way. `Empty`: there is none.
+    /// `New` or `Same`: the picture that belongs to the play head (at speeds at which the display cannot show
+    /// every picture, the last one fetched at or before it). `NotReady`: it is still on its way. `Empty`: there is none.
     Player::SampleStatus status = Player::SampleStatus::NotReady;
 
     /// What is on show: with `NotReady`, and with `Empty` inside the recording, the picture shown before, if

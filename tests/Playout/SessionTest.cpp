@@ -180,6 +180,20 @@ TEST(Session, AtFourTimesOnlyEveryFourthPictureIsDecoded) {
     }
 }
 
+TEST(Session, AtEightTimesAPictureLeftOverFromBeforeIsNotTakenForTheOneFetched) {
+    const auto recording = LongGroups();
+    SessionOptions options;
+    options.nbAhead = 4;
+    Session session({recording}, options);
+    session.SetSpeed(Ratio(0, 1));
+    session.GoTo(MiddleOf(*recording, 23));
+    Step(session, TimePoint());
+    Drain(session);  // Pictures 21 to 25 are ready now.
+    session.SetSpeed(Ratio(8, 1));
+    session.GoTo(MiddleOf(*recording, 18));
+    ExpectPicture(Step(session, TimePoint()), 0, 16);
+}
+
 TEST(Session, StillPictureStaysTheSame) {
     const auto recording = LongGroups();
     Session session({recording});
