@@ -8,6 +8,7 @@ extern "C" {
 #include <climits>
 #include <cstddef>
 #include <cstdlib>
+#include <limits>
 #include <utility>
 
 namespace Tavrin::Playout {
@@ -43,23 +44,29 @@ Ratio Snapped(const Ratio& rate) {
     return found == usual.end() ? rate : *found;
 }
 
-/// Conversion between units of the time base and samples of a rate, rounded to the nearest.
+/// Conversion between units of the time base and samples of a rate, rounded to the nearest. Damaged files have
+/// stamps of any size: what does not fit ends far out, where sums and differences still do.
 class Scale {
 public:
     Scale(const Ratio& timeBase, const Ratio& rate) : samplesPerUnit_(timeBase * rate) {}
 
     std::int64_t ToSample(std::int64_t time) const {
-        return av_rescale_rnd(time, samplesPerUnit_.Numerator(), samplesPerUnit_.Denominator(),
-                              AV_ROUND_NEAR_INF);
+        return Converted(time, samplesPerUnit_.Numerator(), samplesPerUnit_.Denominator());
     }
     std::int64_t ToTime(std::int64_t sample) const {
-        return av_rescale_rnd(sample, samplesPerUnit_.Denominator(), samplesPerUnit_.Numerator(),
-                              AV_ROUND_NEAR_INF);
+        return Converted(sample, samplesPerUnit_.Denominator(), samplesPerUnit_.Numerator());
     }
     /// What the time base may have rounded away: nothing where its unit is not much finer than a sample.
     std::int64_t Tolerance() const { return samplesPerUnit_ < Ratio(1, 4) ? 1 : 0; }
 
 private:
+    static std::int64_t Converted(std::int64_t value, std::int64_t numerator, std::int64_t denominator) {
+        constexpr auto kFar = std::int64_t{1} << 61;
+        const auto converted = av_rescale_rnd(value, numerator, denominator, AV_ROUND_NEAR_INF);
+        const bool overflown = converted == std::numeric_limits<std::int64_t>::min();
+        return overflown ? (value < 0 ? -kFar : kFar) : std::clamp(converted, -kFar, kFar);
+    }
+
     Ratio samplesPerUnit_;
 };
 

@@ -6,6 +6,7 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <limits>
 #include <new>
 #include <stdexcept>
 #include <utility>
@@ -22,8 +23,14 @@ namespace {
 
 constexpr AVRational kNanoseconds{1, 1'000'000'000};
 
+/// Damaged files have stamps of any size. Beyond these, which no recording reaches in any time base, they are
+/// taken for missing, so that sums of them fit.
+constexpr auto kFarthestStamp = std::int64_t{1} << 60;
+constexpr auto kLongestDuration = std::int64_t{1} << 38;
+
 std::int64_t Stamp(std::int64_t value) {
-    return value == AV_NOPTS_VALUE ? CodedPacket::kNone : value;
+    const bool known = value != AV_NOPTS_VALUE && value > -kFarthestStamp && value < kFarthestStamp;
+    return known ? value : CodedPacket::kNone;
 }
 
 Time::Ratio ToRatio(const AVRational& value) {
@@ -105,7 +112,7 @@ void RecordingIndexBuilder::AddPacket(const AVPacket& packet, PacketInspector& i
     CodedPacket coded;
     coded.pts = Stamp(packet.pts);
     coded.dts = Stamp(packet.dts);
-    coded.duration = std::max<std::int64_t>(packet.duration, 0);
+    coded.duration = std::clamp<std::int64_t>(packet.duration, 0, kLongestDuration);
     coded.position = packet.pos;
     coded.size = packet.size;
     coded.key = (packet.flags & AV_PKT_FLAG_KEY) != 0;
@@ -187,7 +194,10 @@ std::int64_t RecordingIndexBuilder::LastDuration() const {
 Time::TimePoint RecordingIndexBuilder::TimeOf(std::int64_t units) const {
     const AVRational timeBase{static_cast<int>(content_->timeBase.Numerator()),
                               static_cast<int>(content_->timeBase.Denominator())};
-    return Time::TimePoint().FromNanoseconds(av_rescale_q(units, timeBase, kNanoseconds));
+    const auto nanoseconds = av_rescale_q(units, timeBase, kNanoseconds);
+    return nanoseconds == std::numeric_limits<std::int64_t>::min()
+               ? Time::TimePoint::GetHighestTimePoint()
+               : Time::TimePoint().FromNanoseconds(nanoseconds);
 }
 
 void RecordingIndexBuilder::LayOutTimes(const std::vector<Time::Ratio>& claimedRates) {

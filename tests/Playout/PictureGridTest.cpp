@@ -96,6 +96,17 @@ TEST(PictureGrid, TheNominalRateIsMultipliedUntilNoTwoPicturesMeet) {
     EXPECT_EQ(grid.starts, (std::vector<std::int64_t>{0, 3, 4, 9, 12, 15}));
 }
 
+TEST(PictureGrid, StampsFarOutNeitherOverflowNorChangeTheOrder) {
+    // Of damaged files: seconds whose samples do not fit 64 bits.
+    PictureTimes pictures{{0, 1, std::int64_t{1} << 60}, 1, Ratio(1, 1), {Ratio(25, 1)}};
+    const auto grid = LayOutGrid(pictures, kLimit);
+    ASSERT_EQ(grid.starts.size(), 3u);
+    EXPECT_EQ(grid.starts[0], 0);
+    EXPECT_LT(grid.starts[0], grid.starts[1]);
+    EXPECT_LT(grid.starts[1], grid.starts[2]);
+    EXPECT_LT(grid.starts[2], grid.nbSamples);
+}
+
 TEST(PictureGrid, BeyondTheLimitPicturesShareASample) {
     PictureTimes pictures{{0, 1, 2, 41, 80}, 40, Ratio(1, 1000), {Ratio(25, 1)}};
     const auto grid = LayOutGrid(pictures, kLimit);
