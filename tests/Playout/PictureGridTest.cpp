@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <random>
@@ -97,14 +98,22 @@ TEST(PictureGrid, TheNominalRateIsMultipliedUntilNoTwoPicturesMeet) {
 }
 
 TEST(PictureGrid, StampsFarOutNeitherOverflowNorChangeTheOrder) {
-    // Of damaged files: seconds whose samples do not fit 64 bits.
-    PictureTimes pictures{{0, 1, std::int64_t{1} << 60}, 1, Ratio(1, 1), {Ratio(25, 1)}};
-    const auto grid = LayOutGrid(pictures, kLimit);
-    ASSERT_EQ(grid.starts.size(), 3u);
-    EXPECT_EQ(grid.starts[0], 0);
-    EXPECT_LT(grid.starts[0], grid.starts[1]);
-    EXPECT_LT(grid.starts[1], grid.starts[2]);
-    EXPECT_LT(grid.starts[2], grid.nbSamples);
+    // Of damaged files: times whose samples do not fit 64 bits.
+    std::mt19937_64 random(3);
+    std::uniform_int_distribution<std::int64_t> anyTime(0, std::int64_t{1} << 60);
+    for (const auto& timeBase : {Ratio(1, 1), Ratio(1, 1000), Ratio(1, 90'000)}) {
+        for (int round = 0; round < 50; ++round) {
+            std::set<std::int64_t> times{0, 1};
+            while (times.size() < 6) {
+                times.insert(anyTime(random));
+            }
+            const PictureTimes pictures{{times.begin(), times.end()}, 1, timeBase, {Ratio(25, 1)}};
+            const auto grid = LayOutGrid(pictures, kLimit);
+            EXPECT_TRUE(std::is_sorted(grid.starts.begin(), grid.starts.end()));
+            EXPECT_EQ(grid.starts.front(), 0);
+            EXPECT_LT(grid.starts.back(), grid.nbSamples);
+        }
+    }
 }
 
 TEST(PictureGrid, BeyondTheLimitPicturesShareASample) {
