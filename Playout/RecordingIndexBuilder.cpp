@@ -70,6 +70,9 @@ std::shared_ptr<const RecordingIndex> RecordingIndexBuilder::Build() {
         avcodec_parameters_copy(content_->parameters.get(), stream.codecpar) < 0) {
         throw std::bad_alloc();
     }
+    if (stream.codecpar->codec_id == AV_CODEC_ID_NONE) {
+        Fail("its video is in a codec that is not known");
+    }
     if (avcodec_find_decoder(stream.codecpar->codec_id) == nullptr) {
         Fail(std::string("there is no decoder for ") + avcodec_get_name(stream.codecpar->codec_id));
     }

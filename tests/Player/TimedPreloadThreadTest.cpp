@@ -447,15 +447,17 @@ TEST_F(TimedPreloadThreadSlow, APreloadOfMoreThanAHundredMillisecondsIsLoggedAga
 }
 
 TEST_F(TimedPreloadThreadSlow, APreloadOfExactlyAHundredMillisecondsIsNoWarning) {
-    for (int attempt = 0; attempt < 100; ++attempt) {
+    bool isSeen = false;
+    for (int attempt = 0; attempt < 50 && !isSeen; ++attempt) {
         const std::vector<LogLine> lines = LinesOfAPreloadOf(100ms);
         ASSERT_FALSE(lines.empty());
-        if (MillisecondsIn(lines[0].text_) == 100) {
-            EXPECT_EQ(lines.size(), 1u);
-            return;
-        }
+        const std::int64_t milliseconds = MillisecondsIn(lines[0].text_);
+        EXPECT_EQ(lines.size(), milliseconds > 100 ? 2u : 1u) << milliseconds;
+        isSeen = milliseconds == 100;
     }
-    FAIL() << "no preload took exactly 100 ms";
+    if (!isSeen) {
+        GTEST_SKIP() << "this machine is too busy: no preload took exactly 100 ms";
+    }
 }
 
 TEST_F(TimedPreloadThreadSlow, AtTheWarningLevelOnlyTheWarningIsSent) {

@@ -262,23 +262,20 @@ TEST(Playback, AStallEndsWithAnErrorThatNamesTheFile) {
     const auto session = Open({Clips::ClosedGroups()});
     Gate gate;
     gate.Close(*session, 2);
+    // From the first picture of the group that is held back: how fast the machine is makes no difference.
     PlaybackOptions options = AtSpeed(Ratio(1, 1));
+    options.from = TimePoint().FromMilliseconds(24 * 40);
     options.stallTimeout = 300ms;
-    std::uint64_t nbShown = 0;
-    const auto count = [&nbShown](const ShownTick&, const TickReport&) {
-        ++nbShown;
-        return true;
-    };
     try {
-        Playback(*session, options).Run(count);
+        Play(*session, options);
         ADD_FAILURE() << "it played what was never read";
     } catch (const std::runtime_error& error) {
-        EXPECT_NE(std::string(error.what()).find(Clips::ClosedGroups() + ": playing stalled at "),
-                  std::string::npos)
+        EXPECT_NE(
+            std::string(error.what()).find(Clips::ClosedGroups() + ": playing stalled at 00:00:00.980: "),
+            std::string::npos)
             << error.what();
     }
     gate.Open();
-    EXPECT_EQ(nbShown, 24U);
 }
 
 /// In real time, with the second group held back until three ticks were late: what is on show meanwhile.

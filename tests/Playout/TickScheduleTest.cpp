@@ -66,7 +66,8 @@ void ExpectRightSamples(const SampleRate& stream, const SampleRate& display, con
 }
 
 TEST(TickSchedule, EachOfAHundredThousandTicksFallsInItsOwnSample) {
-    for (const SampleRate& rate : Rates()) {
+    for (const SampleRate& rate :
+         {SampleRate(24000, 1001), SampleRate(30000, 1001), SampleRate(60000, 1001)}) {
         for (const Ratio& speed : {Ratio(1, 1), Ratio(-1, 1), Ratio(2, 1), Ratio(-2, 1), Ratio(4, 1),
                                    Ratio(-4, 1), Ratio(1, 2), Ratio(-1, 2), Ratio(1, 3), Ratio(-3, 2)}) {
             ExpectRightSamples(rate, rate, speed, kNbTicks);

@@ -10,6 +10,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -58,9 +59,11 @@ inline std::int64_t MillisecondsIn(const std::string& text) {
     return isNumber ? std::stoll(digits) : -1;
 }
 
-/// Takes time, as a callback that has something to do does.
+/// Takes time, as a callback that has something to do does. Sleeps most of it, so that other threads do not take the
+/// processor away towards the end, and is exact at the end.
 inline void SpendAtLeast(std::chrono::nanoseconds span) {
     const auto end = std::chrono::steady_clock::now() + span;
+    std::this_thread::sleep_until(end - std::chrono::milliseconds(2));
     while (std::chrono::steady_clock::now() < end) {
     }
 }

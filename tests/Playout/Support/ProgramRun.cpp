@@ -16,7 +16,7 @@ namespace Tavrin::Playout::Support {
 
 namespace {
 
-constexpr std::chrono::seconds kDeadline{100};
+constexpr std::chrono::seconds kDeadline{250};
 constexpr int kSignalStatus = 128;
 
 [[noreturn]] void Fail(const char* what) {
