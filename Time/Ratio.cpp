@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <limits>
+#include <numeric>
 #include <optional>
 #include <ostream>
 #include <stdexcept>
@@ -25,13 +26,18 @@ std::string Print(std::int64_t numerator, std::int64_t denominator) {
     return std::to_string(numerator) + '/' + std::to_string(denominator);
 }
 
+bool IsNarrow(Uint128 value) noexcept {
+    return value <= std::numeric_limits<std::uint64_t>::max();
+}
+
 Uint128 GreatestCommonDivisor(Uint128 a, Uint128 b) noexcept {
-    while (b != 0) {
+    // Division is what this costs, and it is cheap once both fit 64 bits: mostly at once.
+    while (b != 0 && !(IsNarrow(a) && IsNarrow(b))) {
         const Uint128 rest = a % b;
         a = b;
         b = rest;
     }
-    return a;
+    return b == 0 ? a : std::gcd(static_cast<std::uint64_t>(a), static_cast<std::uint64_t>(b));
 }
 
 /// The value numerator / denominator reduced, with a positive denominator; nothing when that does not fit.
@@ -44,8 +50,10 @@ std::optional<Terms> Reduce(Int128 numerator, Int128 denominator) noexcept {
     const auto magnitude = static_cast<Uint128>(numerator < 0 ? -numerator : numerator);
     const auto divisor =
         static_cast<Int128>(GreatestCommonDivisor(magnitude, static_cast<Uint128>(denominator)));
-    numerator /= divisor;
-    denominator /= divisor;
+    if (divisor != 1) {
+        numerator /= divisor;
+        denominator /= divisor;
+    }
     const Int128 lowest = std::numeric_limits<std::int64_t>::min();
     const Int128 highest = std::numeric_limits<std::int64_t>::max();
     if (numerator < lowest || numerator > highest || denominator > highest) {

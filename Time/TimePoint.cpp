@@ -23,10 +23,15 @@ enum class Rounding { Down, Up };
 
 /// n * d / r seconds in whole nanoseconds, r above zero. Values from 2^64 seconds on, far outside every time
 /// point, are all given as 2^64 seconds.
-///
-/// n * d takes all of 128 bits, so the whole seconds are divided out before the remainder is scaled to
-/// nanoseconds.
 Uint128 NanosecondsAt(std::uint64_t n, std::uint64_t d, std::uint64_t r, Rounding rounding) noexcept {
+    // Most products of a playing time fit 64 bits; there the same division costs a fraction.
+    std::uint64_t narrow = 0;
+    if (Wide::Multiply(n, d, narrow) && Wide::Multiply(narrow, kSecond, narrow)) {
+        const bool up = rounding == Rounding::Up && narrow % r != 0;
+        return Uint128{narrow / r} + (up ? 1U : 0U);
+    }
+    // n * d takes all of 128 bits, so the whole seconds are divided out before the remainder is scaled to
+    // nanoseconds.
     constexpr Uint128 farAway = Uint128{1} << 64U;
     const Uint128 product = Uint128{n} * d;
     const Uint128 seconds = product / r;
@@ -143,10 +148,17 @@ std::string TimePoint::ToDurationString() const {
 }
 
 std::int64_t TimePoint::SampleNumber(const Ratio& rate) const noexcept {
+    const bool negative = (t_ < 0) != (rate.Numerator() < 0);
+    // The days that usual rates play fit 64 bits; there the same division costs a fraction.
+    std::uint64_t narrowScaled = 0;
+    std::uint64_t narrowUnit = 0;
+    if (!negative && Wide::Multiply(Magnitude(t_), Magnitude(rate.Numerator()), narrowScaled) &&
+        Wide::Multiply(Magnitude(rate.Denominator()), kSecond, narrowUnit)) {
+        return static_cast<std::int64_t>(narrowScaled / narrowUnit);
+    }
     // At most 2^63 * 2^63 over 2^63 * 10^9: both fit.
     const Uint128 scaled = Uint128{Magnitude(t_)} * Magnitude(rate.Numerator());
     const Uint128 unit = Uint128{Magnitude(rate.Denominator())} * kSecond;
-    const bool negative = (t_ < 0) != (rate.Numerator() < 0);
     const bool downward = negative && scaled % unit != 0;
     return Saturate(negative, scaled / unit + (downward ? 1U : 0U));
 }

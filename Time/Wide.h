@@ -24,6 +24,11 @@ constexpr Int128 Product(std::int64_t left, std::int64_t right) noexcept {
     return static_cast<Int128>(wideLeft * wideRight);
 }
 
+/// Sets `result` to the product and returns true, or returns false when it does not fit.
+constexpr bool Multiply(std::uint64_t left, std::uint64_t right, std::uint64_t& result) noexcept {
+    return !__builtin_mul_overflow(left, right, &result);
+}
+
 /// The nearest 64-bit value.
 constexpr std::int64_t Saturate(Int128 value) noexcept {
     constexpr auto lowest = std::numeric_limits<std::int64_t>::min();
