@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "Player/PlayerExport.h"
+
+namespace Tavrin::Player {
+
+/// A set of sample numbers, kept as runs of consecutive numbers.
+///
+/// The samples that a stream holds lie side by side but for a few holes, so a set of thousands of numbers is
+/// a handful of runs: whether a number is in it, and which is the next that is not, is a search among these,
+/// however long the window is.
+///
+///     4 5 6 7 . . 10 11 . 13   is   [4..7] [10..11] [13..13]
+///
+/// *Threads:* externally synchronised, as a plain value.
+/// *Memory:* 16 bytes a run, kept for reuse when runs go; copying into another set reuses that one's memory.
+/// *Errors:* when memory runs out, the set is unchanged.
+class TAVRIN_PLAYER_EXPORT SampleRuns {
+public:
+    /// The numbers from `first_` to `last_`, both included. Between two runs at least one number is missing.
+    struct Run {
+        std::int64_t first_ = 0;
+        std::int64_t last_ = 0;
+
+        friend bool operator==(const Run&, const Run&) = default;
+    };
+
+    /// Ascending.
+    const std::vector<Run>& Runs() const { return runs_; }
+
+    bool Contains(std::int64_t number) const;
+
+    /// The lowest number at or above `number` that is not in the set; the highest 64-bit number when there is
+    /// none.
+    std::int64_t FirstAbsentFrom(std::int64_t number) const;
+
+    /// The highest number at or below `number` that is not in the set; the lowest 64-bit number when there is
+    /// none.
+    std::int64_t LastAbsentUpTo(std::int64_t number) const;
+
+    /// Adds a number; one that is there already changes nothing. Costs a search, and a move of the runs above
+    /// it when a run comes or goes.
+    void Insert(std::int64_t number);
+
+    /// Takes a number out; one that is not there changes nothing. Costs as `Insert`.
+    void Erase(std::int64_t number);
+
+    void Clear() { runs_.clear(); }
+
+private:
+    std::vector<Run>::iterator FirstRunEndingFrom(std::int64_t number);
+    std::vector<Run>::const_iterator FirstRunEndingFrom(std::int64_t number) const;
+
+    std::vector<Run> runs_;
+};
+
+}  // namespace Tavrin::Player
