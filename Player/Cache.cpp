@@ -1,13 +1,14 @@
 #include "Player/Cache.h"
 
-#include <algorithm>
 #include <iostream>
 #include <limits>
 #include <memory>
+#include <new>
 #include <stdexcept>
 
 #include "Logging/LoggingManager.h"
 #include "Player/LogMessage.h"
+#include "Player/WindowMapImpl.h"
 
 namespace Tavrin::Player {
 
@@ -36,12 +37,8 @@ TimePoint DistanceBetween(const TimePoint& t1, const TimePoint& t2) {
     return (t1 - t2).Abs();
 }
 
-bool IsValid(const Cache::CacheEntries::value_type& entry) {
-    return entry.second.type_ == Cache::Valid;
-}
-
-bool IsProtected(const Cache::CacheEntries::value_type& entry) {
-    return IsValid(entry) && entry.second.output_.sample_->GetProtectionCounter() > 0;
+bool IsProtected(const Cache::CacheEntry& entry) {
+    return entry.type_ == Cache::Valid && entry.output_.sample_->GetProtectionCounter() > 0;
 }
 
 }  // namespace
@@ -70,13 +67,14 @@ bool Cache::InsertPendingEntry(const TimePoint& tp) {
         Refuse(Compose("Timepoint ", tp, " must be aligned to streamRate ", streamRate_,
                        ". It should have been ", aligned));
     }
-    const auto [entry, inserted] = cache_.try_emplace(tp);
-    if (inserted) {
-        entry->second.type_ = Pending;
+    const auto [place, isNew] = cache_.Insert(tp);
+    if (isNew) {
+        place.Get().type_ = Pending;
+        NoteInserted(tp);
         return false;
     }
     TAVRIN_LOG(logger_, Level_Trace, kFile, "T", trackId_.Id(), ": Cannot InsertPendingEntry at ", tp,
-               ": we already have a ", Name(entry->second.type_), " entry");
+               ": we already have a ", Name(place.Get().type_), " entry");
     return true;
 }
 
@@ -84,17 +82,23 @@ Cache::EntryType Cache::GetSample(const TimePoint& tp, const SampleRate& sampleR
                                   bool onlyBestMatchMode) {
     EntryType best = Not_Found;
     const std::int64_t number = tp.SampleNumber(sampleRate);
-    for (auto entry = FirstOfSample(number, sampleRate);
-         entry != cache_.end() && entry->first.SampleNumber(sampleRate) == number; ++entry) {
-        if (IsValid(*entry)) {
-            return HandOut(entry, sample);
+    // Numbers never fall as time points rise: an entry from the start of the sample to `tp` is in the sample
+    // without a division to tell.
+    const auto isInSample = [&](const TimePoint& key) {
+        return key <= tp || key.SampleNumber(sampleRate) == number;
+    };
+    for (Iterator place = FirstOfSample(number, sampleRate); place != cache_.end() && isInSample(place.Key());
+         ++place) {
+        const EntryType type = place.Get().type_;
+        if (type == Valid) {
+            return HandOut(place, sample);
         }
         if (best != Missing) {
-            best = entry->second.type_;
+            best = type;
         }
     }
     if (onlyBestMatchMode) {
-        const auto closest = ClosestValid(tp);
+        const Iterator closest = ClosestValid(tp);
         if (closest != cache_.end()) {
             return HandOut(closest, sample);
         }
@@ -108,35 +112,36 @@ Cache::EntryType Cache::GetSample(const TimePoint& tp, const SampleRate& sampleR
 /// after its start: a search finds what a walk over all entries would. The two numbers that no start marks
 /// the beginning of are those of the lowest sample, which saturation lets reach back to the beginning of
 /// time, and of a rate that nobody has set, where every entry has the number zero.
-Cache::CacheEntries::iterator Cache::FirstOfSample(std::int64_t number, const SampleRate& rate) {
+Cache::Iterator Cache::FirstOfSample(std::int64_t number, const SampleRate& rate) {
     if (!rate.Positive() || number == std::numeric_limits<std::int64_t>::min()) {
         return cache_.begin();
     }
-    return cache_.lower_bound(TimePoint::StartOfSample(number, rate));
+    return cache_.LowerBound(TimePoint::StartOfSample(number, rate));
 }
 
-/// The valid entry nearest to `tp`, the earlier of two at the same distance; end when none is valid.
-Cache::CacheEntries::iterator Cache::ClosestValid(const TimePoint& tp) {
-    const auto middle = cache_.lower_bound(tp);
-    const auto after = std::find_if(middle, cache_.end(), IsValid);
-    const auto before = std::find_if(std::make_reverse_iterator(middle), cache_.rend(), IsValid);
-    if (before == cache_.rend()) {
+/// The valid entry nearest to `tp`, the earlier of two at the same distance; end when none is valid. It is
+/// one of the two neighbours: distances grow on either side.
+Cache::Iterator Cache::ClosestValid(const TimePoint& tp) {
+    const Iterator middle = cache_.LowerBound(tp);
+    const Iterator after = cache_.MarkedFrom(middle);
+    const Iterator before = cache_.MarkedBefore(middle);
+    if (before == cache_.end()) {
         return after;
     }
-    const TimePoint distance = DistanceBetween(tp, before->first);
-    if (after != cache_.end() && DistanceBetween(tp, after->first) < distance) {
+    const TimePoint distance = DistanceBetween(tp, before.Key());
+    if (after != cache_.end() && DistanceBetween(tp, after.Key()) < distance) {
         return after;
     }
     if (distance == TimePoint::GetHighestTimePoint()) {
         // Saturated: every valid entry further back is at this same distance, and the earliest wins a tie.
-        return std::find_if(cache_.begin(), middle, IsValid);
+        return cache_.MarkedFrom(cache_.begin());
     }
-    return std::prev(before.base());
+    return before;
 }
 
-Cache::EntryType Cache::HandOut(CacheEntries::iterator entry, ISample** sample) {
-    *sample = entry->second.output_.sample_;
-    usedSample_ = entry->first;
+Cache::EntryType Cache::HandOut(Iterator entry, ISample** sample) {
+    *sample = entry.Get().output_.sample_;
+    usedSample_ = entry.Key();
     return Valid;
 }
 
@@ -144,17 +149,62 @@ std::set<std::int64_t> Cache::FindMultiples(const SampleRate& sampleRate) {
     std::set<std::int64_t> numbers;
     for (const auto& entry : cache_) {
         // Ascending, so the hint makes each insertion constant time.
-        numbers.insert(numbers.end(), entry.first.SampleNumber(sampleRate));
+        numbers.insert(numbers.end(), entry.Key().SampleNumber(sampleRate));
     }
     return numbers;
 }
 
+const SampleRuns& Cache::FindRuns(const SampleRate& sampleRate) {
+    if (!hasRuns_ || sampleRate != runsRate_) {
+        hasRuns_ = false;
+        runs_.Clear();
+        for (const auto& entry : cache_) {
+            runs_.Insert(entry.Key().SampleNumber(sampleRate));
+        }
+        runsRate_ = sampleRate;
+        hasRuns_ = true;
+    }
+    return runs_;
+}
+
+void Cache::NoteInserted(const TimePoint& tp) noexcept {
+    ChangeRuns([&] { runs_.Insert(tp.SampleNumber(runsRate_)); });
+}
+
+/// A sample's number goes with the last of its entries. Those lie side by side: a neighbour has the same
+/// number, or none has.
+void Cache::NoteErased(const TimePoint& tp, Iterator next) noexcept {
+    ChangeRuns([&] {
+        const std::int64_t number = tp.SampleNumber(runsRate_);
+        if (next != cache_.end() && next.Key().SampleNumber(runsRate_) == number) {
+            return;
+        }
+        if (next == cache_.begin() || (--next).Key().SampleNumber(runsRate_) != number) {
+            runs_.Erase(number);
+        }
+    });
+}
+
+/// The runs say nothing that the entries do not say: when there is no memory to change them they are dropped,
+/// and made anew when somebody asks.
+template <typename Change>
+void Cache::ChangeRuns(Change change) noexcept {
+    if (!hasRuns_) {
+        return;
+    }
+    try {
+        change();
+    } catch (const std::bad_alloc&) {
+        hasRuns_ = false;
+    }
+}
+
 TimePoint Cache::GetFirstEntry() const {
-    return cache_.empty() ? TimePoint() : cache_.begin()->first;
+    return cache_.empty() ? TimePoint() : cache_.begin().Key();
 }
 
 TimePoint Cache::GetLastEntry() const {
-    return cache_.empty() ? TimePoint() : cache_.rbegin()->first;
+    return cache_.empty() ? TimePoint() : (--cache_.end()).Key();
 }
 
 std::size_t Cache::Update() {
@@ -172,12 +222,12 @@ void Cache::File(const Output& output) {
     std::unique_ptr<ISample> sample(output.sample_);
     const TimePoint orderTp = output.GetTimePoint();
     const TimePoint alignedOrderTp = orderTp.AlignWith(streamRate_);
-    const auto entry = cache_.find(alignedOrderTp);
-    if (entry == cache_.end()) {
+    const Iterator place = cache_.Find(alignedOrderTp);
+    if (place == cache_.end()) {
         sample.reset();
         Refuse(Compose("No entry for aligned order tp ", alignedOrderTp));
     }
-    EntryType& type = entry->second.type_;
+    EntryType& type = place.Get().type_;
     if (type != Pending) {
         sample.reset();
         Refuse(Compose("Entry should be Pending at ", alignedOrderTp, ", it's ", Name(type)));
@@ -186,8 +236,9 @@ void Cache::File(const Output& output) {
         type = Missing;
         return;
     }
-    entry->second.output_ = output;
+    place.Get().output_ = output;
     type = Valid;
+    cache_.Mark(place);
     sample.release();  // NOLINT(bugprone-unused-return-value): the entry owns it now
     TAVRIN_LOG(logger_, Level_Trace, kFile, "T", trackId_.Id(), ": inserted valid sample at ", alignedOrderTp,
                " (", orderTp.SampleNumber(streamRate_), ") : ", GetNumberSamples(Valid, TimePoint()),
@@ -200,21 +251,31 @@ void Cache::Refuse(const std::string& message) const {
 }
 
 std::size_t Cache::GetNumberSamples(EntryType type, const TimePoint& tp) {
-    const auto isOfType = [type](const auto& entry) { return entry.second.type_ == type; };
-    return static_cast<std::size_t>(std::count_if(cache_.lower_bound(tp), cache_.end(), isOfType));
+    if (type == Valid) {
+        return cache_.NbMarkedFrom(cache_.LowerBound(tp));
+    }
+    std::size_t nb = 0;
+    for (Iterator place = cache_.LowerBound(tp); place != cache_.end(); ++place) {
+        nb += place.Get().type_ == type ? 1 : 0;
+    }
+    return nb;
 }
 
 std::size_t Cache::GetNumberProtectedSamples(const TimePoint& tp) {
-    return static_cast<std::size_t>(std::count_if(cache_.lower_bound(tp), cache_.end(), IsProtected));
+    std::size_t nb = 0;
+    for (Iterator place = cache_.LowerBound(tp); place != cache_.end(); ++place) {
+        nb += IsProtected(place.Get()) ? 1 : 0;
+    }
+    return nb;
 }
 
 Cache::Information Cache::GetInformation() const {
     Information information;
     information.cacheSize_ = static_cast<std::int64_t>(cache_.size());
-    for (const auto& entry : cache_) {
-        const EntryType type = entry.second.type_;
+    for (const auto& place : cache_) {
+        const EntryType type = place.Get().type_;
         information.nbValidSamples_ += type == Valid ? 1 : 0;
-        information.nbProtectedSamples_ += IsProtected(entry) ? 1 : 0;
+        information.nbProtectedSamples_ += IsProtected(place.Get()) ? 1 : 0;
         information.nbPendingSamples_ += type == Pending ? 1 : 0;
         information.nbMissingSamples_ += type == Missing ? 1 : 0;
     }
@@ -228,9 +289,9 @@ std::string Cache::Information::ToString() const {
 
 void Cache::OutputSampleNumbers(const SampleRate& s) const {
     std::cout << "For " << s << ": ";
-    for (const auto& entry : cache_) {
-        std::cout << entry.first.SampleNumber(s);
-        switch (entry.second.type_) {
+    for (const auto& place : cache_) {
+        std::cout << place.Key().SampleNumber(s);
+        switch (place.Get().type_) {
             case Valid:
                 std::cout << "(V) ";
                 break;
@@ -248,21 +309,23 @@ void Cache::OutputSampleNumbers(const SampleRate& s) const {
 }
 
 void Cache::Clear() {
-    for (auto& entry : cache_) {
-        delete entry.second.output_.sample_;
+    for (const auto& place : cache_) {
+        delete place.Get().output_.sample_;
     }
-    cache_.clear();
+    cache_.Clear();
+    runs_.Clear();
     usedSample_ = TimePoint();
 }
 
 std::size_t Cache::EraseBefore(const TimePoint& tp) {
     std::size_t nbErased = 0;
-    auto entry = cache_.begin();
-    while (entry != cache_.end() && entry->first < tp) {
-        const auto candidate = entry++;
-        if (Release(candidate)) {
-            cache_.erase(candidate);
+    Iterator place = cache_.begin();
+    while (place != cache_.end() && place.Key() < tp) {
+        if (MayBeErased(place.Get(), place.Key() == usedSample_)) {
+            place = Erase(place);
             ++nbErased;
+        } else {
+            ++place;
         }
     }
     return nbErased;
@@ -270,34 +333,30 @@ std::size_t Cache::EraseBefore(const TimePoint& tp) {
 
 std::size_t Cache::EraseAfter(const TimePoint& tp, EntryType e) {
     std::size_t nbErased = 0;
-    auto entry = cache_.end();
-    while (entry != cache_.begin() && tp < std::prev(entry)->first) {
-        const auto candidate = std::prev(entry);
-        const bool matches = e == Not_Found || candidate->second.type_ == e;
-        if (matches && Release(candidate)) {
-            cache_.erase(candidate);
+    Iterator place = cache_.end();
+    while (place != cache_.begin() && tp < (--place).Key()) {
+        const bool matches = e == Not_Found || place.Get().type_ == e;
+        if (matches && MayBeErased(place.Get(), place.Key() == usedSample_)) {
+            place = Erase(place);
             ++nbErased;
-        } else {
-            entry = candidate;
         }
     }
     return nbErased;
 }
 
-/// Deletes what the entry holds if the entry may be evicted; whether it may.
-bool Cache::Release(CacheEntries::iterator entry) {
-    if (entry->second.type_ == Pending) {
-        return false;
+bool Cache::MayBeErased(const CacheEntry& entry, bool isInUse) {
+    if (entry.type_ != Valid) {
+        return entry.type_ != Pending;
     }
-    if (IsValid(*entry)) {
-        ISample*& sample = entry->second.output_.sample_;
-        if (sample->GetProtectionCounter() != 0 || entry->first == usedSample_) {
-            return false;
-        }
-        delete sample;
-        sample = nullptr;
-    }
-    return true;
+    return entry.output_.sample_->GetProtectionCounter() == 0 && !isInUse;
+}
+
+Cache::Iterator Cache::Erase(Iterator entry) {
+    const TimePoint tp = entry.Key();
+    delete entry.Get().output_.sample_;
+    const Iterator next = cache_.Erase(entry);
+    NoteErased(tp, next);
+    return next;
 }
 
 }  // namespace Tavrin::Player

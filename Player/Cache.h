@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <set>
 #include <string>
 
@@ -12,7 +11,9 @@
 #include "Player/Output.h"
 #include "Player/PlayerExport.h"
 #include "Player/SampleRate.h"
+#include "Player/SampleRuns.h"
 #include "Player/TrackId.h"
+#include "Player/WindowMap.h"
 #include "Time/TimePoint.h"
 
 namespace Tavrin::Player {
@@ -33,6 +34,11 @@ namespace Tavrin::Player {
 /// *Threads:* externally synchronised (usually by being used on one thread only); only pushing into the
 /// queue from `GetQueue` may happen on any thread at any time.
 /// *Blocking:* never beyond the queue's short lock and the samples' own protection locks.
+/// *Cost:* looking up, recording and filing one entry are searches, logarithmic in the entries; evicting costs
+/// by the entry that goes or that must be asked whether it may. Only what says so walks all entries.
+/// *Memory:* at most 41 bytes an entry in a window without gaps and 165 in the worst case, plus two blocks of
+/// 32 entries and one for every four in use, kept so that a window that slides allocates nothing. A window that
+/// shrinks gives back the rest, but for 24 bytes for every 32 entries of its longest.
 /// *Ownership:* owns the samples it has filed and deletes them on eviction, on `Clear` and on destruction;
 /// deletes at once the sample of an answer that it rejects. A sample handed out by `GetSample` lives until
 /// the next eviction pass that may take it; who keeps it longer protects it.
@@ -51,8 +57,8 @@ public:
         Output output_;
     };
 
-    /// Ascending by time point.
-    using CacheEntries = std::map<Time::TimePoint, CacheEntry>;
+    /// Ascending by time point; the valid entries are the marked ones.
+    using CacheEntries = WindowMap<CacheEntry>;
 
     /// Counts of the entries, for diagnostics.
     struct TAVRIN_PLAYER_EXPORT Information {
@@ -107,13 +113,20 @@ public:
     /// `Missing`; the caller tells by the sample's own time point that it got a neighbour.
     ///
     /// `*sample` is written, and the entry remembered as the one in use, only when `Valid` is returned. The
-    /// sample is not protected. Costs a search, not a walk: logarithmic in the entries, plus the entries of
-    /// the sample, plus in best-match mode the entries without a sample around `tp`.
+    /// sample is not protected. Costs a search, plus a look at each entry of the sample.
     EntryType GetSample(const Time::TimePoint& tp, const SampleRate& sampleRate, ISample** sample,
                         bool onlyBestMatchMode);
 
-    /// The sample numbers, at `sampleRate`, of all entries of every type.
+    /// The sample numbers, at `sampleRate`, of all entries of every type. Walks all entries.
     std::set<std::int64_t> FindMultiples(const SampleRate& sampleRate);
+
+    /// The numbers that `FindMultiples` gives, as runs; valid until the next call of any other operation that
+    /// is not const.
+    ///
+    /// Walks all entries when it is asked for a rate for the first time. From then on the runs of that rate
+    /// are kept up to date with the entries, at the cost of a search for each that comes or goes, so asking
+    /// for the same rate again costs nothing. They are kept for one rate: that of the last call.
+    const SampleRuns& FindRuns(const SampleRate& sampleRate);
 
     /// The lowest and the highest time point recorded; the origin when the cache is empty.
     Time::TimePoint GetFirstEntry() const;
@@ -150,16 +163,26 @@ public:
     std::size_t EraseAfter(const Time::TimePoint& tp, EntryType e);
 
 private:
-    CacheEntries::iterator FirstOfSample(std::int64_t number, const SampleRate& rate);
-    CacheEntries::iterator ClosestValid(const Time::TimePoint& tp);
-    EntryType HandOut(CacheEntries::iterator entry, ISample** sample);
+    using Iterator = CacheEntries::Iterator;
+
+    Iterator FirstOfSample(std::int64_t number, const SampleRate& rate);
+    Iterator ClosestValid(const Time::TimePoint& tp);
+    EntryType HandOut(Iterator entry, ISample** sample);
     void File(const Output& output);
     [[noreturn]] void Refuse(const std::string& message) const;
-    bool Release(CacheEntries::iterator entry);
+    static bool MayBeErased(const CacheEntry& entry, bool isInUse);
+    Iterator Erase(Iterator entry);
+    void NoteInserted(const Time::TimePoint& tp) noexcept;
+    void NoteErased(const Time::TimePoint& tp, Iterator next) noexcept;
+    template <typename Change>
+    void ChangeRuns(Change change) noexcept;
 
     CacheUpdateQueue queue_;
     SampleRate streamRate_;
     CacheEntries cache_;
+    SampleRuns runs_;  ///< Of the entries' numbers at `runsRate_`.
+    SampleRate runsRate_;
+    bool hasRuns_ = false;
     Time::TimePoint usedSample_;
     TrackId trackId_;
     qor::kp::logging::ILogger* logger_;

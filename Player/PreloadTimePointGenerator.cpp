@@ -62,7 +62,7 @@ void PreloadTimePointGenerator::Update(const IPlayer* player) {
 
 void PreloadTimePointGenerator::RecomputeInternalState() {
     timeSamplingRate_ = SampleRate::TimeSamplingRate(sampleRate_, playerSpeed_, displayRate_);
-    if (playerSpeed_ == Ratio(0, 1)) {
+    if (playerSpeed_.Numerator() == 0) {
         returnPositivePreloadInZeroSpeedMode_ = true;
     }
     if (cache_ == nullptr) {
@@ -72,7 +72,8 @@ void PreloadTimePointGenerator::RecomputeInternalState() {
     streamPreloadRate_ = timeSamplingRate_.Positive()
                              ? SampleRate::StreamPreloadRate(sampleRate_, timeSamplingRate_)
                              : SampleRate();
-    multipliers_ = cache_->FindMultiples(streamPreloadRate_);
+    // A copy: what is recorded or evicted before the next update makes no difference to the proposals.
+    multipliers_ = cache_->FindRuns(streamPreloadRate_);
     playerTpSampleNumber_ = playerTp_.SampleNumber(streamPreloadRate_);
     currentMultiplier_ = Sum(playerTpSampleNumber_, playerSpeed_.Positive() ? 1 : -1);
 }
@@ -81,7 +82,7 @@ bool PreloadTimePointGenerator::Get(TimePoint& tp) {
     if (cache_ == nullptr || ProposesNothing()) {
         return false;
     }
-    if (playerSpeed_ == Ratio(0, 1)) {
+    if (playerSpeed_.Numerator() == 0) {
         return GetInZeroSpeedMode(tp);
     }
     return playerSpeed_.Positive() ? GetForward(tp) : GetBackward(tp);
@@ -136,21 +137,14 @@ bool PreloadTimePointGenerator::IsBackwardWithin(std::int64_t range) const {
     return currentMultiplier_ >= Sum(playerTpSampleNumber_, -range) && currentMultiplier_ >= 0;
 }
 
-bool PreloadTimePointGenerator::IsHeld(std::int64_t number) const {
-    return multipliers_.find(number) != multipliers_.end();
-}
-
 /// To the next number that the cache does not hold; numbers below zero name no sample of a recording.
 void PreloadTimePointGenerator::SkipHeldUpward() {
-    currentMultiplier_ = std::max<std::int64_t>(currentMultiplier_, 0);
-    while (currentMultiplier_ < kLastSample && IsHeld(currentMultiplier_)) {
-        ++currentMultiplier_;
-    }
+    currentMultiplier_ = multipliers_.FirstAbsentFrom(std::max<std::int64_t>(currentMultiplier_, 0));
 }
 
 void PreloadTimePointGenerator::SkipHeldDownward() {
-    while (currentMultiplier_ >= 0 && IsHeld(currentMultiplier_)) {
-        --currentMultiplier_;
+    if (currentMultiplier_ >= 0) {
+        currentMultiplier_ = std::max<std::int64_t>(multipliers_.LastAbsentUpTo(currentMultiplier_), -1);
     }
 }
 
@@ -164,8 +158,12 @@ void PreloadTimePointGenerator::OutputInternalState() const {
     std::cout << "playerTp sample number " << playerTpSampleNumber_ << std::endl;
     std::cout << "current mul. " << currentMultiplier_ << std::endl;
     std::cout << "multipliers: ";
-    for (const std::int64_t number : multipliers_) {
-        std::cout << number << " (" << TimePoint::StartOfSample(number, timeSamplingRate_) << ") ";
+    for (const SampleRuns::Run& run : multipliers_.Runs()) {
+        // Written so that a run that ends with the highest number ends, too.
+        for (std::int64_t left = run.last_ - run.first_; left >= 0; --left) {
+            const std::int64_t number = run.last_ - left;
+            std::cout << number << " (" << TimePoint::StartOfSample(number, timeSamplingRate_) << ") ";
+        }
     }
     std::cout << std::endl;
 }

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <cstdint>
-#include <set>
 
 #include "Logging/ILogger.h"
 #include "Player/IPreloadTimePointGenerator.h"
 #include "Player/PlayerExport.h"
+#include "Player/SampleRuns.h"
 #include "Player/TrackId.h"
 #include "Time/Ratio.h"
 
@@ -26,7 +26,9 @@ namespace Tavrin::Player {
 /// entry and `Update` has been called in between.
 ///
 /// *Threads:* bound to one thread, the one that drives the stream and its cache.
-/// *Blocking:* never. `Get` neither locks nor allocates; `Update` does all the work.
+/// *Blocking:* never. `Get` neither locks nor allocates.
+/// *Cost:* `Get` is a search among the runs of held samples, however many samples they hold. `Update` copies
+/// these runs; when the rate at which they are counted has changed, the cache walks its entries once.
 /// *Ownership:* keeps a plain pointer to the cache, which must outlive the generator's use of it.
 /// *Errors:* `Get` never throws. `Update` throws `std::overflow_error` when a rate derived from the speed and
 /// the rates does not fit 64 bits. With a stream rate that nobody has set, or with a display rate that nobody
@@ -58,7 +60,6 @@ private:
     bool GetInZeroSpeedMode(Time::TimePoint& tp);
     bool IsForwardWithin(std::int64_t range) const;
     bool IsBackwardWithin(std::int64_t range) const;
-    bool IsHeld(std::int64_t number) const;
     void SkipHeldUpward();
     void SkipHeldDownward();
 
@@ -71,7 +72,7 @@ private:
     SampleRate timeSamplingRate_;
     SampleRate streamPreloadRate_;
     Cache* cache_ = nullptr;
-    std::set<std::int64_t> multipliers_;
+    SampleRuns multipliers_;  ///< What the cache held at the last `Update`.
     std::int64_t currentMultiplier_ = 0;
     bool returnPositivePreloadInZeroSpeedMode_ = true;
     TrackId trackId_;
