@@ -21,17 +21,25 @@ constexpr std::uint64_t kSecond = 1'000'000'000;
 
 enum class Rounding { Down, Up };
 
+/// Sets `t` to n * d / r seconds, rounded up to whole nanoseconds and saturated, and returns true; or returns
+/// false when the product does not fit 64 bits. Most that are asked for do, being within the days that usual
+/// rates play, and the one division costs less there than where any number fits.
+bool StartWithin64Bits(std::uint64_t n, std::uint64_t d, std::uint64_t r, kp_timepoint& t) noexcept {
+    std::uint64_t scaled = 0;
+    if (!Wide::Multiply(n, d, scaled) || !Wide::Multiply(scaled, kSecond, scaled)) {
+        return false;
+    }
+    constexpr std::uint64_t highest = std::numeric_limits<kp_timepoint>::max();
+    t = static_cast<kp_timepoint>(std::min(scaled / r + (scaled % r != 0 ? 1U : 0U), highest));
+    return true;
+}
+
 /// n * d / r seconds in whole nanoseconds, r above zero. Values from 2^64 seconds on, far outside every time
 /// point, are all given as 2^64 seconds.
+///
+/// n * d takes all of 128 bits, so the whole seconds are divided out before the remainder is scaled to
+/// nanoseconds.
 Uint128 NanosecondsAt(std::uint64_t n, std::uint64_t d, std::uint64_t r, Rounding rounding) noexcept {
-    // Most products of a playing time fit 64 bits; there the same division costs a fraction.
-    std::uint64_t narrow = 0;
-    if (Wide::Multiply(n, d, narrow) && Wide::Multiply(narrow, kSecond, narrow)) {
-        const bool up = rounding == Rounding::Up && narrow % r != 0;
-        return Uint128{narrow / r} + (up ? 1U : 0U);
-    }
-    // n * d takes all of 128 bits, so the whole seconds are divided out before the remainder is scaled to
-    // nanoseconds.
     constexpr Uint128 farAway = Uint128{1} << 64U;
     const Uint128 product = Uint128{n} * d;
     const Uint128 seconds = product / r;
@@ -109,7 +117,13 @@ TimePoint TimePoint::StartOfSample(std::int64_t n, const Ratio& rate) noexcept {
     if (rate.Numerator() == 0) {
         return {};
     }
-    return TimePoint().FromNanoseconds(Saturate(StartInNanoseconds(n, rate)));
+    TimePoint start;
+    if (n >= 0 && rate.Numerator() > 0 &&
+        StartWithin64Bits(Magnitude(n), Magnitude(rate.Denominator()), Magnitude(rate.Numerator()),
+                          start.t_)) {
+        return start;
+    }
+    return start.FromNanoseconds(Saturate(StartInNanoseconds(n, rate)));
 }
 
 TimePoint& TimePoint::FromRatio(std::uint64_t n, std::uint64_t d, std::uint64_t r) {
@@ -117,7 +131,9 @@ TimePoint& TimePoint::FromRatio(std::uint64_t n, std::uint64_t d, std::uint64_t 
         throw std::invalid_argument("Sample " + std::to_string(n) + " of the rate " + std::to_string(r) +
                                     '/' + std::to_string(d) + " has no start: the rate must not be zero");
     }
-    t_ = Saturate(false, NanosecondsAt(n, d, r, Rounding::Up));
+    if (!StartWithin64Bits(n, d, r, t_)) {
+        t_ = Saturate(false, NanosecondsAt(n, d, r, Rounding::Up));
+    }
     return *this;
 }
 
@@ -148,17 +164,19 @@ std::string TimePoint::ToDurationString() const {
 }
 
 std::int64_t TimePoint::SampleNumber(const Ratio& rate) const noexcept {
-    const bool negative = (t_ < 0) != (rate.Numerator() < 0);
-    // The days that usual rates play fit 64 bits; there the same division costs a fraction.
-    std::uint64_t narrowScaled = 0;
-    std::uint64_t narrowUnit = 0;
-    if (!negative && Wide::Multiply(Magnitude(t_), Magnitude(rate.Numerator()), narrowScaled) &&
-        Wide::Multiply(Magnitude(rate.Denominator()), kSecond, narrowUnit)) {
-        return static_cast<std::int64_t>(narrowScaled / narrowUnit);
+    if (t_ >= 0 && rate.Numerator() >= 0) {
+        // Both products fit 64 bits for the days that usual rates play: the same division, cheaper.
+        std::uint64_t scaled = 0;
+        std::uint64_t unit = 0;
+        if (Wide::Multiply(Magnitude(t_), Magnitude(rate.Numerator()), scaled) &&
+            Wide::Multiply(Magnitude(rate.Denominator()), kSecond, unit)) {
+            return static_cast<std::int64_t>(scaled / unit);
+        }
     }
     // At most 2^63 * 2^63 over 2^63 * 10^9: both fit.
     const Uint128 scaled = Uint128{Magnitude(t_)} * Magnitude(rate.Numerator());
     const Uint128 unit = Uint128{Magnitude(rate.Denominator())} * kSecond;
+    const bool negative = (t_ < 0) != (rate.Numerator() < 0);
     const bool downward = negative && scaled % unit != 0;
     return Saturate(negative, scaled / unit + (downward ? 1U : 0U));
 }

@@ -42,6 +42,12 @@ function(tavrin_add_library name)
   target_compile_features(${target} PUBLIC cxx_std_20)
   tavrin_target_options(${target})
 
+  # Nobody replaces our functions from outside, so calls within a library need not go through its table of
+  # imports and small functions can be inlined. Clang takes that for granted.
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(${target} PRIVATE -fno-semantic-interposition)
+  endif()
+
   set(script "${PROJECT_SOURCE_DIR}/cmake/exports.map")
   target_link_options(${target} PRIVATE "LINKER:--version-script=${script}")
   set_target_properties(${target} PROPERTIES
