@@ -4,15 +4,16 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
-#include "Player/Cache.h"
 #include "Player/PreloadTimePointGenerator.h"
+#include "Player/Support/CachePair.h"
+#include "Player/Support/Coverage.h"
 #include "Player/Support/Moments.h"
+#include "Player/Support/PlannerModel.h"
+#include "Player/Support/Printed.h"
 #include "Player/Support/Random.h"
 #include "Player/Support/RecordingLogger.h"
 #include "Player/Support/StubPlayer.h"
@@ -20,8 +21,12 @@
 namespace Tavrin::Player {
 namespace {
 
+using Testing::CachePair;
+using Testing::Coverage;
 using Testing::Ms;
 using Testing::Ns;
+using Testing::PlannerModel;
+using Testing::Printed;
 using Testing::Random;
 using Testing::StartOf;
 using Testing::StubPlayer;
@@ -32,90 +37,6 @@ struct Settings {
     SampleRate streamRate;
     SampleRate displayRate;
     std::int64_t nbToPreload = 0;
-};
-
-/// What the generator is to propose between two updates.
-class Model {
-public:
-    Model(const Settings& settings, Cache& cache, const TimePoint& tp, const Ratio& speed)
-        : speed_(speed), nb_(settings.nbToPreload) {
-        const bool still = speed.Numerator() == 0;
-        nothing_ = settings.streamRate.Numerator() == 0 || (!still && settings.displayRate.Numerator() == 0);
-        if (nothing_) {
-            return;
-        }
-        timeSampling_ = SampleRate::TimeSamplingRate(settings.streamRate, speed, settings.displayRate);
-        preloadRate_ = SampleRate::StreamPreloadRate(settings.streamRate, timeSampling_);
-        held_ = cache.FindMultiples(preloadRate_);
-        n_ = tp.SampleNumber(preloadRate_);
-        m_ = speed.Positive() ? n_ + 1 : n_ - 1;
-        if (still && m_ < 0) {
-            m_ = 0;
-        }
-    }
-
-    std::optional<TimePoint> Next() {
-        if (nothing_) {
-            return std::nullopt;
-        }
-        if (speed_.Numerator() == 0) {
-            return NextStandingStill();
-        }
-        if (speed_.Positive()) {
-            SkipUpward();
-            return n_ + nb_ < m_ ? std::nullopt : Propose(preloadRate_, +1);
-        }
-        SkipDownward();
-        return n_ - nb_ > m_ || m_ < 0 ? std::nullopt : Propose(preloadRate_, -1);
-    }
-
-    /// How many numbers of the walk so far were passed over because the cache holds them.
-    std::size_t NbSkipped() const { return nbSkipped_; }
-    bool TurnedBack() const { return !upward_; }
-    const SampleRate& PreloadRate() const { return preloadRate_; }
-
-private:
-    std::optional<TimePoint> NextStandingStill() {
-        if (upward_) {
-            SkipUpward();
-            if (n_ + nb_ / 2 >= m_) {
-                return Propose(timeSampling_, +1);
-            }
-            upward_ = false;
-            m_ = n_ - 1;
-        }
-        SkipDownward();
-        return n_ - nb_ / 2 > m_ || m_ < 0 ? std::nullopt : Propose(timeSampling_, -1);
-    }
-
-    void SkipUpward() {
-        for (; held_.count(m_) != 0; ++m_) {
-            ++nbSkipped_;
-        }
-    }
-
-    void SkipDownward() {
-        for (; held_.count(m_) != 0; --m_) {
-            ++nbSkipped_;
-        }
-    }
-
-    std::optional<TimePoint> Propose(const SampleRate& rate, std::int64_t step) {
-        const TimePoint tp = StartOf(m_, rate);
-        m_ += step;
-        return tp;
-    }
-
-    Ratio speed_;
-    std::int64_t nb_;
-    bool nothing_ = false;
-    SampleRate timeSampling_;
-    SampleRate preloadRate_;
-    std::set<std::int64_t> held_;
-    std::int64_t n_ = 0;
-    std::int64_t m_ = 0;
-    bool upward_ = true;
-    std::size_t nbSkipped_ = 0;
 };
 
 const std::vector<SampleRate>& StreamRates() {
@@ -142,10 +63,10 @@ Ratio AnySpeed(Random& random) {
 /// One generator with one cache, updated many times.
 class Sequence {
 public:
-    Sequence(std::uint64_t seed, std::map<std::string, std::size_t>& seen) : random_(seed), seen_(seen) {
+    Sequence(std::uint64_t seed, Coverage& seen) : random_(seed), seen_(seen) {
         settings_.streamRate = random_.Chance(3) ? SampleRate() : random_.Among(StreamRates());
-        cache_.SetStreamSampleRate(settings_.streamRate);
-        generator_.SetCache(&cache_);
+        pair_.SetRate(settings_.streamRate);
+        generator_.SetCache(&pair_.Engine());
         Configure();
     }
 
@@ -183,7 +104,7 @@ private:
     /// Records entries around the play head: none, a few, or nearly all.
     void FillCache(const TimePoint& tp, const SampleRate& preloadRate) {
         if (random_.Chance(30)) {
-            cache_.Clear();
+            pair_.Clear();
         }
         const int percent = random_.Among(std::vector<int>{0, 5, 30, 60, 95, 100});
         const SampleRate& rate = random_.Chance(70) ? preloadRate : settings_.streamRate;
@@ -191,34 +112,47 @@ private:
         for (std::int64_t number = head - 45; number <= head + 45; ++number) {
             if (random_.Chance(percent)) {
                 const TimePoint inside = TimePoint::StartOfSample(number, rate);
-                cache_.InsertPendingEntry(inside.AlignWith(settings_.streamRate));
+                pair_.Insert(inside.AlignWith(settings_.streamRate));
             }
         }
+    }
+
+    PlannerModel ModelAt(const TimePoint& tp, const Ratio& speed) const {
+        PlannerModel model;
+        model.SetCache(&pair_.Model());
+        model.SetSampleRate(settings_.streamRate);
+        model.SetDisplayRate(settings_.displayRate);
+        model.SetNumberPreloads(settings_.nbToPreload);
+        model.Update(tp, speed);
+        return model;
     }
 
     void UpdateAndCompare() {
         const TimePoint tp = AnyPlayHead();
         const Ratio speed = AnySpeed(random_);
-        FillCache(tp, Model(settings_, cache_, tp, speed).PreloadRate());
-        Model model(settings_, cache_, tp, speed);
+        FillCache(tp, ModelAt(tp, speed).PreloadRate());
+        PlannerModel model = ModelAt(tp, speed);
         const StubPlayer player(tp, speed);
         generator_.Update(&player);
         SCOPED_TRACE(::testing::Message()
                      << "at " << tp << " speed " << speed << " stream " << settings_.streamRate << " display "
                      << settings_.displayRate << " N " << settings_.nbToPreload);
         const std::vector<TimePoint> proposed = Compare(model);
+        if (model.HasRates()) {
+            EXPECT_EQ(Printed([this] { generator_.OutputInternalState(); }), model.StateText());
+        }
         See(model, speed, proposed.size());
         Record(proposed, speed);
     }
 
     /// Sometimes leaves off in the middle, as a client does that has enough orders out.
-    std::vector<TimePoint> Compare(Model& model) {
+    std::vector<TimePoint> Compare(PlannerModel& model) {
         std::vector<TimePoint> proposed;
         std::int64_t nbCalls = random_.Chance(80) ? 200 : random_.Between(0, 20);
         int nbRefusals = 0;
         const TimePoint untouched = Ms(-1);
         while (nbCalls-- > 0 && nbRefusals < 3) {
-            const std::optional<TimePoint> expected = model.Next();
+            const std::optional<TimePoint> expected = model.Get();
             TimePoint tp = untouched;
             const bool got = generator_.Get(tp);
             EXPECT_EQ(got, expected.has_value()) << "after " << proposed.size() << " proposals";
@@ -238,24 +172,25 @@ private:
     void Record(const std::vector<TimePoint>& proposed, const Ratio& speed) {
         for (const TimePoint& tp : proposed) {
             EXPECT_GE(tp, TimePoint());
-            const bool wasThere = cache_.InsertPendingEntry(tp);
+            const bool wasThere = pair_.Insert(tp).first != 0;
             EXPECT_TRUE(!wasThere || speed.Numerator() == 0) << tp;
         }
     }
 
-    void See(const Model& model, const Ratio& speed, std::size_t nbProposed) {
+    void See(const PlannerModel& model, const Ratio& speed, std::size_t nbProposed) {
         const std::string mode =
             speed.Numerator() == 0 ? "still" : (speed.Positive() ? "forward" : "backward");
-        ++seen_[mode + (nbProposed > 0 ? " with proposals" : " without proposals")];
-        seen_[mode + " skipping"] += model.NbSkipped() > 0 && nbProposed > 0 ? 1 : 0;
-        seen_["still turned back"] += mode == "still" && model.TurnedBack() && nbProposed > 0 ? 1 : 0;
-        seen_[mode + " at a coarser rate"] += nbProposed > 0 && model.PreloadRate() != settings_.streamRate;
+        seen_.Saw(mode + (nbProposed > 0 ? " with proposals" : " without proposals"));
+        seen_.SawIf(model.NbSkipped() > 0 && nbProposed > 0, mode + " skipping");
+        seen_.SawIf(mode == "still" && model.TurnedBack() && nbProposed > 0, "still turned back");
+        seen_.SawIf(nbProposed > 0 && model.PreloadRate() != settings_.streamRate,
+                    mode + " at a coarser rate");
     }
 
     Random random_;
-    std::map<std::string, std::size_t>& seen_;
+    Coverage& seen_;
     Settings settings_;
-    Cache cache_;
+    CachePair pair_;
     PreloadTimePointGenerator generator_;
 };
 
@@ -264,19 +199,16 @@ TEST(PreloadTimePointGeneratorModel, RandomUpdatesGiveWhatTheLiteralWalkGives) {
     constexpr int kNbUpdates = 30;
     const Testing::ScopedSilence silence("Cache");
     const std::uint64_t seed = Testing::TestSeed();
-    std::map<std::string, std::size_t> seen;
+    Coverage seen;
     for (int i = 0; i < kNbSequences && !HasFailure(); ++i) {
         const std::uint64_t own = seed + static_cast<std::uint64_t>(i);
         SCOPED_TRACE(::testing::Message() << "TAVRIN_TEST_SEED=" << own << " begins with this sequence");
         Sequence(own, seen).Run(kNbUpdates);
     }
-    for (const char* situation :
-         {"forward with proposals", "forward without proposals", "forward skipping",
-          "forward at a coarser rate", "backward with proposals", "backward without proposals",
-          "backward skipping", "backward at a coarser rate", "still with proposals",
-          "still without proposals", "still skipping", "still turned back"}) {
-        EXPECT_GT(seen[situation], 20U) << situation << " hardly ever happened";
-    }
+    seen.ExpectSeen(20, {"forward with proposals", "forward without proposals", "forward skipping",
+                         "forward at a coarser rate", "backward with proposals", "backward without proposals",
+                         "backward skipping", "backward at a coarser rate", "still with proposals",
+                         "still without proposals", "still skipping", "still turned back"});
 }
 
 }  // namespace

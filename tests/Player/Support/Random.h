@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -37,6 +38,11 @@ public:
     template <typename Item>
     const Item& Among(const std::vector<Item>& items) {
         return items[static_cast<std::size_t>(Between(0, static_cast<std::int64_t>(items.size()) - 1))];
+    }
+
+    template <typename Item>
+    void Shuffle(std::vector<Item>& items) {
+        std::shuffle(items.begin(), items.end(), engine_);
     }
 
 private:
