@@ -80,28 +80,26 @@ bool Cache::InsertPendingEntry(const TimePoint& tp) {
 
 Cache::EntryType Cache::GetSample(const TimePoint& tp, const SampleRate& sampleRate, ISample** sample,
                                   bool onlyBestMatchMode) {
-    EntryType best = Not_Found;
     const std::int64_t number = tp.SampleNumber(sampleRate);
     // Numbers never fall as time points rise: an entry from the start of the sample to `tp` is in the sample
     // without a division to tell.
-    const auto isInSample = [&](const TimePoint& key) {
-        return key <= tp || key.SampleNumber(sampleRate) == number;
+    const auto isInSample = [&](Iterator place) {
+        return place != cache_.end() && (place.Key() <= tp || place.Key().SampleNumber(sampleRate) == number);
     };
-    for (Iterator place = FirstOfSample(number, sampleRate); place != cache_.end() && isInSample(place.Key());
-         ++place) {
-        const EntryType type = place.Get().type_;
-        if (type == Valid) {
-            return HandOut(place, sample);
-        }
-        if (best != Missing) {
-            best = type;
-        }
+    const Iterator first = FirstOfSample(number, sampleRate);
+    const Iterator valid = cache_.MarkedFrom(first);
+    if (isInSample(valid)) {
+        return HandOut(valid, sample);
     }
     if (onlyBestMatchMode) {
-        const Iterator closest = ClosestValid(tp);
+        const Iterator closest = Closer(tp, cache_.MarkedBefore(first), valid);
         if (closest != cache_.end()) {
             return HandOut(closest, sample);
         }
+    }
+    EntryType best = Not_Found;
+    for (Iterator place = first; best != Missing && isInSample(place); ++place) {
+        best = place.Get().type_;
     }
     return best;
 }
@@ -119,12 +117,9 @@ Cache::Iterator Cache::FirstOfSample(std::int64_t number, const SampleRate& rate
     return cache_.LowerBound(TimePoint::StartOfSample(number, rate));
 }
 
-/// The valid entry nearest to `tp`, the earlier of two at the same distance; end when none is valid. It is
-/// one of the two neighbours: distances grow on either side.
-Cache::Iterator Cache::ClosestValid(const TimePoint& tp) {
-    const Iterator middle = cache_.LowerBound(tp);
-    const Iterator after = cache_.MarkedFrom(middle);
-    const Iterator before = cache_.MarkedBefore(middle);
+/// Of the last valid entry before the sample of `tp` and the first one behind it, either of which may be the
+/// end, the one nearest to `tp`; the earlier of two at the same distance.
+Cache::Iterator Cache::Closer(const TimePoint& tp, Iterator before, Iterator after) {
     if (before == cache_.end()) {
         return after;
     }

@@ -113,7 +113,7 @@ public:
     /// `Missing`; the caller tells by the sample's own time point that it got a neighbour.
     ///
     /// `*sample` is written, and the entry remembered as the one in use, only when `Valid` is returned. The
-    /// sample is not protected. Costs a search, plus a look at each entry of the sample.
+    /// sample is not protected. Costs a search, plus a look at each entry of the sample when none is valid.
     EntryType GetSample(const Time::TimePoint& tp, const SampleRate& sampleRate, ISample** sample,
                         bool onlyBestMatchMode);
 
@@ -166,7 +166,7 @@ private:
     using Iterator = CacheEntries::Iterator;
 
     Iterator FirstOfSample(std::int64_t number, const SampleRate& rate);
-    Iterator ClosestValid(const Time::TimePoint& tp);
+    Iterator Closer(const Time::TimePoint& tp, Iterator before, Iterator after);
     EntryType HandOut(Iterator entry, ISample** sample);
     void File(const Output& output);
     [[noreturn]] void Refuse(const std::string& message) const;

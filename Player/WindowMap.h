@@ -49,7 +49,7 @@ public:
 
         Place& operator++() {
             if (++slot_ == map_->blocks_[block_].end_) {
-                *this = FirstOf(map_, block_ + 1);
+                *this = FirstOf(map_, std::size_t{block_} + 1);
             }
             return *this;
         }
@@ -70,7 +70,8 @@ public:
     private:
         friend class WindowMap;
 
-        Place(Map* map, std::size_t block, unsigned slot) : map_(map), block_(block), slot_(slot) {}
+        Place(Map* map, std::size_t block, unsigned slot)
+            : map_(map), block_(static_cast<std::uint32_t>(block)), slot_(slot) {}
 
         /// The first entry of the block; the end for one past the last block.
         static Place FirstOf(Map* map, std::size_t block) {
@@ -79,9 +80,10 @@ public:
 
         auto& Slots() const { return *map_->blocks_[block_].slots_; }
 
+        // Two words, which functions return in registers.
         Map* map_;
-        std::size_t block_;
-        unsigned slot_;
+        std::uint32_t block_;
+        std::uint32_t slot_;
     };
 
     using Iterator = Place<false>;
@@ -115,7 +117,7 @@ public:
     /// Removes all entries, and gives back all memory but the directory's.
     void Clear();
 
-    void Mark(Iterator place) { blocks_[place.block_].marks_ |= Bit(place.slot_); }
+    void Mark(Iterator place) { marks_[place.block_] |= Bit(place.slot_); }
 
     /// The first marked entry at or after the place; the end when there is none.
     Iterator MarkedFrom(Iterator place);
@@ -129,7 +131,10 @@ public:
 private:
     using Marks = std::uint32_t;
 
-    static constexpr unsigned kNbSlots = 32;  ///< As many as `Marks` has bits.
+    static constexpr unsigned kNbSlots = 32;            ///< As many as `Marks` has bits.
+    static constexpr std::size_t kNbBlocksOfGroup = 8;  ///< Looked at together where marks are rare.
+    static constexpr std::size_t kNbBlocksToGuess = 8;  ///< With fewer, a search is as quick as a guess.
+    static constexpr int kNbStepsFromGuess = 2;
     static constexpr std::size_t kNbSparesAtLeast = 2;
     static constexpr std::size_t kNbBlocksPerSpare = 4;
 
@@ -138,13 +143,11 @@ private:
         std::array<Value, kNbSlots> values_;
     };
 
-    /// An element of the directory; the slots from `begin_` to before `end_` are in use.
+    /// The slots from `begin_` to before `end_` are in use.
     struct Block {
-        Time::TimePoint first_;
-        Marks marks_ = 0;
+        std::unique_ptr<Slots> slots_;
         std::uint16_t begin_ = 0;
         std::uint16_t end_ = 0;
-        std::unique_ptr<Slots> slots_;
 
         unsigned Size() const { return unsigned{end_} - begin_; }
     };
@@ -162,7 +165,12 @@ private:
     static Marks BitsBefore(unsigned slot) { return slot < kNbSlots ? Bit(slot) - 1 : ~Marks{0}; }
 
     std::size_t BlockOf(const Time::TimePoint& tp) const;
-    static unsigned SlotOf(const Block& block, const Time::TimePoint& tp);
+    unsigned SlotOf(std::size_t at, const Time::TimePoint& tp) const;
+    static std::size_t GuessOf(const Time::TimePoint& part, const Time::TimePoint& whole, std::size_t nb);
+
+    std::size_t MarkedBlockFrom(std::size_t at) const;
+    std::size_t MarkedBlockBefore(std::size_t at) const;
+    bool HasMarks(std::size_t groupAt) const;
 
     Iterator RoomAt(std::size_t at, unsigned slot);
     Iterator RoomBeforeFirst();
@@ -173,14 +181,19 @@ private:
     void AddBlock(std::size_t at, unsigned begin);
     void RemoveBlock(std::size_t at);
 
-    unsigned Vacate(Block& block, unsigned slot);
+    unsigned Vacate(std::size_t at, unsigned slot);
     bool JoinNeighbours(std::size_t at);
     void Join(std::size_t at);
 
-    static void MoveWithin(Block& block, unsigned begin, unsigned end, unsigned target);
-    static void MoveAllTo(Block& block, unsigned target);
+    void MoveWithin(std::size_t at, unsigned begin, unsigned end, unsigned target);
+    void MoveAllTo(std::size_t at, unsigned target);
+    void NoteFirst(std::size_t at) { firsts_[at] = blocks_[at].slots_->keys_[blocks_[at].begin_]; }
 
-    std::vector<Block> blocks_;  ///< The directory, ascending; no block is empty.
+    // The directory, ascending; no block is empty. Searches read only the firsts and the marks, so these lie
+    // side by side.
+    std::vector<Block> blocks_;
+    std::vector<Time::TimePoint> firsts_;
+    std::vector<Marks> marks_;
     std::size_t size_ = 0;
     std::vector<std::unique_ptr<Slots>> spares_;
 };

@@ -1,30 +1,61 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 
 #include "Player/WindowMap.h"
 
 namespace Tavrin::Player {
 
+/// The last block that begins at or before `tp`, or the first one.
 template <typename Value>
 std::size_t WindowMap<Value>::BlockOf(const Time::TimePoint& tp) const {
-    // The last block that begins at or before `tp`, or the first. Written so that it compiles without a
-    // branch that depends on the keys: those are as good as random to the processor.
+    const std::size_t nbBlocks = firsts_.size();
+    if (nbBlocks > kNbBlocksToGuess) {
+        std::size_t guess = GuessOf(tp - firsts_.front(), firsts_.back() - firsts_.front(), nbBlocks - 1);
+        for (int step = 0; step <= kNbStepsFromGuess; ++step) {
+            if (guess > 0 && tp < firsts_[guess]) {
+                --guess;
+            } else if (guess + 1 < nbBlocks && firsts_[guess + 1] <= tp) {
+                ++guess;
+            } else {
+                return guess;
+            }
+        }
+    }
+    // Written so that it compiles without a branch that depends on the keys: those are as good as random to
+    // the processor.
     std::size_t found = 0;
-    for (std::size_t nb = blocks_.size(); nb > 1;) {
+    for (std::size_t nb = nbBlocks; nb > 1;) {
         const std::size_t half = nb / 2;
-        found += blocks_[found + half].first_ <= tp ? half : 0;
+        found += firsts_[found + half] <= tp ? half : 0;
         nb -= half;
     }
     return found;
 }
 
-/// The first slot at or after `tp`, or the block's end.
+/// The block's first slot at or after `tp`, or its end.
 template <typename Value>
-unsigned WindowMap<Value>::SlotOf(const Block& block, const Time::TimePoint& tp) {
+unsigned WindowMap<Value>::SlotOf(std::size_t at, const Time::TimePoint& tp) const {
+    const Block& block = blocks_[at];
     const auto& keys = block.slots_->keys_;
+    if (firsts_.size() > kNbBlocksToGuess && at + 1 < firsts_.size()) {
+        auto guess = static_cast<unsigned>(
+            block.begin_ + GuessOf(tp - firsts_[at], firsts_[at + 1] - firsts_[at], block.Size()));
+        for (int step = 0; step <= kNbStepsFromGuess; ++step) {
+            if (guess > block.begin_ && tp <= keys[guess - 1]) {
+                --guess;
+            } else if (guess < block.end_ && keys[guess] < tp) {
+                ++guess;
+            } else {
+                return guess;
+            }
+        }
+    }
     unsigned found = block.begin_;
     for (unsigned nb = block.Size(); nb > 1;) {
         const unsigned half = nb / 2;
@@ -34,13 +65,29 @@ unsigned WindowMap<Value>::SlotOf(const Block& block, const Time::TimePoint& tp)
     return found + (keys[found] < tp ? 1U : 0U);
 }
 
+/// Where among `nb` evenly spaced keys the part of the whole ends. The entries of a recording are mostly
+/// evenly spaced, and then the guess saves the search its reads, each of which waits for the one before.
+template <typename Value>
+std::size_t WindowMap<Value>::GuessOf(const Time::TimePoint& part, const Time::TimePoint& whole,
+                                      std::size_t nb) {
+    std::uint64_t scaled = 0;
+    const std::int64_t nanoseconds = part.Nanoseconds();
+    if (nanoseconds <= 0) {
+        return 0;
+    }
+    if (part >= whole || __builtin_mul_overflow(static_cast<std::uint64_t>(nanoseconds), nb, &scaled)) {
+        return nb;
+    }
+    return scaled / static_cast<std::uint64_t>(whole.Nanoseconds());
+}
+
 template <typename Value>
 typename WindowMap<Value>::Iterator WindowMap<Value>::LowerBound(const Time::TimePoint& tp) {
     if (empty()) {
         return end();
     }
     const std::size_t at = BlockOf(tp);
-    const unsigned slot = SlotOf(blocks_[at], tp);
+    const unsigned slot = SlotOf(at, tp);
     return slot == blocks_[at].end_ ? Iterator::FirstOf(this, at + 1) : Iterator(this, at, slot);
 }
 
@@ -53,7 +100,7 @@ typename WindowMap<Value>::Iterator WindowMap<Value>::Find(const Time::TimePoint
 template <typename Value>
 std::pair<typename WindowMap<Value>::Iterator, bool> WindowMap<Value>::Insert(const Time::TimePoint& tp) {
     const std::size_t at = BlockOf(tp);
-    const unsigned slot = empty() ? 0 : SlotOf(blocks_[at], tp);
+    const unsigned slot = empty() ? 0 : SlotOf(at, tp);
     if (!empty() && slot != blocks_[at].end_ && blocks_[at].slots_->keys_[slot] == tp) {
         return {Iterator(this, at, slot), false};
     }
@@ -61,7 +108,7 @@ std::pair<typename WindowMap<Value>::Iterator, bool> WindowMap<Value>::Insert(co
     Block& block = blocks_[room.block_];
     block.slots_->keys_[room.slot_] = tp;
     block.slots_->values_[room.slot_] = Value();
-    block.first_ = block.slots_->keys_[block.begin_];
+    NoteFirst(room.block_);
     ++size_;
     return {room, true};
 }
@@ -86,7 +133,7 @@ typename WindowMap<Value>::Iterator WindowMap<Value>::RoomBeforeFirst() {
         if (!IsHalfEmpty(block)) {
             return RoomInNewBlock(0, kNbSlots - 1);
         }
-        MoveAllTo(block, kNbSlots - block.Size());
+        MoveAllTo(0, kNbSlots - block.Size());
     }
     return {this, 0, --block.begin_};
 }
@@ -101,7 +148,7 @@ typename WindowMap<Value>::Iterator WindowMap<Value>::RoomBehindLastOf(std::size
         if (!IsHalfEmpty(block)) {
             return RoomInNewBlock(at + 1, 0);
         }
-        MoveAllTo(block, 0);
+        MoveAllTo(at, 0);
     }
     return {this, at, block.end_++};
 }
@@ -115,10 +162,10 @@ typename WindowMap<Value>::Iterator WindowMap<Value>::RoomWithin(std::size_t at,
     Block& block = blocks_[at];
     const bool isBehindMiddle = slot - block.begin_ >= block.Size() / 2;
     if (block.begin_ == 0 || (isBehindMiddle && block.end_ < kNbSlots)) {
-        MoveWithin(block, slot, block.end_++, slot + 1);
+        MoveWithin(at, slot, block.end_++, slot + 1);
         return {this, at, slot};
     }
-    MoveWithin(block, block.begin_, slot, block.begin_ - 1U);
+    MoveWithin(at, block.begin_, slot, block.begin_ - 1U);
     --block.begin_;
     return {this, at, slot - 1};
 }
@@ -143,24 +190,24 @@ void WindowMap<Value>::Split(std::size_t at) {
     std::move(lower.slots_->values_.begin() + middle, lower.slots_->values_.end(),
               upper.slots_->values_.begin() + middle);
     upper.end_ = kNbSlots;
-    upper.first_ = upper.slots_->keys_[middle];
-    upper.marks_ = lower.marks_ & ~BitsBefore(middle);
     lower.end_ = middle;
-    lower.marks_ &= BitsBefore(middle);
+    NoteFirst(at + 1);
+    marks_[at + 1] = marks_[at] & ~BitsBefore(middle);
+    marks_[at] &= BitsBefore(middle);
 }
 
 template <typename Value>
 typename WindowMap<Value>::Iterator WindowMap<Value>::Erase(Iterator place) {
     const std::size_t at = place.block_;
     const Time::TimePoint key = place.Key();
-    Block& block = blocks_[at];
+    const Block& block = blocks_[at];
     --size_;
     if (block.Size() == 1) {
         RemoveBlock(at);
         return Iterator::FirstOf(this, at);
     }
-    const unsigned next = Vacate(block, place.slot_);
-    block.first_ = block.slots_->keys_[block.begin_];
+    const unsigned next = Vacate(at, place.slot_);
+    NoteFirst(at);
     if (JoinNeighbours(at)) {
         return LowerBound(key);
     }
@@ -169,14 +216,15 @@ typename WindowMap<Value>::Iterator WindowMap<Value>::Erase(Iterator place) {
 
 /// Takes the slot out of the block; returns the slot of the entry behind.
 template <typename Value>
-unsigned WindowMap<Value>::Vacate(Block& block, unsigned slot) {
-    block.marks_ &= ~Bit(slot);
+unsigned WindowMap<Value>::Vacate(std::size_t at, unsigned slot) {
+    Block& block = blocks_[at];
+    marks_[at] &= ~Bit(slot);
     if (slot - block.begin_ < block.Size() / 2) {
-        MoveWithin(block, block.begin_, slot, block.begin_ + 1U);
+        MoveWithin(at, block.begin_, slot, block.begin_ + 1U);
         ++block.begin_;
         return slot + 1;
     }
-    MoveWithin(block, slot + 1, block.end_, slot);
+    MoveWithin(at, slot + 1, block.end_, slot);
     --block.end_;
     return slot;
 }
@@ -203,11 +251,11 @@ template <typename Value>
 void WindowMap<Value>::Join(std::size_t at) {
     Block& lower = blocks_[at];
     const Block& upper = blocks_[at + 1];
-    MoveAllTo(lower, 0);
+    MoveAllTo(at, 0);
     for (unsigned slot = upper.begin_; slot < upper.end_; ++slot) {
         lower.slots_->keys_[lower.end_] = upper.slots_->keys_[slot];
         lower.slots_->values_[lower.end_] = std::move(upper.slots_->values_[slot]);
-        lower.marks_ |= (upper.marks_ & Bit(slot)) != 0 ? Bit(lower.end_) : 0;
+        marks_[at] |= (marks_[at + 1] & Bit(slot)) != 0 ? Bit(lower.end_) : 0;
         ++lower.end_;
     }
     RemoveBlock(at + 1);
@@ -217,8 +265,10 @@ template <typename Value>
 void WindowMap<Value>::AddBlock(std::size_t at, unsigned begin) {
     if (blocks_.size() == blocks_.capacity()) {
         const std::size_t capacity = 2 * blocks_.size() + 1;
-        blocks_.reserve(capacity);
         spares_.reserve(NbSparesFor(capacity) + 1);  // RemoveBlock adds before it counts
+        firsts_.reserve(capacity);
+        marks_.reserve(capacity);
+        blocks_.reserve(capacity);  // the last, as its capacity stands for all
     }
     Block block;
     block.begin_ = static_cast<std::uint16_t>(begin);
@@ -229,13 +279,19 @@ void WindowMap<Value>::AddBlock(std::size_t at, unsigned begin) {
         block.slots_ = std::move(spares_.back());
         spares_.pop_back();
     }
-    blocks_.insert(blocks_.begin() + static_cast<std::ptrdiff_t>(at), std::move(block));
+    const auto offset = static_cast<std::ptrdiff_t>(at);
+    blocks_.insert(blocks_.begin() + offset, std::move(block));
+    firsts_.insert(firsts_.begin() + offset, Time::TimePoint());
+    marks_.insert(marks_.begin() + offset, 0);
 }
 
 template <typename Value>
 void WindowMap<Value>::RemoveBlock(std::size_t at) {
     spares_.push_back(std::move(blocks_[at].slots_));
-    blocks_.erase(blocks_.begin() + static_cast<std::ptrdiff_t>(at));
+    const auto offset = static_cast<std::ptrdiff_t>(at);
+    blocks_.erase(blocks_.begin() + offset);
+    firsts_.erase(firsts_.begin() + offset);
+    marks_.erase(marks_.begin() + offset);
     while (spares_.size() > NbSparesFor(blocks_.size())) {
         spares_.pop_back();
     }
@@ -244,13 +300,15 @@ void WindowMap<Value>::RemoveBlock(std::size_t at) {
 template <typename Value>
 void WindowMap<Value>::Clear() {
     blocks_.clear();
+    firsts_.clear();
+    marks_.clear();
     spares_.clear();
     size_ = 0;
 }
 
 /// Moves entries, with their marks, to other slots of the block.
 template <typename Value>
-void WindowMap<Value>::MoveWithin(Block& block, unsigned begin, unsigned end, unsigned target) {
+void WindowMap<Value>::MoveWithin(std::size_t at, unsigned begin, unsigned end, unsigned target) {
     if (target == begin) {
         return;
     }
@@ -262,17 +320,18 @@ void WindowMap<Value>::MoveWithin(Block& block, unsigned begin, unsigned end, un
             std::move_backward(first + begin, first + end, first + target + (end - begin));
         }
     };
-    move(block.slots_->keys_);
-    move(block.slots_->values_);
-    const Marks moved = block.marks_ & BitsBefore(end) & ~BitsBefore(begin);
+    move(blocks_[at].slots_->keys_);
+    move(blocks_[at].slots_->values_);
+    const Marks moved = marks_[at] & BitsBefore(end) & ~BitsBefore(begin);
     const Marks arrived = target < begin ? moved >> (begin - target) : moved << (target - begin);
-    block.marks_ = (block.marks_ & ~moved) | arrived;
+    marks_[at] = (marks_[at] & ~moved) | arrived;
 }
 
 template <typename Value>
-void WindowMap<Value>::MoveAllTo(Block& block, unsigned target) {
+void WindowMap<Value>::MoveAllTo(std::size_t at, unsigned target) {
+    Block& block = blocks_[at];
     const unsigned size = block.Size();
-    MoveWithin(block, block.begin_, block.end_, target);
+    MoveWithin(at, block.begin_, block.end_, target);
     block.begin_ = static_cast<std::uint16_t>(target);
     block.end_ = static_cast<std::uint16_t>(target + size);
 }
@@ -283,12 +342,13 @@ typename WindowMap<Value>::Iterator WindowMap<Value>::MarkedFrom(Iterator place)
     if (at == blocks_.size()) {
         return end();
     }
-    Marks marks = blocks_[at].marks_ & ~BitsBefore(place.slot_);
-    while (marks == 0) {
-        if (++at == blocks_.size()) {
+    Marks marks = marks_[at] & ~BitsBefore(place.slot_);
+    if (marks == 0) {
+        at = MarkedBlockFrom(at + 1);
+        if (at == blocks_.size()) {
             return end();
         }
-        marks = blocks_[at].marks_;
+        marks = marks_[at];
     }
     return {this, at, static_cast<unsigned>(std::countr_zero(marks))};
 }
@@ -296,14 +356,49 @@ typename WindowMap<Value>::Iterator WindowMap<Value>::MarkedFrom(Iterator place)
 template <typename Value>
 typename WindowMap<Value>::Iterator WindowMap<Value>::MarkedBefore(Iterator place) {
     std::size_t at = place.block_;
-    Marks marks = at == blocks_.size() ? 0 : blocks_[at].marks_ & BitsBefore(place.slot_);
-    while (marks == 0) {
-        if (at == 0) {
+    Marks marks = at == blocks_.size() ? 0 : marks_[at] & BitsBefore(place.slot_);
+    if (marks == 0) {
+        at = MarkedBlockBefore(at);
+        if (at == blocks_.size()) {
             return end();
         }
-        marks = blocks_[--at].marks_;
+        marks = marks_[at];
     }
     return {this, at, kNbSlots - 1 - static_cast<unsigned>(std::countl_zero(marks))};
+}
+
+/// The first block with a mark from `at` on; the number of blocks when there is none.
+template <typename Value>
+std::size_t WindowMap<Value>::MarkedBlockFrom(std::size_t at) const {
+    const std::size_t nbBlocks = marks_.size();
+    while (at + kNbBlocksOfGroup <= nbBlocks && !HasMarks(at)) {
+        at += kNbBlocksOfGroup;
+    }
+    while (at < nbBlocks && marks_[at] == 0) {
+        ++at;
+    }
+    return at;
+}
+
+/// The last block with a mark before `at`; the number of blocks when there is none.
+template <typename Value>
+std::size_t WindowMap<Value>::MarkedBlockBefore(std::size_t at) const {
+    while (at >= kNbBlocksOfGroup && !HasMarks(at - kNbBlocksOfGroup)) {
+        at -= kNbBlocksOfGroup;
+    }
+    while (at > 0 && marks_[at - 1] == 0) {
+        --at;
+    }
+    return at > 0 ? at - 1 : marks_.size();
+}
+
+/// Whether any of the group of blocks that begins at `groupAt` has a mark.
+template <typename Value>
+bool WindowMap<Value>::HasMarks(std::size_t groupAt) const {
+    // As numbers of 64 bits: half the reads.
+    std::array<std::uint64_t, kNbBlocksOfGroup * sizeof(Marks) / sizeof(std::uint64_t)> words;
+    std::memcpy(words.data(), &marks_[groupAt], sizeof(words));
+    return (words[0] | words[1] | words[2] | words[3]) != 0;
 }
 
 template <typename Value>
@@ -311,7 +406,7 @@ std::size_t WindowMap<Value>::NbMarkedFrom(Iterator place) const {
     std::size_t nb = 0;
     for (std::size_t at = place.block_; at < blocks_.size(); ++at) {
         const Marks counted = at == place.block_ ? ~BitsBefore(place.slot_) : ~Marks{0};
-        nb += static_cast<std::size_t>(std::popcount(blocks_[at].marks_ & counted));
+        nb += static_cast<std::size_t>(std::popcount(marks_[at] & counted));
     }
     return nb;
 }
