@@ -1,5 +1,8 @@
 #include "Player/Support/AllocationCount.h"
 
+#include <malloc.h>
+
+#include <algorithm>
 #include <cstdlib>
 #include <new>
 
@@ -19,6 +22,9 @@ bool AllocationsAreCounted() {
 std::size_t NbAllocations() {
     return 0;
 }
+std::int64_t LiveBytes() {
+    return 0;
+}
 
 }  // namespace Tavrin::Player::Testing
 
@@ -27,14 +33,30 @@ std::size_t NbAllocations() {
 namespace {
 
 thread_local std::size_t nbAllocations = 0;
+thread_local std::int64_t liveBytes = 0;
 
-void* Allocate(std::size_t size) {
-    ++nbAllocations;
-    void* memory = std::malloc(size == 0 ? 1 : size);
+void* Count(void* memory) {
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
+    ++nbAllocations;
+    liveBytes += static_cast<std::int64_t>(malloc_usable_size(memory));
     return memory;
+}
+
+void* Allocate(std::size_t size) {
+    return Count(std::malloc(size == 0 ? 1 : size));
+}
+
+void* Allocate(std::size_t size, std::align_val_t alignment) {
+    const auto unit = static_cast<std::size_t>(alignment);
+    const std::size_t nbUnits = std::max<std::size_t>((size + unit - 1) / unit, 1);
+    return Count(std::aligned_alloc(unit, nbUnits * unit));
+}
+
+void Free(void* memory) {
+    liveBytes -= static_cast<std::int64_t>(malloc_usable_size(memory));
+    std::free(memory);
 }
 
 }  // namespace
@@ -45,17 +67,35 @@ void* operator new(std::size_t size) {
 void* operator new[](std::size_t size) {
     return Allocate(size);
 }
+void* operator new(std::size_t size, std::align_val_t alignment) {
+    return Allocate(size, alignment);
+}
+void* operator new[](std::size_t size, std::align_val_t alignment) {
+    return Allocate(size, alignment);
+}
 void operator delete(void* memory) noexcept {
-    std::free(memory);
+    Free(memory);
 }
 void operator delete[](void* memory) noexcept {
-    std::free(memory);
+    Free(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
+    Free(memory);
 }
 void operator delete[](void* memory, std::size_t) noexcept {
-    std::free(memory);
+    Free(memory);
+}
+void operator delete(void* memory, std::align_val_t) noexcept {
+    Free(memory);
+}
+void operator delete[](void* memory, std::align_val_t) noexcept {
+    Free(memory);
+}
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
+    Free(memory);
+}
+void operator delete[](void* memory, std::size_t, std::align_val_t) noexcept {
+    Free(memory);
 }
 
 namespace Tavrin::Player::Testing {
@@ -65,6 +105,9 @@ bool AllocationsAreCounted() {
 }
 std::size_t NbAllocations() {
     return nbAllocations;
+}
+std::int64_t LiveBytes() {
+    return liveBytes;
 }
 
 }  // namespace Tavrin::Player::Testing

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 namespace Tavrin::Player::Testing {
 
@@ -11,5 +12,10 @@ bool AllocationsAreCounted();
 /// How often the calling thread has asked for dynamic memory so far, in the program and in every library it
 /// uses. Needs AllocationCount.cpp, which replaces the global operator new.
 std::size_t NbAllocations();
+
+/// The bytes that the calling thread has been given so far, less those that it has given back; what the heap really
+/// sets aside for a request, which may be more than was asked for. Says what something holds only where one
+/// thread makes and lets go of all of it.
+std::int64_t LiveBytes();
 
 }  // namespace Tavrin::Player::Testing
