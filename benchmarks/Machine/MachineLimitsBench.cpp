@@ -41,8 +41,9 @@ std::vector<Line> ScatteredCircle(std::size_t bytes) {
     return lines;
 }
 
-void ReadMemory(benchmark::State& state, std::size_t bytes) {
-    const std::vector<Line> lines = ScatteredCircle(bytes);
+template <std::size_t Bytes>
+void ReadMemory(benchmark::State& state) {
+    static const std::vector<Line> lines = ScatteredCircle(Bytes);
     const Line* line = lines.data();
     for (auto _ : state) {
         line = line->next_;
@@ -126,10 +127,9 @@ void WakeThread(benchmark::State& state) {
 
 void AddMachineLimitCases() {
     constexpr std::size_t kibibyte = 1'024;
-    AddVersion("Machine: memory read, first-level cache", "machine",
-               [](benchmark::State& state) { ReadMemory(state, 16 * kibibyte); });
+    AddVersion("Machine: memory read, first-level cache", "machine", ReadMemory<16 * kibibyte>);
     AddVersion("Machine: memory read, outside of all caches", "machine",
-               [](benchmark::State& state) { ReadMemory(state, 256 * kibibyte * kibibyte); });
+               ReadMemory<256 * kibibyte * kibibyte>);
     AddVersion("Machine: lock and unlock", "machine", LockAndUnlock);
     AddVersion("Machine: clock read", "machine", ReadClock);
     AddVersion("Machine: futex wake", "machine", WakeThread)->UseManualTime()->Iterations(1);

@@ -15,6 +15,8 @@ int main(int argc, char** argv) {
     try {
         Tavrin::Player::Bench::AddAllCases();
         benchmark::RunSpecifiedBenchmarks();
+        // What the cases keep must go before the samples that it holds do, at the end of the program.
+        benchmark::ClearRegisteredBenchmarks();
     } catch (const std::exception& e) {
         std::cerr << e.what() << std::endl;
         return 1;
