@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <limits>
+#include <new>
 
 namespace Tavrin::Player {
 
@@ -11,11 +12,41 @@ namespace {
 constexpr std::int64_t kLowest = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t kHighest = std::numeric_limits<std::int64_t>::max();
 
+constexpr std::size_t kNbRunsKept = 64;
+constexpr std::size_t kFarMore = 4;
+
 bool EndsBefore(const SampleRuns::Run& run, std::int64_t number) {
     return run.last_ < number;
 }
 
 }  // namespace
+
+SampleRuns& SampleRuns::operator=(const SampleRuns& other) {
+    runs_ = other.runs_;
+    GiveBack();
+    return *this;
+}
+
+void SampleRuns::Clear() {
+    runs_.clear();
+    GiveBack();
+}
+
+/// Gives memory back when far more is held than needed, and keeps twice what is needed, so that a set that goes
+/// up and down a little does not come here each time.
+void SampleRuns::GiveBack() noexcept {
+    if (runs_.capacity() <= std::max(kNbRunsKept, kFarMore * runs_.size())) {
+        return;
+    }
+    try {
+        std::vector<Run> smaller;
+        smaller.reserve(std::max(kNbRunsKept, 2 * runs_.size()));
+        smaller.assign(runs_.begin(), runs_.end());
+        runs_.swap(smaller);
+    } catch (const std::bad_alloc&) {
+        return;  // what is held stays held: the next change tries again
+    }
+}
 
 std::vector<SampleRuns::Run>::iterator SampleRuns::FirstRunEndingFrom(std::int64_t number) {
     return std::lower_bound(runs_.begin(), runs_.end(), number, EndsBefore);
@@ -57,6 +88,7 @@ void SampleRuns::Insert(std::int64_t number) {
     if (extendsAbove && extendsBelow) {
         std::prev(above)->last_ = above->last_;
         runs_.erase(above);
+        GiveBack();
     } else if (extendsAbove) {
         above->first_ = number;
     } else if (extendsBelow) {
@@ -73,6 +105,7 @@ void SampleRuns::Erase(std::int64_t number) {
     }
     if (run->first_ == run->last_) {
         runs_.erase(run);
+        GiveBack();
     } else if (run->first_ == number) {
         ++run->first_;
     } else if (run->last_ == number) {

@@ -17,10 +17,16 @@ namespace Tavrin::Player {
 ///     4 5 6 7 . . 10 11 . 13   is   [4..7] [10..11] [13..13]
 ///
 /// *Threads:* externally synchronised, as a plain value.
-/// *Memory:* 16 bytes a run, kept for reuse when runs go; copying into another set reuses that one's memory.
+/// *Memory:* 16 bytes a run. The memory of runs that go is kept for reuse, up to four times what is needed or 64
+/// runs; so is that of a set that another is copied into.
 /// *Errors:* when memory runs out, the set is unchanged.
 class TAVRIN_PLAYER_EXPORT SampleRuns {
 public:
+    SampleRuns() = default;
+    SampleRuns(const SampleRuns& other) = default;
+    SampleRuns& operator=(const SampleRuns& other);
+    ~SampleRuns() = default;
+
     /// The numbers from `first_` to `last_`, both included. Between two runs at least one number is missing.
     struct Run {
         std::int64_t first_ = 0;
@@ -49,9 +55,10 @@ public:
     /// Takes a number out; one that is not there changes nothing. Costs as `Insert`.
     void Erase(std::int64_t number);
 
-    void Clear() { runs_.clear(); }
+    void Clear();
 
 private:
+    void GiveBack() noexcept;
     std::vector<Run>::iterator FirstRunEndingFrom(std::int64_t number);
     std::vector<Run>::const_iterator FirstRunEndingFrom(std::int64_t number) const;
 
