@@ -38,7 +38,7 @@ namespace Tavrin::Player {
 /// by the entry that goes or that must be asked whether it may. Only what says so walks all entries.
 /// *Memory:* at most 41 bytes an entry in a window without gaps and 165 in the worst case, plus two blocks of
 /// 32 entries and one for every four in use, kept so that a window that slides allocates nothing. A window that
-/// shrinks gives back the rest, but for 24 bytes for every 32 entries of its longest.
+/// shrinks gives back the rest, but for about 30 bytes for every 32 entries of its longest.
 /// *Ownership:* owns the samples it has filed and deletes them on eviction, on `Clear` and on destruction;
 /// deletes at once the sample of an answer that it rejects. A sample handed out by `GetSample` lives until
 /// the next eviction pass that may take it; who keeps it longer protects it.

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "Player/BitRow.h"
 #include "Time/TimePoint.h"
 
 namespace Tavrin::Player {
@@ -28,7 +29,7 @@ namespace Tavrin::Player {
 /// *Threads:* externally synchronised.
 /// *Memory:* two neighbouring blocks are always more than half full together. Of the blocks that have emptied
 /// two, and one for every four in use, are kept for reuse, so that a window that slides allocates nothing; the
-/// others are given back at once. The directory keeps its memory, 24 bytes a block.
+/// others are given back at once. The directory keeps its memory, about 30 bytes a block.
 /// *Errors:* when memory runs out, `Insert` changes nothing. Nothing else throws.
 ///
 /// The definitions are in "Player/WindowMapImpl.h", for those who instantiate it.
@@ -117,7 +118,10 @@ public:
     /// Removes all entries, and gives back all memory but the directory's.
     void Clear();
 
-    void Mark(Iterator place) { marks_[place.block_] |= Bit(place.slot_); }
+    void Mark(Iterator place) {
+        marks_[place.block_] |= Bit(place.slot_);
+        NoteMarks(place.block_);
+    }
 
     /// The first marked entry at or after the place; the end when there is none.
     Iterator MarkedFrom(Iterator place);
@@ -132,7 +136,6 @@ private:
     using Marks = std::uint32_t;
 
     static constexpr unsigned kNbSlots = 32;            ///< As many as `Marks` has bits.
-    static constexpr std::size_t kNbBlocksOfGroup = 8;  ///< Looked at together where marks are rare.
     static constexpr std::size_t kNbBlocksToGuess = 8;  ///< With fewer, a search is as quick as a guess.
     static constexpr int kNbStepsFromGuess = 2;
     static constexpr std::size_t kNbSparesAtLeast = 2;
@@ -168,9 +171,8 @@ private:
     unsigned SlotOf(std::size_t at, const Time::TimePoint& tp) const;
     static std::size_t GuessOf(const Time::TimePoint& part, const Time::TimePoint& whole, std::size_t nb);
 
-    std::size_t MarkedBlockFrom(std::size_t at) const;
-    std::size_t MarkedBlockBefore(std::size_t at) const;
-    bool HasMarks(std::size_t groupAt) const;
+    void NoteMarks(std::size_t at) { markedBlocks_.Set(at, marks_[at] != 0); }
+    void NoteMarksFrom(std::size_t at);
 
     Iterator RoomAt(std::size_t at, unsigned slot);
     Iterator RoomBeforeFirst();
@@ -194,6 +196,7 @@ private:
     std::vector<Block> blocks_;
     std::vector<Time::TimePoint> firsts_;
     std::vector<Marks> marks_;
+    BitRow markedBlocks_;  ///< A bit for each block, set when it has a mark.
     std::size_t size_ = 0;
     std::vector<std::unique_ptr<Slots>> spares_;
 };

@@ -1,11 +1,9 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 #include "Player/WindowMap.h"
 
@@ -194,6 +192,8 @@ void WindowMap<Value>::Split(std::size_t at) {
     NoteFirst(at + 1);
     marks_[at + 1] = marks_[at] & ~BitsBefore(middle);
     marks_[at] &= BitsBefore(middle);
+    NoteMarks(at);
+    NoteMarks(at + 1);
 }
 
 template <typename Value>
@@ -219,6 +219,7 @@ template <typename Value>
 unsigned WindowMap<Value>::Vacate(std::size_t at, unsigned slot) {
     Block& block = blocks_[at];
     marks_[at] &= ~Bit(slot);
+    NoteMarks(at);
     if (slot - block.begin_ < block.Size() / 2) {
         MoveWithin(at, block.begin_, slot, block.begin_ + 1U);
         ++block.begin_;
@@ -258,6 +259,7 @@ void WindowMap<Value>::Join(std::size_t at) {
         marks_[at] |= (marks_[at + 1] & Bit(slot)) != 0 ? Bit(lower.end_) : 0;
         ++lower.end_;
     }
+    NoteMarks(at);
     RemoveBlock(at + 1);
 }
 
@@ -268,6 +270,7 @@ void WindowMap<Value>::AddBlock(std::size_t at, unsigned begin) {
         spares_.reserve(NbSparesFor(capacity) + 1);  // RemoveBlock adds before it counts
         firsts_.reserve(capacity);
         marks_.reserve(capacity);
+        markedBlocks_.Reserve(capacity);
         blocks_.reserve(capacity);  // the last, as its capacity stands for all
     }
     Block block;
@@ -283,6 +286,7 @@ void WindowMap<Value>::AddBlock(std::size_t at, unsigned begin) {
     blocks_.insert(blocks_.begin() + offset, std::move(block));
     firsts_.insert(firsts_.begin() + offset, Time::TimePoint());
     marks_.insert(marks_.begin() + offset, 0);
+    NoteMarksFrom(at);
 }
 
 template <typename Value>
@@ -292,6 +296,7 @@ void WindowMap<Value>::RemoveBlock(std::size_t at) {
     blocks_.erase(blocks_.begin() + offset);
     firsts_.erase(firsts_.begin() + offset);
     marks_.erase(marks_.begin() + offset);
+    NoteMarksFrom(at);
     while (spares_.size() > NbSparesFor(blocks_.size())) {
         spares_.pop_back();
     }
@@ -302,6 +307,7 @@ void WindowMap<Value>::Clear() {
     blocks_.clear();
     firsts_.clear();
     marks_.clear();
+    markedBlocks_.Resize(0);
     spares_.clear();
     size_ = 0;
 }
@@ -344,7 +350,7 @@ typename WindowMap<Value>::Iterator WindowMap<Value>::MarkedFrom(Iterator place)
     }
     Marks marks = marks_[at] & ~BitsBefore(place.slot_);
     if (marks == 0) {
-        at = MarkedBlockFrom(at + 1);
+        at = markedBlocks_.SetFrom(at + 1);
         if (at == blocks_.size()) {
             return end();
         }
@@ -358,7 +364,7 @@ typename WindowMap<Value>::Iterator WindowMap<Value>::MarkedBefore(Iterator plac
     std::size_t at = place.block_;
     Marks marks = at == blocks_.size() ? 0 : marks_[at] & BitsBefore(place.slot_);
     if (marks == 0) {
-        at = MarkedBlockBefore(at);
+        at = markedBlocks_.SetBefore(at);
         if (at == blocks_.size()) {
             return end();
         }
@@ -367,38 +373,13 @@ typename WindowMap<Value>::Iterator WindowMap<Value>::MarkedBefore(Iterator plac
     return {this, at, kNbSlots - 1 - static_cast<unsigned>(std::countl_zero(marks))};
 }
 
-/// The first block with a mark from `at` on; the number of blocks when there is none.
+/// To be called when blocks have come or gone at `at`, which moves all that follow.
 template <typename Value>
-std::size_t WindowMap<Value>::MarkedBlockFrom(std::size_t at) const {
-    const std::size_t nbBlocks = marks_.size();
-    while (at + kNbBlocksOfGroup <= nbBlocks && !HasMarks(at)) {
-        at += kNbBlocksOfGroup;
+void WindowMap<Value>::NoteMarksFrom(std::size_t at) {
+    markedBlocks_.Resize(blocks_.size());
+    for (; at < blocks_.size(); ++at) {
+        NoteMarks(at);
     }
-    while (at < nbBlocks && marks_[at] == 0) {
-        ++at;
-    }
-    return at;
-}
-
-/// The last block with a mark before `at`; the number of blocks when there is none.
-template <typename Value>
-std::size_t WindowMap<Value>::MarkedBlockBefore(std::size_t at) const {
-    while (at >= kNbBlocksOfGroup && !HasMarks(at - kNbBlocksOfGroup)) {
-        at -= kNbBlocksOfGroup;
-    }
-    while (at > 0 && marks_[at - 1] == 0) {
-        --at;
-    }
-    return at > 0 ? at - 1 : marks_.size();
-}
-
-/// Whether any of the group of blocks that begins at `groupAt` has a mark.
-template <typename Value>
-bool WindowMap<Value>::HasMarks(std::size_t groupAt) const {
-    // As numbers of 64 bits: half the reads.
-    std::array<std::uint64_t, kNbBlocksOfGroup * sizeof(Marks) / sizeof(std::uint64_t)> words;
-    std::memcpy(words.data(), &marks_[groupAt], sizeof(words));
-    return (words[0] | words[1] | words[2] | words[3]) != 0;
 }
 
 template <typename Value>
