@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 #if defined(__clang__)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
@@ -19,6 +20,8 @@ bool AllocationsAreCounted() {
 std::size_t NbAllocations() {
     return 0;
 }
+void FailNextAllocation() {
+}
 
 }  // namespace Tavrin::Player::Testing
 
@@ -27,9 +30,13 @@ std::size_t NbAllocations() {
 namespace {
 
 thread_local std::size_t nbAllocations = 0;
+thread_local bool nextFails = false;
 
 void* Allocate(std::size_t size) {
     ++nbAllocations;
+    if (std::exchange(nextFails, false)) {
+        throw std::bad_alloc();
+    }
     void* memory = std::malloc(size == 0 ? 1 : size);
     if (memory == nullptr) {
         throw std::bad_alloc();
@@ -65,6 +72,9 @@ bool AllocationsAreCounted() {
 }
 std::size_t NbAllocations() {
     return nbAllocations;
+}
+void FailNextAllocation() {
+    nextFails = true;
 }
 
 }  // namespace Tavrin::Player::Testing

@@ -12,4 +12,8 @@ bool AllocationsAreCounted();
 /// uses. Needs AllocationCount.cpp, which replaces the global operator new.
 std::size_t NbAllocations();
 
+/// Has the calling thread's next request for dynamic memory throw `std::bad_alloc`. Without effect in a build
+/// that does not count.
+void FailNextAllocation();
+
 }  // namespace Tavrin::Player::Testing
