@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <mutex>
 
+#include "Player/BriefLock.h"
 #include "Player/SegmentedFifo.h"
 
 namespace Tavrin::Player {
@@ -33,25 +34,25 @@ public:
     /// finds the entry unless somebody else took it first. `wake` takes no lock of a queue.
     template <typename Wake>
     void Push(const Entry& entry, Wake wake) {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const BriefLock lock(mutex_);
         queue_.Push(entry);
         wake();
     }
 
     /// Assigns the oldest entry to `out` and removes it; false, with `out` untouched, when there is none.
     bool Pop(Entry& out) {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const BriefLock lock(mutex_);
         return queue_.Pop(out);
     }
 
     std::size_t GetSize() {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const BriefLock lock(mutex_);
         return queue_.GetSize();
     }
 
     /// Drops all entries and gives all memory back.
     void Clear() {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const BriefLock lock(mutex_);
         queue_.Clear();
     }
 
