@@ -18,9 +18,10 @@ constexpr const char* kFile = "Player/DecodeThread";
 constexpr std::size_t kNbRecordedTimes = 25;
 constexpr int kStatisticsMilliseconds = 1000;
 
-std::int64_t MillisecondsSince(std::chrono::steady_clock::time_point start) {
-    const auto elapsed = std::chrono::steady_clock::now() - start;
-    return std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count();
+using Moment = std::chrono::steady_clock::time_point;
+
+std::int64_t MillisecondsSince(Moment start, Moment end = std::chrono::steady_clock::now()) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(end - start).count();
 }
 
 }  // namespace
@@ -115,8 +116,8 @@ void DecodeThread::ProcessOrder(const DecodeOrder& order) {
     const auto start = std::chrono::steady_clock::now();
     const bool delivered = existingQueues->DecodeIfExists(order.queue_, decoder, order);
     // A null sample was delivered too when the decoder failed, so that counts as decoded here.
-    LogOutcome(order, delivered, MillisecondsSince(start));
-    decodingTimesMs_.Push(MillisecondsSince(start));
+    LogOutcome(order, delivered, start);
+    RecordTime(start);
 }
 
 void DecodeThread::ProcessOrderWithoutExistingQueues(const DecodeOrder& order) {
@@ -137,16 +138,21 @@ void DecodeThread::ProcessOrderWithoutExistingQueues(const DecodeOrder& order) {
 ISample* DecodeThread::DecodeTimed(ISampleDecoder& decoder, const DecodeOrder& order) {
     const auto start = std::chrono::steady_clock::now();
     ISample* const decoded = decoder.Decode(order);
-    decodingTimesMs_.Push(MillisecondsSince(start));
-    LogOutcome(order, decoded != nullptr, MillisecondsSince(start));
+    RecordTime(start);
+    LogOutcome(order, decoded != nullptr, start);
     return decoded;
 }
 
-void DecodeThread::LogOutcome(const DecodeOrder& order, bool decoded, std::int64_t milliseconds) {
+void DecodeThread::RecordTime(Moment start) {
+    const Moment end = std::chrono::steady_clock::now();
+    decodingTimesMs_.Push(MillisecondsSince(start, end), end);
+}
+
+void DecodeThread::LogOutcome(const DecodeOrder& order, bool decoded, Moment start) {
     const void* const self = this;
     if (decoded) {
         TAVRIN_LOG(logger_, Level_Trace, kFile, "Thread ", self, ": ", "decoded sample at ", order.orderTp_,
-                   ": in ", milliseconds, " ms");
+                   ": in ", MillisecondsSince(start), " ms");
     } else {
         TAVRIN_LOG(logger_, Level_Warning, kFile, "Thread ", self, ": ", "could NOT decode sample at ",
                    order.orderTp_);

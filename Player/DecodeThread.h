@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 
 #include "Logging/ILogger.h"
@@ -92,7 +93,8 @@ private:
     void DequeueAndDecodeThread();
     ISampleDecoder* DecoderFor(const DecodeOrder& order);
     ISample* DecodeTimed(ISampleDecoder& decoder, const DecodeOrder& order);
-    void LogOutcome(const DecodeOrder& order, bool decoded, std::int64_t milliseconds);
+    void RecordTime(std::chrono::steady_clock::time_point start);
+    void LogOutcome(const DecodeOrder& order, bool decoded, std::chrono::steady_clock::time_point start);
 
     RoundRobinQueues<DecodeOrderQueue> decodeOrderQueues_;
     std::atomic<ExistingCacheUpdateQueues*> existingQueues_ = nullptr;

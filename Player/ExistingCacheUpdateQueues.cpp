@@ -1,6 +1,5 @@
 #include "Player/ExistingCacheUpdateQueues.h"
 
-#include <algorithm>
 #include <boost/thread/locks.hpp>
 #include <stdexcept>
 #include <string>
@@ -64,17 +63,12 @@ private:
 
 void ExistingCacheUpdateQueues::InsertExistingQueue(CacheUpdateQueue* queue) {
     const ExclusiveAccess access(*this, "InsertExistingQueue");
-    if (!IsRegistered(queue)) {
-        queues_.push_back(queue);
-    }
+    queues_.insert(queue);
 }
 
 void ExistingCacheUpdateQueues::RemoveExistingQueue(CacheUpdateQueue* queue) {
     const ExclusiveAccess access(*this, "RemoveExistingQueue");
-    const auto found = std::find(queues_.begin(), queues_.end(), queue);
-    if (found != queues_.end()) {
-        queues_.erase(found);
-    }
+    queues_.erase(queue);
 }
 
 bool ExistingCacheUpdateQueues::Exists(CacheUpdateQueue* queue) {
@@ -111,7 +105,7 @@ bool ExistingCacheUpdateQueues::DecodeIfExists(CacheUpdateQueue* queue, ISampleD
 }
 
 bool ExistingCacheUpdateQueues::IsRegistered(CacheUpdateQueue* queue) const {
-    return std::find(queues_.begin(), queues_.end(), queue) != queues_.end();
+    return queues_.count(queue) != 0;
 }
 
 }  // namespace Tavrin::Player

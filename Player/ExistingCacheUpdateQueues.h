@@ -2,7 +2,7 @@
 
 #include <boost/thread/shared_mutex.hpp>
 #include <mutex>
-#include <vector>
+#include <unordered_set>
 
 #include "Player/CacheUpdateQueue.h"
 #include "Player/DecodeOrder.h"
@@ -29,6 +29,7 @@ namespace Tavrin::Player {
 /// `InsertExistingQueue` and `RemoveExistingQueue` there would wait for themselves and throw
 /// `std::logic_error` instead.
 /// *Ownership:* does not own the queues and never touches them but to push.
+/// *Cost:* hardly depends on how many queues are registered.
 class TAVRIN_PLAYER_EXPORT ExistingCacheUpdateQueues {
 public:
     ExistingCacheUpdateQueues() = default;
@@ -70,7 +71,8 @@ private:
     /// who come back at once from overtaking it.
     std::mutex entrance_;
     boost::shared_mutex access_;
-    std::vector<CacheUpdateQueue*> queues_;
+    /// By address: nothing depends on the order of registration.
+    std::unordered_set<CacheUpdateQueue*> queues_;
 };
 
 }  // namespace Tavrin::Player

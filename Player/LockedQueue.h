@@ -2,7 +2,9 @@
 
 #include <cstddef>
 #include <mutex>
-#include <queue>
+
+#include "Player/BriefLock.h"
+#include "Player/SegmentedFifo.h"
 
 namespace Tavrin::Player {
 
@@ -11,8 +13,10 @@ namespace Tavrin::Player {
 ///
 /// *Threads:* thread-safe, for any number of producers and consumers.
 /// *Blocking:* never beyond the short internal lock; `Pop` does not wait for entries.
-/// *Memory:* what a thread did before `Push` is visible to the thread whose `Pop` takes that entry.
-/// *Errors:* if copying an entry throws, the queue is unchanged.
+/// *Memory:* what a thread did before `Push` is visible to the thread whose `Pop` takes that entry. Storage is
+/// reused: a queue that has been as full as it usually is allocates no more, and one that stays much emptier
+/// than it once was gives memory back (see `SegmentedFifo`).
+/// *Errors:* if copying an entry or getting memory for it throws, the queue is unchanged.
 template <typename Entry>
 class LockedQueue {
 public:
@@ -30,37 +34,31 @@ public:
     /// finds the entry unless somebody else took it first. `wake` takes no lock of a queue.
     template <typename Wake>
     void Push(const Entry& entry, Wake wake) {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        queue_.push(entry);
+        const BriefLock lock(mutex_);
+        queue_.Push(entry);
         wake();
     }
 
     /// Assigns the oldest entry to `out` and removes it; false, with `out` untouched, when there is none.
     bool Pop(Entry& out) {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        if (queue_.empty()) {
-            return false;
-        }
-        out = queue_.front();
-        queue_.pop();
-        return true;
+        const BriefLock lock(mutex_);
+        return queue_.Pop(out);
     }
 
     std::size_t GetSize() {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        return queue_.size();
+        const BriefLock lock(mutex_);
+        return queue_.GetSize();
     }
 
+    /// Drops all entries and gives all memory back.
     void Clear() {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        while (!queue_.empty()) {
-            queue_.pop();
-        }
+        const BriefLock lock(mutex_);
+        queue_.Clear();
     }
 
 private:
     std::mutex mutex_;
-    std::queue<Entry> queue_;
+    SegmentedFifo<Entry> queue_;
 };
 
 }  // namespace Tavrin::Player

@@ -77,9 +77,9 @@ bool PreloadWorker::ProcessOrder(const PreloadOrder& order) {
     try {
         const auto start = std::chrono::steady_clock::now();
         const IPreloader::PreloadResult result = preloader->Preload(order);
-        const auto elapsed = std::chrono::steady_clock::now() - start;
-        const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(elapsed);
-        preloadingTimesMs_.Push(ms.count());
+        const auto end = std::chrono::steady_clock::now();
+        const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(end - start);
+        preloadingTimesMs_.Push(ms.count(), end);
         LogPreload(order, result, ms.count());
         return true;
     } catch (const std::exception& e) {

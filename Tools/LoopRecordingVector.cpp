@@ -17,7 +17,11 @@ void LoopRecordingVector::Resize(std::size_t size) {
 }
 
 void LoopRecordingVector::Push(std::int64_t value) {
-    const Record record{value, std::chrono::steady_clock::now()};
+    Push(value, std::chrono::steady_clock::now());
+}
+
+void LoopRecordingVector::Push(std::int64_t value, std::chrono::steady_clock::time_point now) {
+    const Record record{value, now};
     const std::lock_guard<std::mutex> lock(mutex_);
     if (records_.size() < capacity_) {
         records_.push_back(record);

@@ -30,6 +30,9 @@ public:
     /// Records one value, now, and drops the oldest when the ring is full.
     void Push(std::int64_t value);
 
+    /// As above, for a caller that has just read the clock: `now` is that moment.
+    void Push(std::int64_t value, std::chrono::steady_clock::time_point now);
+
     /// The mean of the values still held that were pushed within the last `milliseconds`; 0.0 when there
     /// are none.
     double AverageSince(int milliseconds) const;

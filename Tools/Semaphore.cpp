@@ -17,11 +17,53 @@ void RefuseNegative(const char* operation, int count) {
 
 }  // namespace
 
+/// From construction on `units_` is odd, so that everybody else comes to the mutex, and the count is a plain
+/// number; it is published again at the end, or before a wait.
+class Semaphore::Exclusive {
+public:
+    explicit Exclusive(Semaphore& semaphore)
+        : semaphore_(semaphore),
+          lock_(semaphore.mutex_),
+          value_(static_cast<int>(semaphore.units_.fetch_or(1) / 2)) {}
+    Exclusive(const Exclusive&) = delete;
+    Exclusive& operator=(const Exclusive&) = delete;
+    ~Exclusive() {
+        if (lock_.owns_lock()) {
+            Publish();
+        }
+    }
+
+    int Value() const { return value_; }
+    void Set(int value) { value_ = value; }
+    void Take(int count) { value_ -= count; }
+
+    void Add(int count) {
+        const int room = std::numeric_limits<int>::max() - value_;
+        value_ += count < room ? count : room;
+    }
+
+    /// Waits, and leaves the count to others from then on: whoever served `waiter` has settled it.
+    void WaitUntilServed(Waiter& waiter) {
+        Publish();
+        waiter.wake_.wait(lock_, [&waiter] { return waiter.granted_ || waiter.recalled_; });
+        lock_.unlock();
+    }
+
+private:
+    void Publish() {
+        semaphore_.units_.store(std::int64_t{value_} * 2 + (semaphore_.first_ != nullptr ? 1 : 0));
+    }
+
+    Semaphore& semaphore_;
+    std::unique_lock<std::mutex> lock_;
+    int value_;
+};
+
 void Semaphore::Setup(int count) {
     RefuseNegative("Setup", count);
-    const std::lock_guard<std::mutex> lock(mutex_);
-    value_ = count;
-    GrantInOrder();
+    Exclusive units(*this);
+    units.Set(count);
+    GrantInOrder(units);
 }
 
 void Semaphore::Wait() {
@@ -30,32 +72,66 @@ void Semaphore::Wait() {
 
 void Semaphore::Wait(int count) {
     RefuseNegative("Wait", count);
-    std::unique_lock<std::mutex> lock(mutex_);
-    Block(lock, count, false);
+    if (count == 0 || TryTake(count)) {
+        return;
+    }
+    Exclusive units(*this);
+    Waiter self;
+    self.needed_ = count;
+    Block(units, self);
 }
 
 bool Semaphore::WaitUnlessRecalled(std::uint64_t nbRecallsSeen) {
-    std::unique_lock<std::mutex> lock(mutex_);
     if (nbRecalls_.load() != nbRecallsSeen) {
         return false;
     }
-    return Block(lock, 1, true);
-}
-
-bool Semaphore::Block(std::unique_lock<std::mutex>& lock, int count, bool recallable) {
-    if (first_ == nullptr && value_ >= count) {
-        value_ -= count;
+    if (TryTake(1)) {
         return true;
     }
-    if (count == 0) {
-        return true;
+    Exclusive units(*this);
+    // Looked at again now that `units_` is odd: a `Recall` counts first and then looks whether it is odd, so
+    // either it finds this thread in the line or this thread finds its count.
+    if (nbRecalls_.load() != nbRecallsSeen) {
+        return false;
     }
     Waiter self;
-    self.needed_ = count;
-    self.recallable_ = recallable;
-    Append(self);
-    self.wake_.wait(lock, [&self] { return self.granted_ || self.recalled_; });
+    self.needed_ = 1;
+    self.recallable_ = true;
+    self.nbRecallsSeen_ = nbRecallsSeen;
+    Block(units, self);
     return self.granted_;
+}
+
+/// Takes the units if they are there and nobody waits.
+bool Semaphore::TryTake(int count) {
+    std::int64_t units = units_.load();
+    while (units % 2 == 0 && units / 2 >= count) {
+        if (units_.compare_exchange_weak(units, units - std::int64_t{count} * 2)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// Adds the units if nobody waits and the count does not reach its highest value.
+bool Semaphore::TryAdd(int count) {
+    std::int64_t units = units_.load();
+    while (units % 2 == 0 && units / 2 < std::numeric_limits<int>::max() - count) {
+        if (units_.compare_exchange_weak(units, units + std::int64_t{count} * 2)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void Semaphore::Block(Exclusive& units, Waiter& self) {
+    if (first_ == nullptr && units.Value() >= self.needed_) {
+        units.Take(self.needed_);
+        self.granted_ = true;
+        return;
+    }
+    Append(self);
+    units.WaitUntilServed(self);
 }
 
 void Semaphore::Append(Waiter& waiter) {
@@ -63,10 +139,10 @@ void Semaphore::Append(Waiter& waiter) {
     last_ = &waiter;
 }
 
-void Semaphore::GrantInOrder() {
-    while (first_ != nullptr && value_ >= first_->needed_) {
+void Semaphore::GrantInOrder(Exclusive& units) {
+    while (first_ != nullptr && units.Value() >= first_->needed_) {
         Waiter& waiter = *first_;
-        value_ -= waiter.needed_;
+        units.Take(waiter.needed_);
         first_ = waiter.next_;
         if (first_ == nullptr) {
             last_ = nullptr;
@@ -83,20 +159,25 @@ void Semaphore::Signal() {
 
 void Semaphore::Signal(int count) {
     RefuseNegative("Signal", count);
-    const std::lock_guard<std::mutex> lock(mutex_);
-    const int room = std::numeric_limits<int>::max() - value_;
-    value_ += count < room ? count : room;
-    GrantInOrder();
+    if (TryAdd(count)) {
+        return;
+    }
+    Exclusive units(*this);
+    units.Add(count);
+    GrantInOrder(units);
 }
 
 int Semaphore::GetValue() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return value_;
+    return static_cast<int>(units_.load() / 2);
 }
 
 std::uint64_t Semaphore::Recall() {
-    const std::lock_guard<std::mutex> lock(mutex_);
     const std::uint64_t nbRecalls = nbRecalls_.fetch_add(1) + 1;
+    if (units_.load() % 2 == 0) {
+        // Nobody waits, and who is about to will see the count: there is nobody to wake.
+        return nbRecalls;
+    }
+    Exclusive units(*this);
     Waiter* waiter = first_;
     first_ = nullptr;
     last_ = nullptr;
@@ -104,7 +185,7 @@ std::uint64_t Semaphore::Recall() {
         Waiter& current = *waiter;
         waiter = current.next_;
         current.next_ = nullptr;
-        if (current.recallable_) {
+        if (current.recallable_ && current.nbRecallsSeen_ != nbRecalls_.load()) {
             current.recalled_ = true;
             current.wake_.notify_one();
         } else {
@@ -112,7 +193,7 @@ std::uint64_t Semaphore::Recall() {
         }
     }
     // A waiter for many units may have stood before others that the free units can serve.
-    GrantInOrder();
+    GrantInOrder(units);
     return nbRecalls;
 }
 

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <mutex>
 
@@ -64,21 +65,37 @@ private:
     struct Waiter {
         int needed_ = 0;
         bool recallable_ = false;
+        std::uint64_t nbRecallsSeen_ = 0;
         bool granted_ = false;
         bool recalled_ = false;
         Waiter* next_ = nullptr;
         std::condition_variable wake_;
     };
 
-    bool Block(std::unique_lock<std::mutex>& lock, int count, bool recallable);
-    void GrantInOrder();
+    /// The count to itself, for as long as it exists.
+    class Exclusive;
+
+    bool TryTake(int count);
+    bool TryAdd(int count);
+    void Block(Exclusive& units, Waiter& self);
+    void GrantInOrder(Exclusive& units);
     void Append(Waiter& waiter);
 
-    mutable std::mutex mutex_;
-    int value_ = 0;
+    /// What producers and workers write at different rates stands on different cache lines: a push must not
+    /// take the line away that every look of a worker reads.
+    static constexpr std::size_t kCacheLine = 64;
+
+    alignas(kCacheLine) std::atomic<std::uint64_t> nbRecalls_ = 0;
+
+    /// Twice the number of free units, plus one while somebody waits or holds `mutex_`. While it is even,
+    /// units are added and taken by changing this word alone: with nobody in the line there is nobody to wake
+    /// and nobody to overtake, so the result is that of the line. While it is odd, only the holder of
+    /// `mutex_` changes it.
+    alignas(kCacheLine) std::atomic<std::int64_t> units_ = 0;
+
+    std::mutex mutex_;  ///< Guards the line.
     Waiter* first_ = nullptr;
     Waiter* last_ = nullptr;
-    std::atomic<std::uint64_t> nbRecalls_ = 0;
 };
 
 }  // namespace Tavrin::Tools

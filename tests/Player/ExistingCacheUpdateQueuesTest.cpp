@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -21,6 +22,7 @@
 #include "Player/ISampleDecoder.h"
 #include "Player/Support/CountedSample.h"
 #include "Player/Support/Moments.h"
+#include "Player/Support/Random.h"
 #include "Player/Support/Waiting.h"
 
 namespace Tavrin::Player {
@@ -128,6 +130,31 @@ TEST_F(Registry, NullQueueIsRegisteredLikeAnyOtherButNothingIsDeliveredToIt) {
     EXPECT_FALSE(registry_.PushIfExists(nullptr, Output()));
     registry_.RemoveExistingQueue(nullptr);
     EXPECT_FALSE(registry_.Exists(nullptr));
+}
+
+/// Registered and unregistered at random, and compared with a plain list after every step.
+TEST_F(Registry, AnswersAsAPlainListOfQueuesDoes) {
+    Testing::Random random(Testing::TestSeed());
+    std::vector<CacheUpdateQueue> queues(300);
+    std::vector<const CacheUpdateQueue*> literal;
+    for (int step = 0; step < 5000; ++step) {
+        auto& queue = queues[static_cast<std::size_t>(random.Between(0, 299))];
+        const auto found = std::find(literal.begin(), literal.end(), &queue);
+        const bool isListed = found != literal.end();
+        ASSERT_EQ(registry_.Exists(&queue), isListed);
+        ASSERT_EQ(registry_.PushIfExists(&queue, Output()), isListed);
+        Output popped;
+        ASSERT_EQ(queue.Pop(popped), isListed);
+        if (random.Chance(50)) {
+            registry_.InsertExistingQueue(&queue);
+            if (!isListed) {
+                literal.push_back(&queue);
+            }
+        } else if (isListed) {
+            registry_.RemoveExistingQueue(&queue);
+            literal.erase(found);
+        }
+    }
 }
 
 TEST_F(Registry, DestructionNeverTouchesTheQueues) {

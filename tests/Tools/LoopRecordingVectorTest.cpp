@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <limits>
 #include <thread>
 
@@ -71,6 +72,16 @@ TEST(LoopRecordingVector, OnlyValuesOfTheLastMillisecondsCount) {
     std::this_thread::sleep_for(std::chrono::milliseconds(30));
     EXPECT_EQ(ring.AverageSince(10), 0.0);
     EXPECT_EQ(ring.AverageSince(kLong), 100.0);
+}
+
+TEST(LoopRecordingVector, ValueIsAsOldAsTheMomentHandedOverWithIt) {
+    LoopRecordingVector ring;
+    ring.Resize(3);
+    const auto now = std::chrono::steady_clock::now();
+    ring.Push(100, now - std::chrono::hours(1));
+    ring.Push(200, now);
+    EXPECT_EQ(ring.AverageSince(kLong), 200.0);
+    EXPECT_EQ(ring.AverageSince(2 * 3600 * 1000), 150.0);
 }
 
 TEST(LoopRecordingVector, HugeValuesDoNotOverflowTheSum) {

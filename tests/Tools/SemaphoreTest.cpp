@@ -4,9 +4,11 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <future>
 #include <limits>
 #include <mutex>
+#include <random>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -249,6 +251,96 @@ TEST(Semaphore, NoUnitIsLostOrMadeUnderLoad) {
         thread.join();
     }
     EXPECT_EQ(semaphore.GetValue(), 0);
+}
+
+/// Units go through the line when somebody stands in it and past it otherwise: the sums must be those of a
+/// plain number either way.
+TEST(Semaphore, CountsAsAPlainNumberDoes) {
+    Semaphore semaphore;
+    std::int64_t literal = 0;
+    std::uint64_t nbRecalls = 0;
+    std::mt19937 random(20'260'101);
+    for (int step = 0; step < 20000; ++step) {
+        const int count = static_cast<int>(random() % 5);
+        switch (random() % 5) {
+            case 0:
+                semaphore.Signal(count);
+                literal += count;
+                break;
+            case 1:
+                if (literal >= count) {
+                    semaphore.Wait(count);
+                    literal -= count;
+                }
+                break;
+            case 2:
+                ASSERT_EQ(semaphore.Recall(), ++nbRecalls);
+                break;
+            case 3:
+                if (literal > 0) {
+                    const bool isUpToDate = random() % 2 == 0;
+                    ASSERT_EQ(semaphore.WaitUnlessRecalled(isUpToDate ? nbRecalls : nbRecalls + 1),
+                              isUpToDate);
+                    literal -= isUpToDate ? 1 : 0;
+                }
+                break;
+            default:
+                if (random() % 100 == 0) {
+                    semaphore.Setup(count);
+                    literal = count;
+                }
+                break;
+        }
+        ASSERT_EQ(semaphore.GetValue(), literal);
+        ASSERT_EQ(semaphore.NbRecalls(), nbRecalls);
+    }
+}
+
+TEST(Semaphore, NeitherARecallNorAUnitIsMissedUnderLoad) {
+    constexpr int kWaiters = 3;
+    constexpr int kRounds = 20000;
+    Semaphore semaphore;
+    std::atomic<int> nbTaken = 0;
+    std::atomic<bool> over = false;
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < kWaiters; ++i) {
+        waiters.emplace_back([&] {
+            for (;;) {
+                const auto seen = semaphore.NbRecalls();
+                if (over) {
+                    return;
+                }
+                // A recall after `seen` was read ends this, or it would never end.
+                nbTaken += semaphore.WaitUnlessRecalled(seen) ? 1 : 0;
+            }
+        });
+    }
+    for (int round = 0; round < kRounds; ++round) {
+        semaphore.Signal();
+        if (round % 3 == 0) {
+            semaphore.Recall();
+        }
+    }
+    while (nbTaken < kRounds) {
+        std::this_thread::yield();
+    }
+    over = true;
+    semaphore.Recall();
+    for (std::thread& waiter : waiters) {
+        waiter.join();
+    }
+    EXPECT_EQ(nbTaken, kRounds);
+    EXPECT_EQ(semaphore.GetValue(), 0);
+}
+
+TEST(Semaphore, CountThatReachesTheHighestIntIsTakenFromAsBefore) {
+    Semaphore semaphore;
+    semaphore.Setup(std::numeric_limits<int>::max());
+    semaphore.Signal();
+    semaphore.Wait(2);
+    EXPECT_EQ(semaphore.GetValue(), std::numeric_limits<int>::max() - 2);
+    semaphore.Signal(std::numeric_limits<int>::max());
+    EXPECT_EQ(semaphore.GetValue(), std::numeric_limits<int>::max());
 }
 
 TEST(Semaphore, WhatWasDoneBeforeSignalIsSeenAfterWait) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 #if defined(__clang__)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
@@ -25,6 +26,8 @@ std::size_t NbAllocations() {
 std::int64_t LiveBytes() {
     return 0;
 }
+void FailNextAllocation() {
+}
 
 }  // namespace Tavrin::Player::Testing
 
@@ -34,8 +37,13 @@ namespace {
 
 thread_local std::size_t nbAllocations = 0;
 thread_local std::int64_t liveBytes = 0;
+thread_local bool nextFails = false;
 
 void* Count(void* memory) {
+    if (std::exchange(nextFails, false)) {
+        std::free(memory);
+        throw std::bad_alloc();
+    }
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
@@ -108,6 +116,9 @@ std::size_t NbAllocations() {
 }
 std::int64_t LiveBytes() {
     return liveBytes;
+}
+void FailNextAllocation() {
+    nextFails = true;
 }
 
 }  // namespace Tavrin::Player::Testing

@@ -18,4 +18,8 @@ std::size_t NbAllocations();
 /// thread makes and lets go of all of it.
 std::int64_t LiveBytes();
 
+/// Has the calling thread's next request for dynamic memory throw `std::bad_alloc`. Without effect in a build
+/// that does not count.
+void FailNextAllocation();
+
 }  // namespace Tavrin::Player::Testing
