@@ -83,9 +83,9 @@ bool PreloadWorker::ProcessOrder(const PreloadOrder& order) {
         LogPreload(order, result, ms.count());
         return true;
     } catch (const std::exception& e) {
-        LogFailure(order, e.what());
+        LogFailure(order, &e);
     } catch (...) {
-        LogFailure(order, "unknown exception");
+        LogFailure(order, nullptr);
     }
     return false;
 }
@@ -103,10 +103,12 @@ void PreloadWorker::LogPreload(const PreloadOrder& order, IPreloader::PreloadRes
     }
 }
 
-void PreloadWorker::LogFailure(const PreloadOrder& order, const char* what) noexcept {
+/// `e` is null for what is no standard exception. It is asked what it says only when that is written.
+void PreloadWorker::LogFailure(const PreloadOrder& order, const std::exception* e) noexcept {
     try {
         TAVRIN_LOG(logger_, Level_Warning, kind_.file_, "Could not preload aligned order on ",
-                   order.id_.ToString(), " at ", order.tp_, ": ", what);
+                   order.id_.ToString(), " at ", order.tp_, ": ",
+                   e != nullptr ? e->what() : "unknown exception");
     } catch (...) {
         // The logger itself fails, so there is nobody left to tell; the worker goes on all the same.
         return;

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 
 #include "Logging/ILogger.h"
 #include "Player/IPreloadThread.h"
@@ -61,7 +62,7 @@ protected:
 
 private:
     void LogPreload(const PreloadOrder& order, IPreloader::PreloadResult result, std::int64_t milliseconds);
-    void LogFailure(const PreloadOrder& order, const char* what) noexcept;
+    void LogFailure(const PreloadOrder& order, const std::exception* e) noexcept;
 
     const Kind kind_;
     Tools::Semaphore& wakeUp_;
