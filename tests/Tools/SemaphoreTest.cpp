@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <future>
 #include <limits>
+#include <memory>
 #include <mutex>
 #include <random>
 #include <stdexcept>
@@ -28,6 +29,20 @@ bool IsDone(const std::future<void>& future) {
 
 bool Finishes(const std::future<void>& future) {
     return future.wait_for(kDeadline) == std::future_status::ready;
+}
+
+/// Runs `wait` on a thread of its own, and returns when that thread is about to begin: on a busy machine it
+/// may take longer to start than `kNotYet`.
+template <typename WaitFunction>
+std::future<void> Begin(WaitFunction wait) {
+    auto began = std::make_shared<std::promise<void>>();
+    std::future<void> hasBegun = began->get_future();
+    std::future<void> waiter = std::async(std::launch::async, [began, wait] {
+        began->set_value();
+        wait();
+    });
+    hasBegun.wait();
+    return waiter;
 }
 
 TEST(Semaphore, BeginsWithoutUnits) {
@@ -63,7 +78,7 @@ TEST(Semaphore, FormsWithACountTakeAndAddThatMany) {
 
 TEST(Semaphore, WaitBlocksUntilSignalled) {
     Semaphore semaphore;
-    const auto waiter = std::async(std::launch::async, [&] { semaphore.Wait(); });
+    const auto waiter = Begin([&] { semaphore.Wait(); });
     EXPECT_FALSE(IsDone(waiter));
     semaphore.Signal();
     EXPECT_TRUE(Finishes(waiter));
@@ -72,7 +87,7 @@ TEST(Semaphore, WaitBlocksUntilSignalled) {
 
 TEST(Semaphore, WaitForSeveralTakesThemOnlyTogether) {
     Semaphore semaphore;
-    const auto waiter = std::async(std::launch::async, [&] { semaphore.Wait(3); });
+    const auto waiter = Begin([&] { semaphore.Wait(3); });
     semaphore.Signal(2);
     EXPECT_FALSE(IsDone(waiter));
     semaphore.Signal();
@@ -82,7 +97,7 @@ TEST(Semaphore, WaitForSeveralTakesThemOnlyTogether) {
 
 TEST(Semaphore, WaitForNoneReturnsAtOnceEvenBehindAWaiter) {
     Semaphore semaphore;
-    const auto waiter = std::async(std::launch::async, [&] { semaphore.Wait(); });
+    const auto waiter = Begin([&] { semaphore.Wait(); });
     EXPECT_FALSE(IsDone(waiter));
     semaphore.Wait(0);
     semaphore.Signal();
@@ -91,7 +106,7 @@ TEST(Semaphore, WaitForNoneReturnsAtOnceEvenBehindAWaiter) {
 
 TEST(Semaphore, SetupServesWaiters) {
     Semaphore semaphore;
-    const auto waiter = std::async(std::launch::async, [&] { semaphore.Wait(2); });
+    const auto waiter = Begin([&] { semaphore.Wait(2); });
     EXPECT_FALSE(IsDone(waiter));
     semaphore.Setup(3);
     EXPECT_TRUE(Finishes(waiter));
@@ -125,7 +140,7 @@ public:
     explicit Line(Semaphore& semaphore) : semaphore_(semaphore) {}
 
     void Join(int name) {
-        waiters_.push_back(std::async(std::launch::async, [this, name] {
+        waiters_.push_back(Begin([this, name] {
             semaphore_.Wait();
             const std::lock_guard<std::mutex> lock(mutex_);
             served_.push_back(name);
@@ -174,10 +189,10 @@ TEST(Semaphore, OneSignalWakesOneWaiter) {
 
 TEST(Semaphore, NewcomerDoesNotOvertakeAWaiterForMore) {
     Semaphore semaphore;
-    const auto first = std::async(std::launch::async, [&] { semaphore.Wait(2); });
+    const auto first = Begin([&] { semaphore.Wait(2); });
     EXPECT_FALSE(IsDone(first));
     semaphore.Signal();
-    const auto second = std::async(std::launch::async, [&] { semaphore.Wait(); });
+    const auto second = Begin([&] { semaphore.Wait(); });
     EXPECT_FALSE(IsDone(second));
     semaphore.Signal();
     EXPECT_TRUE(Finishes(first));
@@ -190,9 +205,8 @@ TEST(Semaphore, RecallWakesEveryRecallableWaiterWithoutAUnit) {
     std::atomic<int> nbUnits = 0;
     std::vector<std::future<void>> waiters;
     for (int i = 0; i < 3; ++i) {
-        waiters.push_back(std::async(std::launch::async, [&, seen = semaphore.NbRecalls()] {
-            nbUnits += semaphore.WaitUnlessRecalled(seen) ? 1 : 0;
-        }));
+        waiters.push_back(Begin(
+            [&, seen = semaphore.NbRecalls()] { nbUnits += semaphore.WaitUnlessRecalled(seen) ? 1 : 0; }));
         EXPECT_FALSE(IsDone(waiters.back()));
     }
     semaphore.Recall();
@@ -217,8 +231,7 @@ TEST(Semaphore, RecallLeavesPlainWaitersInTheirOrder) {
     Semaphore semaphore;
     Line line(semaphore);
     line.Join(0);
-    const auto recallable = std::async(
-        std::launch::async, [&, seen = semaphore.NbRecalls()] { semaphore.WaitUnlessRecalled(seen); });
+    const auto recallable = Begin([&, seen = semaphore.NbRecalls()] { semaphore.WaitUnlessRecalled(seen); });
     EXPECT_FALSE(IsDone(recallable));
     line.Join(1);
     semaphore.Recall();
