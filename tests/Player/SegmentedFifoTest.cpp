@@ -18,6 +18,7 @@ namespace {
 using Testing::AllocationsAreCounted;
 using Testing::NbAllocations;
 
+// NOLINTBEGIN(readability-identifier-naming): the names that a clock of the standard has
 /// A clock that the test advances.
 struct HandClock {
     using duration = std::chrono::seconds;
@@ -27,6 +28,7 @@ struct HandClock {
 
     static inline int second_ = 0;
 };
+// NOLINTEND(readability-identifier-naming)
 
 using Fifo = SegmentedFifo<int, HandClock>;
 constexpr auto kPerSegment = static_cast<int>(Fifo::kNbEntriesPerSegment);
