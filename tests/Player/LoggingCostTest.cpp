@@ -43,7 +43,6 @@ using Testing::SampleCensus;
 using Testing::ScopedLoggerName;
 using Testing::ScriptedStream;
 using Testing::StartOf;
-using Testing::Track;
 using Testing::UncountedSample;
 using Time::Ratio;
 using Time::TimePoint;

@@ -37,7 +37,6 @@ namespace {
 using namespace qor::kp::logging;
 using Clock = std::chrono::steady_clock;
 using Testing::Sec;
-using Testing::StartOf;
 using Time::TimePoint;
 
 const SampleRate kRate(25, 1);
