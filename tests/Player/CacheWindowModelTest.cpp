@@ -308,9 +308,10 @@ private:
         const std::vector<TimePoint> missing = KeysOf(Cache::Missing);
         pair_.EraseAfter(first, Cache::Missing);
         const std::int64_t end = last.SampleNumber(Rate());
-        for (std::int64_t number = first.SampleNumber(Rate());
-             number < end && Model().All().size() < nb && number - end > -100'000; ++number) {
-            if (std::find(missing.begin(), missing.end(), At(number)) == missing.end()) {
+        std::int64_t number = first.SampleNumber(Rate());
+        // Bounded, for the two ends of the window may be centuries apart.
+        for (int i = 0; i < 10'000 && number < end && Model().All().size() < nb; ++i, ++number) {
+            if (!std::binary_search(missing.begin(), missing.end(), At(number))) {
                 pair_.Insert(At(number));
             }
         }
