@@ -283,10 +283,11 @@ private:
 
     /// Asks again for what is not there between the first entry and the last.
     void RefillHoles() {
-        const std::int64_t first = Model().GetFirstEntry().SampleNumber(Rate());
         const std::int64_t last = Model().GetLastEntry().SampleNumber(Rate());
+        std::int64_t number = Model().GetFirstEntry().SampleNumber(Rate());
         std::vector<TimePoint> tps;
-        for (std::int64_t number = first; number < last && tps.size() < 800; ++number) {
+        // Bounded, for at the end of time many numbers start at the same moment.
+        for (int i = 0; i < 10'000 && number < last && tps.size() < 800; ++i, ++number) {
             if (Model().All().count(At(number)) == 0 && random_.Chance(80)) {
                 tps.push_back(At(number));
             }
