@@ -37,13 +37,13 @@ template <typename Value>
 class WindowMap {
 public:
     /// A place in the map: that of an entry, or the end. Any insertion or removal invalidates it.
-    template <bool isConst>
+    template <bool IsConst>
     class Place {
-        using Map = std::conditional_t<isConst, const WindowMap, WindowMap>;
+        using Map = std::conditional_t<IsConst, const WindowMap, WindowMap>;
 
     public:
         const Time::TimePoint& Key() const { return Slots().keys_[slot_]; }
-        std::conditional_t<isConst, const Value&, Value&> Get() const { return Slots().values_[slot_]; }
+        std::conditional_t<IsConst, const Value&, Value&> Get() const { return Slots().values_[slot_]; }
 
         /// The entry of a place is asked of the place: this is for range-based loops.
         const Place& operator*() const { return *this; }
