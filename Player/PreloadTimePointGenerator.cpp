@@ -10,7 +10,6 @@
 
 namespace Tavrin::Player {
 
-using Time::Ratio;
 using Time::TimePoint;
 
 namespace {
