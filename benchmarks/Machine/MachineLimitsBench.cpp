@@ -82,7 +82,7 @@ public:
     std::int64_t MeasureWake() {
         WaitUntilAsleep(id_);
         const std::uint32_t next = generation_.load() + 1;
-        const std::int64_t pushed = NowNanoseconds();
+        const std::int64_t pushed = SteadyNanoseconds();
         Wake(next);
         while (woken_.load() != next) {
             std::this_thread::yield();
@@ -103,7 +103,7 @@ private:
             syscall(SYS_futex, &generation_, FUTEX_WAIT_PRIVATE, seen, nullptr, nullptr, 0);
             const std::uint32_t generation = generation_.load();
             if (generation != seen) {
-                wokenAt_ = NowNanoseconds();
+                wokenAt_ = SteadyNanoseconds();
                 seen = generation;
                 woken_.store(seen);
             }

@@ -107,8 +107,8 @@ double BytesAfterClear() {
 
 /// One line of the report; every one but the last ends in a comma.
 void Print(const std::string& name, double literal, double engine, const char* end = ",") {
-    std::cout << "  {\"case\": \"Memory: " << name << "\", \"literal\": " << literal
-              << ", \"engine\": " << engine << "}" << end << "\n";
+    std::cout << R"(  {"case": "Memory: )" << name << R"(", "literal": )" << literal << R"(, "engine": )"
+              << engine << "}" << end << "\n";
 }
 
 void PrintAll() {

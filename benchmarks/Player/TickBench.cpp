@@ -49,10 +49,10 @@ private:
 };
 
 template <typename Kit>
-Results Play(std::size_t nbTracks, std::int64_t nbEntries, int nbTicks) {
+Results Play(std::size_t nbTracks, std::int64_t nbEntries, std::size_t nbTicks) {
     Wall<Kit> wall(nbTracks, nbEntries);
     Results results;
-    for (int i = 0; i < nbTicks; ++i) {
+    for (std::size_t i = 0; i < nbTicks; ++i) {
         wall.Answer();
         wall.Tick(Record(results));
     }
@@ -62,10 +62,11 @@ Results Play(std::size_t nbTracks, std::int64_t nbEntries, int nbTicks) {
 void Check(const Size& size) {
     // All tracks do the same, so that ten show what ten thousand do.
     const std::size_t nbTracks = std::min<std::size_t>(size.nbTracks_, 10);
-    const Results results = Play<LiteralKit>(nbTracks, size.nbEntries_, 50);
+    constexpr std::size_t nbTicks = 50;
+    const Results results = Play<LiteralKit>(nbTracks, size.nbEntries_, nbTicks);
     // The intake, the lookup, its sample, one proposal, the eviction: five for each track and tick.
-    Require(results.size() == 50 * 5 * nbTracks, "the number of results of a steady tick");
-    Require(results == Play<EngineKit>(nbTracks, size.nbEntries_, 50), "the results of a tick");
+    Require(results.size() == nbTicks * 5 * nbTracks, "the number of results of a steady tick");
+    Require(results == Play<EngineKit>(nbTracks, size.nbEntries_, nbTicks), "the results of a tick");
 }
 
 /// Builds the wall when the case is run first and keeps it: building a large one takes longer than all of its

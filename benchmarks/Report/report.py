@@ -64,7 +64,7 @@ LESS_THAN = {
 # Reported beside: an entry never takes more than this many times what the plain version takes for it.
 MEMORY_AT_MOST = 1.5
 
-CASE = re.compile(r"^(?P<case>.*) \[(?P<version>literal|engine|machine)\](/.*)?$")
+CASE = re.compile(r"^(?P<case>.*) \[(?P<version>literal|engine|machine)\](?P<suffix>/.*)?$")
 NANOSECONDS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
@@ -104,7 +104,8 @@ def costs(run: dict) -> dict:
     def note(case: str, version: str, cost: float) -> None:
         repetitions.setdefault(case, {}).setdefault(version, []).append(cost)
 
-    for entry in run["benchmarks"]:
+    # Interleaving has shuffled them: back into the order of the sources.
+    for entry in sorted(run["benchmarks"], key=lambda entry: entry["family_index"]):
         if entry.get("run_type") != "iteration":
             continue
         if entry.get("error_occurred"):
@@ -117,7 +118,10 @@ def costs(run: dict) -> dict:
             note(f"{case}, p50", version, entry["p50"])
             note(f"{case}, p99", version, entry["p99"])
         else:
-            cost = entry["real_time"] * NANOSECONDS[entry["time_unit"]]
+            # Where the case has measured nothing itself, the thread's own time: it does not grow while
+            # another process has the core.
+            own = "manual_time" in (match["suffix"] or "")
+            cost = entry["real_time" if own else "cpu_time"] * NANOSECONDS[entry["time_unit"]]
             note(case, version, cost / entry.get("batch", 1))
     return {
         case: {version: statistics.median(list_) for version, list_ in versions.items()}

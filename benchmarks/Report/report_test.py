@@ -16,7 +16,8 @@ SCRIPT = pathlib.Path(report.__file__)
 
 
 def entry(name, time, **more):
-    return {"name": name, "run_type": "iteration", "real_time": time, "time_unit": "ns", **more}
+    times = {"real_time": time, "cpu_time": time, "time_unit": "ns"}
+    return {"name": name, "run_type": "iteration", "family_index": 0, **times, **more}
 
 
 def pair(case, literal, engine, suffix="", **more):
@@ -47,7 +48,7 @@ def slower(run, case, factor):
     """The same run with the engine slower in one case."""
     for item in run["benchmarks"]:
         if item["name"].startswith(f"{case} [engine]"):
-            for key in ("real_time", "p50", "p99"):
+            for key in ("real_time", "cpu_time", "p50", "p99"):
                 if key in item:
                     item[key] *= factor
     return run
@@ -143,6 +144,21 @@ class Figures(unittest.TestCase):
             item["time_unit"] = "us"
         run["benchmarks"] += more
         self.assertEqual(row_of(run, "Cache: FindMultiples, 100 entries").engine, 2000.0)
+
+    def test_the_threads_own_time_counts_where_a_case_measures_none(self):
+        run = run_where_all_holds()
+        run["benchmarks"] += pair("Cache: FindMultiples, 100 entries", 9.0, 9.0, cpu_time=2.0)
+        self.assertEqual(row_of(run, "Cache: FindMultiples, 100 entries").engine, 2.0)
+
+    def test_the_time_counts_that_a_case_measures_itself(self):
+        run = run_where_all_holds()
+        run["benchmarks"] += pair("Cache: intake", 9.0, 9.0, "/manual_time", cpu_time=2.0)
+        self.assertEqual(row_of(run, "Cache: intake").engine, 9.0)
+
+    def test_rows_stand_in_the_order_of_the_sources(self):
+        run = run_where_all_holds()
+        run["benchmarks"] += pair("Cache: FindMultiples, 100 entries", 3.0, 2.0, family_index=-1)
+        self.assertEqual(report_of(run).rows[0].case, "Cache: FindMultiples, 100 entries")
 
     def test_a_case_that_failed_is_refused(self):
         run = run_where_all_holds()

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <fstream>
 #include <string>
@@ -17,10 +16,6 @@ using ThreadId = std::int64_t;
 
 inline ThreadId ThisThread() {
     return syscall(SYS_gettid);
-}
-
-inline std::int64_t NowNanoseconds() {
-    return std::chrono::steady_clock::now().time_since_epoch().count();
 }
 
 /// Whether the kernel has the thread down as sleeping: what a wake-up is measured from.
