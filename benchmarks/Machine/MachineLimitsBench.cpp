@@ -90,6 +90,11 @@ public:
         return wokenAt_ - pushed;
     }
 
+    ThreadId Thread() const {
+        WaitUntilAsleep(id_);
+        return id_;
+    }
+
 private:
     void Wake(std::uint32_t generation) {
         generation_.store(generation);
@@ -118,9 +123,22 @@ private:
     std::thread thread_;
 };
 
-void WakeThread(benchmark::State& state) {
+void WakeThread(benchmark::State& state, Place place) {
     FutexSleeper sleeper;
-    MeasureLatencies(state, [&sleeper] { return sleeper.MeasureWake(); });
+    const Placement placement(place, {sleeper.Thread()});
+    Latencies latencies;
+    for (auto _ : state) {
+        for (std::size_t i = 0; i < kNbWakeUps; ++i) {
+            latencies.Note(sleeper.MeasureWake());
+        }
+        latencies.Report(state);
+    }
+}
+
+void AddFutexWake(const std::string& name, Place place) {
+    AddVersion(name, "machine", [place](benchmark::State& state) {
+        WakeThread(state, place);
+    })->Iterations(1);
 }
 
 }  // namespace
@@ -132,7 +150,8 @@ void AddMachineLimitCases() {
                ReadMemory<256 * kibibyte * kibibyte>);
     AddVersion("Machine: lock and unlock", "machine", LockAndUnlock);
     AddVersion("Machine: clock read", "machine", ReadClock);
-    AddVersion("Machine: futex wake", "machine", WakeThread)->UseManualTime()->Iterations(1);
+    AddFutexWake("Machine: futex wake, same core", Place::SameCore);
+    AddFutexWake("Machine: futex wake, other core", Place::OtherCore);
 }
 
 }  // namespace Tavrin::Player::Bench

@@ -118,22 +118,50 @@ void RunBurst(benchmark::State& state, std::size_t nbWorkers) {
     }
 }
 
+/// One worker that sleeps until the next order comes.
 template <typename Way>
-void RunWakeUps(benchmark::State& state) {
-    CacheUpdateQueue destination;
-    NotingPreloader preloader;
-    const PreloadOrder order = OrderFor(destination);
-    Way way(1, preloader);
-    way.Push(order);
-    std::size_t nbOrders = 1;
-    preloader.WaitForCalls(nbOrders);
-    MeasureLatencies(state, [&] {
-        WaitUntilAsleep(preloader.Thread());
+class Sleeper {
+public:
+    Sleeper() : order_(OrderFor(destination_)), way_(1, preloader_) { MeasureWakeUp(); }
+
+    /// The worker's thread; it has served an order before.
+    ThreadId Thread() const { return preloader_.Thread(); }
+
+    /// From the push to the call of the preloader, in nanoseconds.
+    std::int64_t MeasureWakeUp() {
+        if (nbOrders_ > 0) {
+            WaitUntilAsleep(preloader_.Thread());
+        }
         const std::int64_t pushed = SteadyNanoseconds();
-        way.Push(order);
-        preloader.WaitForCalls(++nbOrders);
-        return preloader.CalledAt() - pushed;
-    });
+        way_.Push(order_);
+        preloader_.WaitForCalls(++nbOrders_);
+        return preloader_.CalledAt() - pushed;
+    }
+
+private:
+    CacheUpdateQueue destination_;
+    NotingPreloader preloader_;
+    PreloadOrder order_;
+    Way way_;
+    std::size_t nbOrders_ = 0;
+};
+
+/// The two ways in turn, wake-up for wake-up, and both from the same core: one that has slept long takes
+/// several times as long to wake, which must not meet one of them only.
+void RunWakeUps(benchmark::State& state, Place place) {
+    Sleeper<Literal::HandOff> literal;
+    Sleeper<Workers> engine;
+    const Placement placement(place, {literal.Thread(), engine.Thread()});
+    Latencies ofLiteral;
+    Latencies ofEngine;
+    for (auto _ : state) {
+        for (std::size_t i = 0; i < kNbWakeUps; ++i) {
+            ofLiteral.Note(literal.MeasureWakeUp());
+            ofEngine.Note(engine.MeasureWakeUp());
+        }
+        ofLiteral.Report(state, "literal_");
+        ofEngine.Report(state, "engine_");
+    }
 }
 
 void AddBurst(const std::string& name, std::size_t nbWorkers) {
@@ -145,14 +173,17 @@ void AddBurst(const std::string& name, std::size_t nbWorkers) {
     })->UseManualTime();
 }
 
+void AddWakeUps(const std::string& name, Place place) {
+    AddVersion(name, "both", [place](benchmark::State& state) { RunWakeUps(state, place); })->Iterations(1);
+}
+
 }  // namespace
 
 void AddPreloadThreadCases() {
     AddBurst("Workers: one order through 1 worker", 1);
     AddBurst("Workers: one order through 2 workers", 2);
-    const std::string name = "Workers: push to an idle worker's call";
-    AddVersion(name, "literal", RunWakeUps<Literal::HandOff>)->UseManualTime()->Iterations(1);
-    AddVersion(name, "engine", RunWakeUps<Workers>)->UseManualTime()->Iterations(1);
+    AddWakeUps("Workers: push to an idle worker's call, same core", Place::SameCore);
+    AddWakeUps("Workers: push to an idle worker's call, other core", Place::OtherCore);
 }
 
 }  // namespace Tavrin::Player::Bench

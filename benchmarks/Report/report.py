@@ -42,8 +42,10 @@ AT_LEAST_ELSEWHERE = 0.95
 # "At most" is of engine / bare hand-off.
 AT_MOST = {
     "Workers: one order through 1 worker": 1.3,
-    "Workers: push to an idle worker's call, p50": 1.3,
-    "Workers: push to an idle worker's call, p99": 1.3,
+    "Workers: push to an idle worker's call, same core, p50": 1.3,
+    "Workers: push to an idle worker's call, same core, p99": 1.3,
+    "Workers: push to an idle worker's call, other core, p50": 1.3,
+    "Workers: push to an idle worker's call, other core, p99": 1.3,
 }
 
 # Two threads that take from one queue contend for it: reported, but nothing is required.
@@ -64,7 +66,7 @@ LESS_THAN = {
 # Reported beside: an entry never takes more than this many times what the plain version takes for it.
 MEMORY_AT_MOST = 1.5
 
-CASE = re.compile(r"^(?P<case>.*) \[(?P<version>literal|engine|machine)\](?P<suffix>/.*)?$")
+CASE = re.compile(r"^(?P<case>.*) \[(?P<version>literal|engine|both|machine)\](?P<suffix>/.*)?$")
 NANOSECONDS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
@@ -114,10 +116,12 @@ def costs(run: dict) -> dict:
         if match is None:
             raise ValueError(f"{entry['name']} is no name of a case")
         case, version = match["case"], match["version"]
-        if "p50" in entry:
-            note(f"{case}, p50", version, entry["p50"])
-            note(f"{case}, p99", version, entry["p99"])
-        else:
+        percentiles = {key: entry[key] for key in entry if key.endswith(("p50", "p99"))}
+        for key, cost in percentiles.items():
+            # Both versions in one: "literal_p50" and so on.
+            *prefix, percentile = key.split("_")
+            note(f"{case}, {percentile}", *prefix or [version], cost)
+        if not percentiles:
             # Where the case has measured nothing itself, the thread's own time: it does not grow while
             # another process has the core.
             own = "manual_time" in (match["suffix"] or "")

@@ -1,13 +1,16 @@
 #pragma once
 
+#include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <fstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace Tavrin::Player::Bench {
 
@@ -34,5 +37,41 @@ inline void WaitUntilAsleep(const std::atomic<ThreadId>& thread) {
         std::this_thread::yield();
     }
 }
+
+/// Where threads are kept, seen from the one that wakes them.
+enum class Place { SameCore, OtherCore };
+
+/// Keeps the calling thread on one core and the others together on one, as long as it lives: where the
+/// scheduler happens to put a thread changes the time of its wake-ups several times over. On a machine with
+/// one core both places are the same.
+class Placement {
+public:
+    Placement(Place place, const std::vector<ThreadId>& others) {
+        sched_getaffinity(0, sizeof(before_), &before_);
+        std::vector<std::size_t> cores;
+        for (std::size_t core = 0; core < CPU_SETSIZE && cores.size() < 2; ++core) {
+            if (CPU_ISSET(core, &before_)) {
+                cores.push_back(core);
+            }
+        }
+        Keep(0, cores.front());
+        for (const ThreadId other : others) {
+            Keep(other, place == Place::SameCore ? cores.front() : cores.back());
+        }
+    }
+    Placement(const Placement&) = delete;
+    Placement& operator=(const Placement&) = delete;
+    ~Placement() { sched_setaffinity(0, sizeof(before_), &before_); }
+
+private:
+    static void Keep(ThreadId thread, std::size_t core) {
+        cpu_set_t only;
+        CPU_ZERO(&only);
+        CPU_SET(core, &only);
+        sched_setaffinity(static_cast<pid_t>(thread), sizeof(only), &only);
+    }
+
+    cpu_set_t before_{};
+};
 
 }  // namespace Tavrin::Player::Bench

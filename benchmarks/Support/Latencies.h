@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace Tavrin::Player::Bench {
@@ -12,20 +13,21 @@ namespace Tavrin::Player::Bench {
 /// So many wake-ups make one figure.
 constexpr std::size_t kNbWakeUps = 10'000;
 
-/// Runs `measure` that often and reports the median as the time, and p50 and p99 in nanoseconds beside it.
-template <typename Measure>
-void MeasureLatencies(benchmark::State& state, Measure measure) {
-    std::vector<std::int64_t> latencies(kNbWakeUps);
-    for (auto _ : state) {
-        for (std::int64_t& latency : latencies) {
-            latency = measure();
-        }
-        std::sort(latencies.begin(), latencies.end());
-        const auto p50 = static_cast<double>(latencies[kNbWakeUps / 2]);
-        state.counters["p50"] = p50;
-        state.counters["p99"] = static_cast<double>(latencies[kNbWakeUps * 99 / 100]);
-        state.SetIterationTime(p50 / 1e9);
+/// What each wake-up took, in nanoseconds.
+class Latencies {
+public:
+    void Note(std::int64_t nanoseconds) { all_.push_back(nanoseconds); }
+
+    /// Sets the counters p50 and p99, with the prefix before their names; takes the latencies away.
+    void Report(benchmark::State& state, const std::string& prefix = "") {
+        std::sort(all_.begin(), all_.end());
+        state.counters[prefix + "p50"] = static_cast<double>(all_[all_.size() / 2]);
+        state.counters[prefix + "p99"] = static_cast<double>(all_[all_.size() * 99 / 100]);
+        all_.clear();
     }
-}
+
+private:
+    std::vector<std::int64_t> all_;
+};
 
 }  // namespace Tavrin::Player::Bench
