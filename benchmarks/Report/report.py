@@ -319,18 +319,18 @@ def block(points: list, choose: Callable) -> str:
 def plot_script(points: list, svg: pathlib.Path) -> str:
     """What gnuplot is told: cost against tracks at the left, against the window's length at the right."""
     lines = [
-        "set terminal svg size 1100,460 font 'sans-serif,13' background '#ffffff'",
+        "set terminal svg size 1100,520 font 'sans-serif,13' background '#ffffff'",
         f"set output '{svg}'",
         "set multiplot layout 1,2",
         "set logscale xy",
         "set grid",
-        "set key left top",
+        "set key below maxrows 3 samplen 2",
         "set format y '%g ms'",
         "set title 'Cost of a tick against the number of tracks'",
         "set xlabel 'tracks'",
         "set xrange [0.7:15000]",
     ]
-    by_tracks, data = ["20 title 'output period of 20 ms' with lines dt 2 lc rgb '#808080'"], ""
+    by_tracks, data = ["20 title '20 ms, a period of the output' with lines dt 2 lc rgb '#808080'"], ""
     for window, colour in ((100, "#1f77b4"), (1000, "#d62728")):
         chosen = [point for point in points if point[1] == window]
         for version, column, dash in (("literal", 2, 3), ("engine", 3, 1)):
