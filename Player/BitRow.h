@@ -10,20 +10,37 @@ namespace Tavrin::Player {
 /// A row of bits in which the next set bit on either side of a place is found 64 bits at a time.
 ///
 /// *Threads:* externally synchronised.
-/// *Errors:* only `Reserve`, and `Resize` beyond what is reserved, allocate.
+/// *Errors:* only `Reserve`, and `Insert` beyond what is reserved, allocate.
 class BitRow {
 public:
     [[nodiscard]] std::size_t size() const { return size_; }
 
     void Reserve(std::size_t size) { words_.reserve(NbWords(size)); }
 
-    /// New bits are not set.
-    void Resize(std::size_t size) {
-        words_.resize(NbWords(size));
-        size_ = size;
-        if (size_ % kNbBits != 0) {
-            words_.back() &= Bit(size_) - 1;
+    void Clear() {
+        words_.clear();
+        size_ = 0;
+    }
+
+    /// Adds a bit that is not set before the one at `at`, which may be the size.
+    void Insert(std::size_t at) {
+        words_.resize(NbWords(++size_));
+        for (std::size_t word = words_.size() - 1; word > at / kNbBits; --word) {
+            words_[word] = words_[word] << 1U | words_[word - 1] >> (kNbBits - 1);
         }
+        std::uint64_t& word = words_[at / kNbBits];
+        word = (word & Below(at)) | (word & ~Below(at)) << 1U;
+    }
+
+    /// Takes the bit at `at` out.
+    void Erase(std::size_t at) {
+        std::uint64_t& first = words_[at / kNbBits];
+        first = (first & Below(at)) | (first >> 1U & ~Below(at));
+        for (std::size_t word = at / kNbBits + 1; word < words_.size(); ++word) {
+            words_[word - 1] |= words_[word] << (kNbBits - 1);
+            words_[word] >>= 1U;
+        }
+        words_.resize(NbWords(--size_));
     }
 
     void Set(std::size_t at, bool isSet) {
@@ -37,7 +54,7 @@ public:
             return size_;
         }
         std::size_t word = at / kNbBits;
-        std::uint64_t bits = words_[word] & ~(Bit(at) - 1);
+        std::uint64_t bits = words_[word] & ~Below(at);
         while (bits == 0) {
             if (++word == words_.size()) {
                 return size_;
@@ -53,7 +70,7 @@ public:
             return size_;
         }
         std::size_t word = (at - 1) / kNbBits;
-        std::uint64_t bits = words_[word] & (Bit(at - 1) | (Bit(at - 1) - 1));
+        std::uint64_t bits = words_[word] & (Bit(at - 1) | Below(at - 1));
         while (bits == 0) {
             if (word-- == 0) {
                 return size_;
@@ -67,6 +84,10 @@ private:
     static constexpr std::size_t kNbBits = 64;
 
     static std::uint64_t Bit(std::size_t at) { return std::uint64_t{1} << at % kNbBits; }
+
+    /// The bits of the same word before `at`.
+    static std::uint64_t Below(std::size_t at) { return Bit(at) - 1; }
+
     static std::size_t NbWords(std::size_t size) { return (size + kNbBits - 1) / kNbBits; }
 
     std::vector<std::uint64_t> words_;

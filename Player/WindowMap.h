@@ -93,7 +93,7 @@ public:
     WindowMap() = default;
     WindowMap(const WindowMap&) = delete;
     WindowMap& operator=(const WindowMap&) = delete;
-    ~WindowMap() = default;
+    ~WindowMap() { Clear(); }
 
     [[nodiscard]] bool empty() const { return size_ == 0; }
     [[nodiscard]] std::size_t size() const { return size_; }
@@ -146,9 +146,10 @@ private:
         std::array<Value, kNbSlots> values_;
     };
 
-    /// The slots from `begin_` to before `end_` are in use.
+    /// The slots from `begin_` to before `end_` are in use. The map owns them; a plain pointer, so that the
+    /// directory is moved as bytes when a block goes at its begin.
     struct Block {
-        std::unique_ptr<Slots> slots_;
+        Slots* slots_ = nullptr;
         std::uint16_t begin_ = 0;
         std::uint16_t end_ = 0;
 
@@ -172,7 +173,6 @@ private:
     static std::size_t GuessOf(const Time::TimePoint& part, const Time::TimePoint& whole, std::size_t nb);
 
     void NoteMarks(std::size_t at) { markedBlocks_.Set(at, marks_[at] != 0); }
-    void NoteMarksFrom(std::size_t at);
 
     Iterator RoomAt(std::size_t at, unsigned slot);
     Iterator RoomBeforeFirst();

@@ -277,26 +277,26 @@ void WindowMap<Value>::AddBlock(std::size_t at, unsigned begin) {
     block.begin_ = static_cast<std::uint16_t>(begin);
     block.end_ = block.begin_;
     if (spares_.empty()) {
-        block.slots_ = std::make_unique<Slots>();
+        block.slots_ = new Slots;
     } else {
-        block.slots_ = std::move(spares_.back());
+        block.slots_ = spares_.back().release();
         spares_.pop_back();
     }
     const auto offset = static_cast<std::ptrdiff_t>(at);
-    blocks_.insert(blocks_.begin() + offset, std::move(block));
+    blocks_.insert(blocks_.begin() + offset, block);
     firsts_.insert(firsts_.begin() + offset, Time::TimePoint());
     marks_.insert(marks_.begin() + offset, 0);
-    NoteMarksFrom(at);
+    markedBlocks_.Insert(at);
 }
 
 template <typename Value>
 void WindowMap<Value>::RemoveBlock(std::size_t at) {
-    spares_.push_back(std::move(blocks_[at].slots_));
+    spares_.emplace_back(blocks_[at].slots_);
     const auto offset = static_cast<std::ptrdiff_t>(at);
     blocks_.erase(blocks_.begin() + offset);
     firsts_.erase(firsts_.begin() + offset);
     marks_.erase(marks_.begin() + offset);
-    NoteMarksFrom(at);
+    markedBlocks_.Erase(at);
     while (spares_.size() > NbSparesFor(blocks_.size())) {
         spares_.pop_back();
     }
@@ -304,10 +304,13 @@ void WindowMap<Value>::RemoveBlock(std::size_t at) {
 
 template <typename Value>
 void WindowMap<Value>::Clear() {
+    for (const Block& block : blocks_) {
+        delete block.slots_;
+    }
     blocks_.clear();
     firsts_.clear();
     marks_.clear();
-    markedBlocks_.Resize(0);
+    markedBlocks_.Clear();
     spares_.clear();
     size_ = 0;
 }
@@ -371,15 +374,6 @@ typename WindowMap<Value>::Iterator WindowMap<Value>::MarkedBefore(Iterator plac
         marks = marks_[at];
     }
     return {this, at, kNbSlots - 1 - static_cast<unsigned>(std::countl_zero(marks))};
-}
-
-/// To be called when blocks have come or gone at `at`, which moves all that follow.
-template <typename Value>
-void WindowMap<Value>::NoteMarksFrom(std::size_t at) {
-    markedBlocks_.Resize(blocks_.size());
-    for (; at < blocks_.size(); ++at) {
-        NoteMarks(at);
-    }
 }
 
 template <typename Value>

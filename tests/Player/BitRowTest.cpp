@@ -3,7 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <set>
+#include <cstdint>
+#include <vector>
 
 #include "Player/Support/Random.h"
 
@@ -16,40 +17,51 @@ TEST(BitRow, AnEmptyRowHasNoSetBit) {
     EXPECT_EQ(row.SetBefore(0), 0U);
 }
 
-TEST(BitRow, BitsThatWereCutOffAreNotSetWhenTheRowGrowsAgain) {
-    BitRow row;
-    row.Resize(70);
-    row.Set(69, true);
-    row.Resize(69);
-    row.Resize(70);
-    EXPECT_EQ(row.SetFrom(0), 70U);
+/// The row and the same bits one by one.
+void ExpectSame(const BitRow& row, const std::vector<bool>& bits) {
+    ASSERT_EQ(row.size(), bits.size());
+    for (std::size_t asked = 0; asked <= bits.size(); ++asked) {
+        std::size_t above = asked;
+        while (above < bits.size() && !bits[above]) {
+            ++above;
+        }
+        std::size_t below = asked;
+        while (below > 0 && !bits[below - 1]) {
+            --below;
+        }
+        ASSERT_EQ(row.SetFrom(asked), above);
+        ASSERT_EQ(row.SetBefore(asked), below == 0 ? bits.size() : below - 1);
+    }
 }
 
-TEST(BitRow, RandomRowsGiveWhatASetOfPlacesGives) {
+TEST(BitRow, RandomChangesGiveWhatBitsOneByOneGive) {
     Testing::Random random(Testing::TestSeed());
-    constexpr int kNbSequences = 100;
-    constexpr int kNbSteps = 300;
+    constexpr int kNbSequences = 60;
+    constexpr int kNbSteps = 400;
     for (int sequence = 0; sequence < kNbSequences; ++sequence) {
         BitRow row;
-        std::set<std::size_t> places;
+        std::vector<bool> bits;
         const int percent = static_cast<int>(random.Between(1, 60));
         for (int step = 0; step < kNbSteps; ++step) {
-            if (step % 50 == 0) {
-                row.Resize(static_cast<std::size_t>(random.Between(0, 400)));
-                places.erase(places.lower_bound(row.size()), places.end());
+            const auto place = [&](std::size_t end) {
+                return static_cast<std::size_t>(random.Between(0, static_cast<std::int64_t>(end)));
+            };
+            if (bits.empty() || random.Chance(step < kNbSteps / 2 ? 70 : 30)) {
+                const std::size_t at = place(bits.size());
+                row.Insert(at);
+                bits.insert(bits.begin() + static_cast<std::ptrdiff_t>(at), false);
+            } else {
+                const std::size_t at = place(bits.size() - 1);
+                row.Erase(at);
+                bits.erase(bits.begin() + static_cast<std::ptrdiff_t>(at));
             }
-            if (row.size() > 0) {
-                const auto at =
-                    static_cast<std::size_t>(random.Between(0, static_cast<std::int64_t>(row.size()) - 1));
+            if (!bits.empty()) {
+                const std::size_t at = place(bits.size() - 1);
                 const bool isSet = random.Chance(percent);
                 row.Set(at, isSet);
-                isSet ? void(places.insert(at)) : void(places.erase(at));
+                bits[at] = isSet;
             }
-            const auto asked =
-                static_cast<std::size_t>(random.Between(0, static_cast<std::int64_t>(row.size())));
-            const auto above = places.lower_bound(asked);
-            ASSERT_EQ(row.SetFrom(asked), above == places.end() ? row.size() : *above);
-            ASSERT_EQ(row.SetBefore(asked), above == places.begin() ? row.size() : *std::prev(above));
+            ASSERT_NO_FATAL_FAILURE(ExpectSame(row, bits));
         }
     }
 }
