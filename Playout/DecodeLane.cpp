@@ -30,8 +30,11 @@ struct Standing {
 
 class DecodeLane::Impl {
 public:
-    Impl(std::shared_ptr<const RecordingIndex> index, const DecodeLaneOptions& options)
-        : index_(std::move(index)), decoder_(*index_, options.nbThreads), store_(options.storeBytes) {}
+    Impl(std::shared_ptr<const RecordingIndex> index, const DecodeLaneOptions& options,
+         std::shared_ptr<PictureStore> store)
+        : index_(std::move(index)),
+          decoder_(*index_, options.nbThreads),
+          store_(store != nullptr ? std::move(store) : std::make_shared<PictureStore>(options.storeBytes)) {}
 
     std::shared_ptr<const Picture> Decode(const PacketGroup& group, std::size_t picture);
     void Reset();
@@ -49,7 +52,7 @@ private:
 
     std::shared_ptr<const RecordingIndex> index_;
     Decoder decoder_;
-    PictureStore store_;
+    std::shared_ptr<PictureStore> store_;
     std::optional<Standing> standing_;
     /// The decoder's order of pictures is not that of the time stamps: a picture passed over may yet come.
     bool disordered_ = false;
@@ -66,7 +69,7 @@ void DecodeLane::Impl::Check(const PacketGroup& group, std::size_t picture) cons
 
 std::shared_ptr<const Picture> DecodeLane::Impl::Decode(const PacketGroup& group, std::size_t picture) {
     Check(group, picture);
-    if (auto stored = store_.Find(picture)) {
+    if (auto stored = store_->Find(picture)) {
         return stored;
     }
     const bool here =
@@ -139,7 +142,7 @@ std::shared_ptr<const Picture> DecodeLane::Impl::Accept(const PacketGroup& group
         standing_->decided = std::max(standing_->decided, number - layout.firstPicture);
     }
     auto picture = decoder_.TakePicture();
-    store_.Add(picture, wanted);
+    store_->Add(picture, wanted);
     return number == wanted ? picture : nullptr;
 }
 
@@ -165,7 +168,7 @@ void DecodeLane::Impl::Feed(const PacketGroup& group) {
 }
 
 void DecodeLane::Impl::Reset() {
-    store_.Clear();
+    store_->Clear();
     standing_.reset();
 }
 
@@ -174,15 +177,16 @@ DecodeLane::Information DecodeLane::Impl::GetInformation() const {
     information.nbPacketsDecoded = decoder_.NbPacketsDecoded();
     information.nbPasses = nbPasses_;
     information.nbErrors = decoder_.NbErrors();
-    information.nbStored = store_.Size();
-    information.storedBytes = store_.Bytes();
-    information.maxStoredBytes = store_.MaxBytesEver();
+    information.nbStored = store_->Size();
+    information.storedBytes = store_->Bytes();
+    information.maxStoredBytes = store_->MaxBytesEver();
     information.lastError = decoder_.LastError();
     return information;
 }
 
-DecodeLane::DecodeLane(std::shared_ptr<const RecordingIndex> index, const DecodeLaneOptions& options)
-    : impl_(std::make_unique<Impl>(std::move(index), options)) {
+DecodeLane::DecodeLane(std::shared_ptr<const RecordingIndex> index, const DecodeLaneOptions& options,
+                       std::shared_ptr<PictureStore> store)
+    : impl_(std::make_unique<Impl>(std::move(index), options, std::move(store))) {
 }
 
 DecodeLane::~DecodeLane() = default;

@@ -7,6 +7,7 @@
 
 #include "Playout/PacketGroup.h"
 #include "Playout/Picture.h"
+#include "Playout/PictureStore.h"
 #include "Playout/PlayoutExport.h"
 #include "Playout/RecordingIndex.h"
 
@@ -14,8 +15,8 @@ namespace Tavrin::Playout {
 
 /// How a lane decodes.
 struct DecodeLaneOptions {
-    /// Bytes of decoded pictures kept beside the one asked for. The default holds a group of 50 pictures of
-    /// 1920x1080 4:2:0 at 8 bits (157 MiB with the decoder's padding).
+    /// Bytes of decoded pictures kept beside the one asked for, when the lane has a store of its own. The
+    /// default holds a group of 50 pictures of 1920x1080 4:2:0 at 8 bits (157 MiB with the decoder's padding).
     std::size_t storeBytes = std::size_t{192} << 20;
     /// Threads of the decoder. One: the workers of several lanes are the parallelism.
     int nbThreads = 1;
@@ -48,7 +49,9 @@ public:
         std::string lastError;
     };
 
-    explicit DecodeLane(std::shared_ptr<const RecordingIndex> index, const DecodeLaneOptions& options = {});
+    /// Shares \p store with the other lanes of the recording; null gives the lane one of its own.
+    explicit DecodeLane(std::shared_ptr<const RecordingIndex> index, const DecodeLaneOptions& options = {},
+                        std::shared_ptr<PictureStore> store = nullptr);
     ~DecodeLane();
     DecodeLane(const DecodeLane&) = delete;
     DecodeLane& operator=(const DecodeLane&) = delete;

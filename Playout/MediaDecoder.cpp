@@ -18,17 +18,22 @@ namespace Tavrin::Playout {
 class MediaDecoder::Track {
 public:
     Track(const std::shared_ptr<const RecordingIndex>& index, const MediaDecoderOptions& options)
-        : index_(index) {
+        : index_(index), store_(std::make_shared<PictureStore>(options.storeBytes)) {
         for (std::size_t i = 0; i < std::max<std::size_t>(options.nbLanes, 1); ++i) {
-            places_.push_back(std::make_unique<Place>(index, options.lane));
+            places_.push_back(std::make_unique<Place>(index, options.lane, store_));
         }
     }
+
+    PictureStore& Store() { return *store_; }
 
     std::shared_ptr<const Picture> Decode(const CompressedSample& sample) {
         const auto& group = *sample.Group();
         if (group.Index() != index_) {
             throw std::runtime_error("track " + sample.Track().ToString() +
                                      " plays another recording now than \"" + group.Index()->File() + "\"");
+        }
+        if (auto stored = store_->Find(sample.PictureNumber())) {
+            return stored;
         }
         const Visit visit(*this, group.Number());
         return visit.Where().Decode(group, sample.PictureNumber());
@@ -39,14 +44,18 @@ public:
         for (const auto& place : places_) {
             Add(sum, place->GetInformation());
         }
+        sum.nbStored = store_->Size();
+        sum.storedBytes = store_->Bytes();
+        sum.maxStoredBytes = store_->MaxBytesEver();
         return sum;
     }
 
 private:
     /// A lane, and who uses it.
     struct Place {
-        Place(const std::shared_ptr<const RecordingIndex>& index, const DecodeLaneOptions& options)
-            : lane(index, options) {}
+        Place(const std::shared_ptr<const RecordingIndex>& index, const DecodeLaneOptions& options,
+              const std::shared_ptr<PictureStore>& store)
+            : lane(index, options, store) {}
 
         std::shared_ptr<const Picture> Decode(const PacketGroup& packets, std::size_t picture) {
             const std::scoped_lock lock(mutex);
@@ -110,15 +119,13 @@ private:
         sum.nbPacketsDecoded += part.nbPacketsDecoded;
         sum.nbPasses += part.nbPasses;
         sum.nbErrors += part.nbErrors;
-        sum.nbStored += part.nbStored;
-        sum.storedBytes += part.storedBytes;
-        sum.maxStoredBytes += part.maxStoredBytes;
         if (!part.lastError.empty()) {
             sum.lastError = part.lastError;
         }
     }
 
     std::shared_ptr<const RecordingIndex> index_;
+    std::shared_ptr<PictureStore> store_;
     std::mutex mutex_;
     std::vector<std::unique_ptr<Place>> places_;
     std::uint64_t nbVisits_ = 0;
@@ -144,6 +151,18 @@ std::shared_ptr<MediaDecoder::Track> MediaDecoder::Find(const Player::TrackId& t
     const std::shared_lock lock(tracksMutex_);
     const auto found = tracks_.find(track);
     return found == tracks_.end() ? nullptr : found->second;
+}
+
+void MediaDecoder::SetPlace(const Player::TrackId& track, const PlayPlace& place) {
+    if (const auto found = Find(track)) {
+        found->Store().SetPlace(place);
+    }
+}
+
+void MediaDecoder::SetStoreBytes(const Player::TrackId& track, std::size_t bytes) {
+    if (const auto found = Find(track)) {
+        found->Store().SetMaxBytes(bytes);
+    }
 }
 
 DecodeLane::Information MediaDecoder::GetInformation(const Player::TrackId& track) const {

@@ -13,6 +13,7 @@
 #include "Player/ISampleDecoder.h"
 #include "Player/TrackId.h"
 #include "Playout/DecodeLane.h"
+#include "Playout/PictureStore.h"
 #include "Playout/PlayoutExport.h"
 #include "Playout/RecordingIndex.h"
 
@@ -21,7 +22,10 @@ namespace Tavrin::Playout {
 /// How a track is decoded.
 struct MediaDecoderOptions {
     DecodeLaneOptions lane;
-    /// Decoders for each track, each with a store of its own. Two: one goes on in its group while another
+    /// Bytes of decoded pictures that the track's decoders keep together, beside those asked for. The default
+    /// holds two groups of 50 pictures of 1920x1080 4:2:0 at 8 bits.
+    std::size_t storeBytes = std::size_t{384} << 20;
+    /// Decoders for each track. Two: one goes on in its group while another
     /// worker begins the next one, and orders that two workers take near a boundary in the wrong order do not
     /// make one decoder go back and forth.
     std::size_t nbLanes = 2;
@@ -29,7 +33,8 @@ struct MediaDecoderOptions {
 
 /// Decodes compressed samples of any number of recordings, on decoders that keep their state.
 ///
-/// An order goes to the lane that stands in the sample's group, else to the one that has been idle longest.
+/// A picture that some decoder of the track has put out before is answered from the track's store as long as
+/// it is there. Else an order goes to the lane that stands in the sample's group, else to the one that has been idle longest.
 /// The decoded sample's time point and duration are those that the order generates. The protection of the
 /// compressed sample is left to the worker. The picture keeps its own size, whatever size the order wishes:
 /// scaling belongs to who shows it.
@@ -56,6 +61,10 @@ public:
                   const MediaDecoderOptions& options = {});
     /// Decodes in progress are finished. An unknown track is ignored.
     void RemoveTrack(const Player::TrackId& track);
+    /// Where the track is being played, which decides what its store keeps; an unknown track is ignored.
+    void SetPlace(const Player::TrackId& track, const PlayPlace& place);
+    /// How much its store may hold from now on.
+    void SetStoreBytes(const Player::TrackId& track, std::size_t bytes);
     /// Sums over the track's lanes as of their latest decodes, and the latest error; zeros for an unknown
     /// track. Never waits for a decode.
     [[nodiscard]] DecodeLane::Information GetInformation(const Player::TrackId& track) const;

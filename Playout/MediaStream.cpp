@@ -84,6 +84,14 @@ void MediaStream::SetStreamParameters(const StreamParameters& parameters) {
     ConfigurePlanners();
 }
 
+void MediaStream::SetWindow(const StreamWindow& window) {
+    window_ = window;
+    parameters_.nbPreloading_ = window.nbCompressedAhead;
+    parameters_.nbDecoding_ = window.nbDecodedAhead;
+    compressedPlanner_.SetNumberPreloads(parameters_.nbPreloading_);
+    decodedPlanner_.SetNumberPreloads(parameters_.nbDecoding_);
+}
+
 void MediaStream::ConfigurePlanners() {
     for (Cache* cache : {&compressed_, &decoded_}) {
         cache->SetTrackId(parameters_.trackId_);

@@ -74,6 +74,9 @@ public:
     void SetCompressedPreloadNumber(std::size_t nb) override;
     [[nodiscard]] std::int32_t DebugPreloadQueueSize() override;
 
+    /// From the next `Plan` on.
+    void SetWindow(const StreamWindow& window);
+
     /// Files what the workers have delivered.
     void Intake();
 

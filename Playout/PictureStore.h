@@ -1,41 +1,67 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <optional>
 
 #include "Playout/Picture.h"
 #include "Playout/PlayoutExport.h"
 
 namespace Tavrin::Playout {
 
-/// Decoded pictures by number, bounded in bytes; one picture is always held, however large.
+/// Where a recording is being played, in pictures.
+struct PlayPlace {
+    std::size_t picture = 0;  ///< Under the play head.
+    bool backward = false;
+    std::size_t stride = 1;  ///< Only every so many pictures are shown at this speed.
+};
+
+/// The decoded pictures of one recording, by number, bounded in bytes; one picture is always held, however
+/// large. All decoders of the recording fill it, and whoever asks for a picture looks here first.
 ///
-/// What is dropped when the bound is reached serves playing backward, where the next pictures wanted are
-/// those before the wanted one: first the pictures after it, the farthest one first, then the earliest one.
-/// Playing forward nothing after the wanted picture has been decoded yet.
+/// When the bound is reached, what is farthest from the play head goes first: what lies behind it counts as
+/// three times as far, and pictures that the present speed does not show go before all that it shows. So in
+/// reverse a group that does not fit keeps its last pictures, which are the next to be shown.
 ///
-/// *Threads:* externally synchronised.
+/// Without a place, the picture that is being decoded for stands for the play head, and the recording counts
+/// as played backward: the pictures after that one go first, then the earliest.
+///
+/// *Threads:* thread-safe. *Blocking:* never beyond the short internal lock.
+/// *Ownership:* shares the pictures with whoever was handed one.
 class TAVRIN_PLAYOUT_EXPORT PictureStore {
 public:
     explicit PictureStore(std::size_t maxBytes) : maxBytes_(maxBytes) {}
 
+    /// Drops what does not fit any more.
+    void SetMaxBytes(std::size_t maxBytes);
+
+    /// From now on.
+    void SetPlace(const PlayPlace& place);
+
     /// Null when it is not held.
     [[nodiscard]] std::shared_ptr<const Picture> Find(std::size_t number) const;
 
-    /// Holds \p picture, on the way to the picture numbered \p wanted.
+    /// Holds \p picture, on the way to the picture numbered \p wanted, unless all that is held is nearer.
     void Add(std::shared_ptr<const Picture> picture, std::size_t wanted);
     void Clear();
 
-    [[nodiscard]] std::size_t Size() const { return pictures_.size(); }
-    [[nodiscard]] std::size_t Bytes() const { return bytes_; }
-    [[nodiscard]] std::size_t MaxBytesEver() const { return maxBytesEver_; }
+    [[nodiscard]] std::size_t Size() const;
+    [[nodiscard]] std::size_t Bytes() const;
+    [[nodiscard]] std::size_t MaxBytesEver() const;
 
 private:
     using Pictures = std::map<std::size_t, std::shared_ptr<const Picture>>;
+
+    [[nodiscard]] std::uint64_t Distance(std::size_t number, std::size_t wanted) const;
+    [[nodiscard]] Pictures::const_iterator Farthest(std::size_t wanted) const;
     void Drop(Pictures::const_iterator which);
 
+    mutable std::mutex mutex_;
     std::size_t maxBytes_;
+    std::optional<PlayPlace> place_;
     Pictures pictures_;
     std::size_t bytes_ = 0;
     std::size_t maxBytesEver_ = 0;

@@ -13,7 +13,7 @@
 #include "Player/PreloadThread.h"
 #include "Playout/MediaDecoder.h"
 #include "Playout/MediaStream.h"
-#include "Playout/PictureSize.h"
+#include "Playout/WindowPlan.h"
 
 namespace Tavrin::Playout {
 
@@ -23,12 +23,6 @@ using Time::TimePoint;
 
 namespace {
 
-/// Fewer pictures than this ahead of the play head cannot hide the time that one decode takes.
-constexpr std::size_t kFewestAhead = 4;
-
-/// Compressed samples beyond the decoded ones: they are small, and reading ahead hides the storage.
-constexpr std::size_t kCompressedBeyondDecoded = 25;
-
 SampleRate HighestRate(const std::vector<std::shared_ptr<const RecordingIndex>>& recordings) {
     SampleRate highest;
     for (const auto& recording : recordings) {
@@ -37,16 +31,13 @@ SampleRate HighestRate(const std::vector<std::shared_ptr<const RecordingIndex>>&
     return highest;
 }
 
-/// The pictures that a share of memory holds: two thirds of it ahead of the play head, one third behind.
-StreamWindow WindowFor(const RecordingIndex& recording, std::size_t bytes, const SessionOptions& options) {
-    const std::size_t nbFitting = bytes / std::max<std::size_t>(DecodedPictureBytes(recording), 1);
-    StreamWindow window;
-    window.nbDecodedAhead =
-        std::clamp(nbFitting * 2 / 3, kFewestAhead, std::max(kFewestAhead, options.nbAhead));
-    window.nbDecodedBehind = window.nbDecodedAhead / 2;
-    window.nbCompressedAhead = window.nbDecodedAhead + kCompressedBeyondDecoded;
-    window.retryAfter = options.retryAfter;
-    return window;
+/// Threads for a decoder, so that a single track keeps all cores busy and many tracks do not get in each
+/// other's way. Pictures that need no others are decoded side by side instead, which costs no waiting.
+int NbDecoderThreads(const RecordingIndex& recording, std::size_t nbTracks) {
+    if (recording.IntraOnly()) {
+        return 1;
+    }
+    return static_cast<int>(std::max<std::size_t>(std::thread::hardware_concurrency() / nbTracks, 1));
 }
 
 /// Counts what the workers announce, so that the session's thread can wait for it.
@@ -101,22 +92,26 @@ public:
 private:
     struct Track {
         Player::TrackId id;
+        std::size_t bytes = 0;  ///< Its share of the memory.
         std::unique_ptr<MediaStream> stream;
         TrackView view;
         TrackInformation counts;
     };
 
-    void AddTrack(std::size_t number, const SessionOptions& options);
-    void StartWorkers(const SessionOptions& options);
+    void AddTrack(std::size_t number);
+    void StartWorkers();
     void StopWorkers();
     void Intake();
     bool AllReady();
     void Look(Track& track, bool isStep);
     static void Count(Track& track, const TrackView& before, bool isStep);
     void WithdrawAll();
+    void PlanWindows();
+    void NotePlace(const Track& track, std::size_t number);
     std::vector<SampleRate> FetchRates() const;
     std::uint64_t NbAnswers() const;
 
+    SessionOptions options_;
     std::vector<std::shared_ptr<const RecordingIndex>> recordings_;
     SampleRate displayRate_;
     Announcements announcements_;
@@ -132,7 +127,7 @@ private:
 
 Session::Impl::Impl(std::vector<std::shared_ptr<const RecordingIndex>> recordings,
                     const SessionOptions& options)
-    : recordings_(std::move(recordings)) {
+    : options_(options), recordings_(std::move(recordings)) {
     if (recordings_.empty()) {
         throw std::invalid_argument("Session: no recordings, at least one is needed");
     }
@@ -141,36 +136,50 @@ Session::Impl::Impl(std::vector<std::shared_ptr<const RecordingIndex>> recording
     preloader_.SetDeliveryHook([this](const auto&, auto) { announcements_.Add(); });
     decoder_.SetDecodedHook([this](const auto&, auto) { announcements_.Add(); });
     for (std::size_t number = 0; number < recordings_.size(); ++number) {
-        AddTrack(number, options);
+        AddTrack(number);
     }
-    StartWorkers(options);
+    PlanWindows();
+    StartWorkers();
 }
 
-void Session::Impl::AddTrack(std::size_t number, const SessionOptions& options) {
-    // Half of the memory is for the caches, half for the decoders' stores.
-    const std::size_t share = options.decodedBytes / 2 / recordings_.size();
+void Session::Impl::AddTrack(std::size_t number) {
+    const std::size_t nbTracks = recordings_.size();
     const std::shared_ptr<const RecordingIndex>& recording = recordings_[number];
     Track track;
     track.id = Player::TrackId(Player::StorageId(recording->File(), recording->Stream()),
                                static_cast<std::int64_t>(number));
+    track.bytes =
+        options_.decodedBytes == 0 ? DefaultTrackBytes(*recording) : options_.decodedBytes / nbTracks;
     MediaDecoderOptions decoding;
-    decoding.lane.storeBytes = share / decoding.nbLanes;
+    decoding.storeBytes = track.bytes;
+    decoding.lane.nbThreads = NbDecoderThreads(*recording, nbTracks);
+    if (recording->IntraOnly()) {
+        decoding.nbLanes = std::max<std::size_t>(options_.nbDecodeWorkers, 1);
+    }
     preloader_.AddTrack(track.id, recording);
     decoder_.AddTrack(track.id, recording, decoding);
-    track.stream = std::make_unique<MediaStream>(recording, track.id, displayRate_,
-                                                 WindowFor(*recording, share, options), registry_);
+    track.stream =
+        std::make_unique<MediaStream>(recording, track.id, displayRate_, StreamWindow(), registry_);
     track.stream->LinkPlayer(&player_);
     player_.AttachStream(track.stream.get());
     tracks_.push_back(std::move(track));
 }
 
-void Session::Impl::StartWorkers(const SessionOptions& options) {
-    const std::size_t nbPreloadWorkers = std::max<std::size_t>(options.nbPreloadWorkers, 1);
+/// As far ahead and behind as the speed asks for.
+void Session::Impl::PlanWindows() {
+    for (std::size_t number = 0; number < tracks_.size(); ++number) {
+        tracks_[number].stream->SetWindow(PlanWindow(*recordings_[number], displayRate_, player_.GetSpeed(),
+                                                     tracks_[number].bytes, options_));
+    }
+}
+
+void Session::Impl::StartWorkers() {
+    const std::size_t nbPreloadWorkers = std::max<std::size_t>(options_.nbPreloadWorkers, 1);
     for (std::size_t i = 0; i < nbPreloadWorkers; ++i) {
         preloadWorkers_.push_back(std::make_unique<Player::PreloadThread>());
         preloadWorkers_.back()->SetPreloader(&preloader_);
     }
-    for (std::size_t i = 0; i < std::max<std::size_t>(options.nbDecodeWorkers, 1); ++i) {
+    for (std::size_t i = 0; i < std::max<std::size_t>(options_.nbDecodeWorkers, 1); ++i) {
         decodeWorkers_.push_back(std::make_unique<Player::DecodeThread>());
         decodeWorkers_.back()->SetDecoder(&decoder_);
         decodeWorkers_.back()->SetExistingUncompressedCacheUpdateQueues(&registry_);
@@ -220,12 +229,26 @@ TickReport Session::Impl::Tick(const TimePoint& delta) {
     report.moved = AllReady();
     player_.Update(delta);
     report.time = player_.GetCurrentTimePoint();
-    for (Track& track : tracks_) {
+    for (std::size_t number = 0; number < tracks_.size(); ++number) {
+        Track& track = tracks_[number];
         Look(track, delta != TimePoint());
+        NotePlace(track, number);
         track.stream->Plan();
         report.tracks.push_back(track.view);
     }
     return report;
+}
+
+/// Tells the decoders' store what is near.
+void Session::Impl::NotePlace(const Track& track, std::size_t number) {
+    const RecordingIndex& recording = *recordings_[number];
+    const auto picture = recording.PictureAtTime(player_.GetCurrentTimePoint());
+    PlayPlace place;
+    place.picture = picture.value_or(recording.NbPictures());
+    place.backward = player_.GetSpeed().Numerator() < 0;
+    const Time::Ratio stride = recording.Rate() / track.stream->FetchRate();
+    place.stride = static_cast<std::size_t>(stride.Numerator());
+    decoder_.SetPlace(track.id, place);
 }
 
 void Session::Impl::Intake() {
@@ -284,6 +307,7 @@ void Session::Impl::SetSpeed(const Time::Ratio& speed) {
     const Time::Ratio oldSpeed = player_.GetSpeed();
     const std::vector<SampleRate> oldRates = FetchRates();
     player_.SetSpeed(speed);
+    PlanWindows();
     const bool turns = oldSpeed.Positive() != speed.Positive();
     if (turns || oldRates != FetchRates()) {
         WithdrawAll();

@@ -4,6 +4,7 @@
 #include <cstddef>
 
 #include "Player/SampleRate.h"
+#include "Time/TimePoint.h"
 
 namespace Tavrin::Playout {
 
@@ -13,14 +14,18 @@ struct SessionOptions {
     /// the recordings' rates.
     Player::SampleRate displayRate;
 
-    /// Bytes of decoded pictures that all tracks may hold together: half of it ready ahead of and behind the
-    /// play head, half of it in the decoders' stores, which is what lets a group be decoded once in reverse.
-    /// Each track keeps a few pictures ready however small its share is.
-    std::size_t decodedBytes = std::size_t{768} << 20;
+    /// Bytes of decoded pictures that all tracks may hold together, shared equally: ready around the play
+    /// head, and put out by the decoders on the way to others. Zero: for each track two of its longest
+    /// groups, which is what playing backward takes (`DefaultTrackBytes`). Each track keeps a few pictures
+    /// ready however small its share is.
+    std::size_t decodedBytes = 0;
 
-    /// Pictures at most to keep ready ahead of the play head on each track, however small they are. More
-    /// would only make jumps and changes of speed waste more work.
-    std::size_t nbAhead = 48;
+    /// Wall time ahead of the play head, in the direction of play, for which pictures are kept ready, as far
+    /// as the memory goes. Long enough for a group to be decoded before its first picture is due.
+    Time::TimePoint ahead = Time::TimePoint().FromMilliseconds(1500);
+
+    /// Wall time behind it, for those who turn round.
+    Time::TimePoint behind = Time::TimePoint().FromMilliseconds(400);
 
     /// Workers that read. Each serves its share of the tracks, so a slow file holds up only the tracks that it
     /// shares a worker with.

@@ -26,8 +26,7 @@ CLI::Option* AddMemoryOption(CLI::App& command, std::size_t& bytes) {
     return command
         .add_option_function<std::size_t>("--memory", assign,
                                           "Memory for decoded pictures in MiB, of all files\n"
-                                          "together (default: " +
-                                              std::to_string(bytes / kMebibyte) + ")")
+                                          "together (default: what two groups of each take)")
         ->type_name("MIB")
         ->check(Between(std::size_t{1}, kMostMebibytes));
 }

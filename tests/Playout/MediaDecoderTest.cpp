@@ -167,7 +167,7 @@ TEST(MediaDecoder, TheHookIsToldOfEachDecode) {
 MediaDecoderOptions Lanes(std::size_t nb, std::size_t storeBytes) {
     MediaDecoderOptions options;
     options.nbLanes = nb;
-    options.lane.storeBytes = storeBytes;
+    options.storeBytes = storeBytes;
     return options;
 }
 

@@ -183,7 +183,7 @@ TEST(Session, AtFourTimesOnlyEveryFourthPictureIsDecoded) {
 TEST(Session, AtEightTimesAPictureLeftOverFromBeforeIsNotTakenForTheOneFetched) {
     const auto recording = LongGroups();
     SessionOptions options;
-    options.nbAhead = 4;
+    options.ahead = TimePoint().FromMilliseconds(120);
     Session session({recording}, options);
     session.SetSpeed(Ratio(0, 1));
     session.GoTo(MiddleOf(*recording, 23));
@@ -331,7 +331,8 @@ TEST(Session, MissingPictureDoesNotHoldThePlayHead) {
 TEST(Session, CacheHoldsNoMorePicturesThanItsWindow) {
     const auto recording = LongGroups();
     SessionOptions options;
-    options.nbAhead = 6;
+    options.ahead = TimePoint().FromMilliseconds(200);
+    options.behind = TimePoint().FromMilliseconds(80);
     Session session({recording}, options);
     session.GoTo(MiddleOf(*recording, 0));
     std::size_t mostReady = 0;
