@@ -22,9 +22,7 @@ void RefuseNegative(const char* operation, int count) {
 class Semaphore::Exclusive {
 public:
     explicit Exclusive(Semaphore& semaphore)
-        : semaphore_(semaphore),
-          lock_(semaphore.mutex_),
-          value_(static_cast<int>(semaphore.units_.fetch_or(1) / 2)) {}
+        : semaphore_(semaphore), lock_(semaphore.mutex_), units_(semaphore.units_.fetch_or(1)) {}
     Exclusive(const Exclusive&) = delete;
     Exclusive& operator=(const Exclusive&) = delete;
     ~Exclusive() {
@@ -33,13 +31,17 @@ public:
         }
     }
 
-    int Value() const { return value_; }
-    void Set(int value) { value_ = value; }
-    void Take(int count) { value_ -= count; }
+    int Value() const { return NbUnits(units_); }
+    void Set(int value) { units_ = units_ / kOneTake * kOneTake + 2 * static_cast<std::uint64_t>(value); }
+
+    void Take(int count) {
+        Set(Value() - count);
+        units_ += kOneTake;
+    }
 
     void Add(int count) {
-        const int room = std::numeric_limits<int>::max() - value_;
-        value_ += count < room ? count : room;
+        const int room = std::numeric_limits<int>::max() - Value();
+        Set(Value() + (count < room ? count : room));
     }
 
     /// Waits, and leaves the count to others from then on: whoever served `waiter` has settled it.
@@ -51,12 +53,13 @@ public:
 
 private:
     void Publish() {
-        semaphore_.units_.store(std::int64_t{value_} * 2 + (semaphore_.first_ != nullptr ? 1 : 0));
+        const std::uint64_t even = units_ / 2 * 2;
+        semaphore_.units_.store(even + (semaphore_.first_ != nullptr ? 1 : 0));
     }
 
     Semaphore& semaphore_;
     std::unique_lock<std::mutex> lock_;
-    int value_;
+    std::uint64_t units_;
 };
 
 void Semaphore::Setup(int count) {
@@ -86,7 +89,12 @@ bool Semaphore::WaitUnlessRecalled(std::uint64_t nbRecallsSeen) {
         return false;
     }
     if (TryTake(1)) {
-        return true;
+        if (nbRecalls_.load() == nbRecallsSeen) {
+            return true;
+        }
+        // Called between the look at the count and the taking of the unit.
+        Signal(1);
+        return false;
     }
     Exclusive units(*this);
     // Looked at again now that `units_` is odd: a `Recall` counts first and then looks whether it is odd, so
@@ -104,9 +112,9 @@ bool Semaphore::WaitUnlessRecalled(std::uint64_t nbRecallsSeen) {
 
 /// Takes the units if they are there and nobody waits.
 bool Semaphore::TryTake(int count) {
-    std::int64_t units = units_.load();
-    while (units % 2 == 0 && units / 2 >= count) {
-        if (units_.compare_exchange_weak(units, units - std::int64_t{count} * 2)) {
+    std::uint64_t units = units_.load();
+    while (units % 2 == 0 && NbUnits(units) >= count) {
+        if (units_.compare_exchange_weak(units, units - 2 * static_cast<std::uint64_t>(count) + kOneTake)) {
             return true;
         }
     }
@@ -115,9 +123,9 @@ bool Semaphore::TryTake(int count) {
 
 /// Adds the units if nobody waits and the count does not reach its highest value.
 bool Semaphore::TryAdd(int count) {
-    std::int64_t units = units_.load();
-    while (units % 2 == 0 && units / 2 < std::numeric_limits<int>::max() - count) {
-        if (units_.compare_exchange_weak(units, units + std::int64_t{count} * 2)) {
+    std::uint64_t units = units_.load();
+    while (units % 2 == 0 && NbUnits(units) < std::numeric_limits<int>::max() - count) {
+        if (units_.compare_exchange_weak(units, units + 2 * static_cast<std::uint64_t>(count))) {
             return true;
         }
     }
@@ -168,7 +176,7 @@ void Semaphore::Signal(int count) {
 }
 
 int Semaphore::GetValue() const {
-    return static_cast<int>(units_.load() / 2);
+    return NbUnits(units_.load());
 }
 
 std::uint64_t Semaphore::Recall() {

@@ -153,6 +153,16 @@ TEST_F(CacheMemory, IsGivenBackByClear) {
     EXPECT_LE(Held(), peak / 20);
 }
 
+/// Once each entry had a block of its own there.
+TEST_F(CacheMemory, OfAWindowFilledBackwardBehindAFullBlockIsBounded) {
+    Fill(cache_, Row(32));  // one full block, to its last slot
+    Numbers behind(1000);
+    std::generate(behind.begin(), behind.end(), [next = std::int64_t{5000}]() mutable { return --next; });
+    start_ = LiveBytes();
+    Fill(cache_, behind);
+    ExpectAtMostPerEntry(kBytesPerEntry);
+}
+
 TEST_F(CacheMemory, OfAWindowDoesNotGrowWithTheDistanceItHasMoved) {
     Fill(cache_, Row(200));
     const std::int64_t atFirst = Held();
