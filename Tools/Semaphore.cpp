@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "Tools/LateWakeUps.h"
+
 namespace Tavrin::Tools {
 
 namespace {
@@ -18,7 +20,7 @@ void RefuseNegative(const char* operation, int count) {
 }  // namespace
 
 /// From construction on `units_` is odd, so that everybody else comes to the mutex, and the count is a plain
-/// number; it is published again at the end, or before a wait.
+/// number; it is published again at the end.
 class Semaphore::Exclusive {
 public:
     explicit Exclusive(Semaphore& semaphore)
@@ -26,9 +28,8 @@ public:
     Exclusive(const Exclusive&) = delete;
     Exclusive& operator=(const Exclusive&) = delete;
     ~Exclusive() {
-        if (lock_.owns_lock()) {
-            Publish();
-        }
+        const std::uint64_t even = units_ / 2 * 2;
+        semaphore_.units_.store(even + (semaphore_.first_ != nullptr ? 1 : 0));
     }
 
     int Value() const { return NbUnits(units_); }
@@ -44,26 +45,15 @@ public:
         Set(Value() + (count < room ? count : room));
     }
 
-    /// Waits, and leaves the count to others from then on: whoever served `waiter` has settled it.
-    void WaitUntilServed(Waiter& waiter) {
-        Publish();
-        waiter.wake_.wait(lock_, [&waiter] { return waiter.granted_ || waiter.recalled_; });
-        lock_.unlock();
-    }
-
 private:
-    void Publish() {
-        const std::uint64_t even = units_ / 2 * 2;
-        semaphore_.units_.store(even + (semaphore_.first_ != nullptr ? 1 : 0));
-    }
-
     Semaphore& semaphore_;
-    std::unique_lock<std::mutex> lock_;
+    std::lock_guard<std::mutex> lock_;
     std::uint64_t units_;
 };
 
 void Semaphore::Setup(int count) {
     RefuseNegative("Setup", count);
+    const LateWakeUps afterTheLock;
     Exclusive units(*this);
     units.Set(count);
     GrantInOrder(units);
@@ -78,10 +68,9 @@ void Semaphore::Wait(int count) {
     if (count == 0 || TryTake(count)) {
         return;
     }
-    Exclusive units(*this);
     Waiter self;
     self.needed_ = count;
-    Block(units, self);
+    Block(self);
 }
 
 bool Semaphore::WaitUnlessRecalled(std::uint64_t nbRecallsSeen) {
@@ -96,18 +85,11 @@ bool Semaphore::WaitUnlessRecalled(std::uint64_t nbRecallsSeen) {
         Signal(1);
         return false;
     }
-    Exclusive units(*this);
-    // Looked at again now that `units_` is odd: a `Recall` counts first and then looks whether it is odd, so
-    // either it finds this thread in the line or this thread finds its count.
-    if (nbRecalls_.load() != nbRecallsSeen) {
-        return false;
-    }
     Waiter self;
     self.needed_ = 1;
     self.recallable_ = true;
     self.nbRecallsSeen_ = nbRecallsSeen;
-    Block(units, self);
-    return self.granted_;
+    return Block(self);
 }
 
 /// Takes the units if they are there and nobody waits.
@@ -132,14 +114,28 @@ bool Semaphore::TryAdd(int count) {
     return false;
 }
 
-void Semaphore::Block(Exclusive& units, Waiter& self) {
-    if (first_ == nullptr && units.Value() >= self.needed_) {
-        units.Take(self.needed_);
-        self.granted_ = true;
-        return;
+/// Stands in line until served; whether with units.
+bool Semaphore::Block(Waiter& self) {
+    {
+        Exclusive units(*this);
+        // Looked at again now that `units_` is odd: a `Recall` counts first and then looks whether it is odd,
+        // so either it finds this thread in the line or this thread finds its count.
+        if (self.recallable_ && nbRecalls_.load() != self.nbRecallsSeen_) {
+            return false;
+        }
+        if (first_ == nullptr && units.Value() >= self.needed_) {
+            units.Take(self.needed_);
+            return true;
+        }
+        Append(self);
     }
-    Append(self);
-    units.WaitUntilServed(self);
+    while (self.state_.load() == Waiter::Waiting) {
+        self.state_.wait(Waiter::Waiting);
+    }
+    // Whoever served this thread may still hold the lock: once it is free, neither the semaphore nor the
+    // waiter is touched by that thread any more.
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return self.state_.load() == Waiter::Granted;
 }
 
 void Semaphore::Append(Waiter& waiter) {
@@ -155,10 +151,13 @@ void Semaphore::GrantInOrder(Exclusive& units) {
         if (first_ == nullptr) {
             last_ = nullptr;
         }
-        waiter.granted_ = true;
-        // Under the lock: once it is released, the waiter may be gone with its condition variable.
-        waiter.wake_.notify_one();
+        Serve(waiter, Waiter::Granted);
     }
+}
+
+void Semaphore::Serve(Waiter& waiter, Waiter::State state) {
+    waiter.state_.store(state);
+    LateWakeUps::Wake(&waiter.state_);
 }
 
 void Semaphore::Signal() {
@@ -170,6 +169,7 @@ void Semaphore::Signal(int count) {
     if (TryAdd(count)) {
         return;
     }
+    const LateWakeUps afterTheLock;
     Exclusive units(*this);
     units.Add(count);
     GrantInOrder(units);
@@ -185,6 +185,7 @@ std::uint64_t Semaphore::Recall() {
         // Nobody waits, and who is about to will see the count: there is nobody to wake.
         return nbRecalls;
     }
+    const LateWakeUps afterTheLock;
     Exclusive units(*this);
     Waiter* waiter = first_;
     first_ = nullptr;
@@ -194,8 +195,7 @@ std::uint64_t Semaphore::Recall() {
         waiter = current.next_;
         current.next_ = nullptr;
         if (current.recallable_ && current.nbRecallsSeen_ != nbRecalls_.load()) {
-            current.recalled_ = true;
-            current.wake_.notify_one();
+            Serve(current, Waiter::Recalled);
         } else {
             Append(current);
         }

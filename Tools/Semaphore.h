@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
@@ -64,16 +63,16 @@ public:
     bool WaitUnlessRecalled(std::uint64_t nbRecallsSeen);
 
 private:
-    /// One blocked thread, on that thread's own stack. Each has a condition variable of its own, so that
-    /// a unit wakes exactly the thread that it was given to.
+    /// One blocked thread, on that thread's own stack. Each sleeps on a word of its own, so that a unit wakes
+    /// exactly the thread that it was given to.
     struct Waiter {
+        enum State : int { Waiting, Granted, Recalled };
+
         int needed_ = 0;
         bool recallable_ = false;
         std::uint64_t nbRecallsSeen_ = 0;
-        bool granted_ = false;
-        bool recalled_ = false;
         Waiter* next_ = nullptr;
-        std::condition_variable wake_;
+        std::atomic<int> state_ = Waiting;
     };
 
     /// The count to itself, for as long as it exists.
@@ -81,7 +80,8 @@ private:
 
     bool TryTake(int count);
     bool TryAdd(int count);
-    void Block(Exclusive& units, Waiter& self);
+    bool Block(Waiter& self);
+    static void Serve(Waiter& waiter, Waiter::State state);
     void GrantInOrder(Exclusive& units);
     void Append(Waiter& waiter);
 
