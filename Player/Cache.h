@@ -37,7 +37,7 @@ namespace Tavrin::Player {
 /// *Cost:* looking up, recording and filing one entry are searches, logarithmic in the entries; evicting costs
 /// by the entry that goes or that must be asked whether it may. Only what says so walks all entries.
 /// *Memory:* about 42 bytes an entry in a window that was filled in order, at most 165 however it was filled
-/// and thinned out, and 16 to 64 for each run of numbers once `FindRuns` was asked. Beside that two blocks of 32
+/// and thinned out, and 16 to 64 for each run of numbers once `FindRuns` was asked. Beside that two blocks of 24
 /// entries, and one for every four in use, are kept so that a window that slides allocates nothing. A window
 /// that shrinks gives back the rest.
 /// *Ownership:* owns the samples it has filed and deletes them on eviction, on `Clear` and on destruction;

@@ -18,7 +18,7 @@ namespace Tavrin::Player {
 /// go at the other, in either direction, and now and then in between. Any entry can carry a mark, and the
 /// nearest marked entry on either side of a place is found without a look at the entries in between.
 ///
-/// The entries lie side by side in blocks of up to 32; a directory says where each block begins and which of
+/// The entries lie side by side in blocks of up to 24; a directory says where each block begins and which of
 /// its entries are marked:
 ///
 ///     directory   first, marks        first, marks        first, marks
@@ -137,7 +137,9 @@ public:
 private:
     using Marks = std::uint32_t;
 
-    static constexpr unsigned kNbSlots = 32;            ///< As many as `Marks` has bits.
+    /// At most as many as `Marks` has bits. With more, entries in between cost more to add; with fewer, long
+    /// windows have more blocks to search.
+    static constexpr unsigned kNbSlots = 24;
     static constexpr std::size_t kNbBlocksToGuess = 8;  ///< With fewer, a search is as quick as a guess.
     static constexpr int kNbStepsFromGuess = 2;
     static constexpr std::size_t kNbSparesAtLeast = 2;
@@ -168,7 +170,7 @@ private:
     static Marks Bit(unsigned slot) { return Marks{1} << slot; }
 
     /// The bits of the slots before `slot`, which may be one past the last.
-    static Marks BitsBefore(unsigned slot) { return slot < kNbSlots ? Bit(slot) - 1 : ~Marks{0}; }
+    static Marks BitsBefore(unsigned slot) { return Bit(slot) - 1; }
 
     std::size_t BlockOf(const Time::TimePoint& tp) const;
     unsigned SlotOf(std::size_t at, const Time::TimePoint& tp) const;

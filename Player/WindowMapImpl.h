@@ -377,7 +377,7 @@ typename WindowMap<Value>::Iterator WindowMap<Value>::MarkedBefore(Iterator plac
         }
         marks = marks_[at];
     }
-    return {this, at, kNbSlots - 1 - static_cast<unsigned>(std::countl_zero(marks))};
+    return {this, at, static_cast<unsigned>(std::bit_width(marks)) - 1};
 }
 
 template <typename Value>

@@ -155,12 +155,16 @@ TEST_F(CacheMemory, IsGivenBackByClear) {
 
 /// Once each entry had a block of its own there.
 TEST_F(CacheMemory, OfAWindowFilledBackwardBehindAFullBlockIsBounded) {
-    Fill(cache_, Row(32));  // one full block, to its last slot
     Numbers behind(1000);
     std::generate(behind.begin(), behind.end(), [next = std::int64_t{5000}]() mutable { return --next; });
-    start_ = LiveBytes();
-    Fill(cache_, behind);
-    ExpectAtMostPerEntry(kBytesPerEntry);
+    for (const std::int64_t nbFirst :
+         {8, 16, 24, 32, 48, 64}) {  // some of them fill a block to its last slot
+        cache_.Clear();
+        start_ = LiveBytes();
+        Fill(cache_, Row(nbFirst));
+        Fill(cache_, behind);
+        ExpectAtMostPerEntry(kBytesPerEntry);
+    }
 }
 
 TEST_F(CacheMemory, OfAWindowDoesNotGrowWithTheDistanceItHasMoved) {
