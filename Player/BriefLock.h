@@ -5,8 +5,8 @@
 namespace Tavrin::Player {
 
 /// Holds a mutex for a scope, like `std::lock_guard`, and tries a while before it goes to sleep: for mutexes
-/// that are only ever held for a few instructions, where the wait is over long before a thread would be
-/// asleep. With a producer and a worker at work on one queue that saves the sleep and the system call that
+/// that are nearly always held for a few instructions only, where the wait is over long before a thread would
+/// be asleep. With a producer and a worker at work on one queue that saves the sleep and the system call that
 /// ends it at most of their encounters.
 ///
 /// *Blocking:* until the mutex is free.
@@ -25,8 +25,8 @@ public:
     ~BriefLock() { mutex_.unlock(); }
 
 private:
-    /// About a microsecond, which is what falling asleep and being woken takes at least: in the worst case,
-    /// with the holder off its processor, the wait costs twice what it would have.
+    /// Some hundred nanoseconds. Falling asleep and being woken takes more than a microsecond, so where trying
+    /// is in vain, with the holder off its processor, it adds little to the wait.
     static constexpr int kNbTries = 100;
 
     std::mutex& mutex_;

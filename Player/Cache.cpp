@@ -1,10 +1,12 @@
 #include "Player/Cache.h"
 
+#include <algorithm>
 #include <iostream>
 #include <limits>
 #include <memory>
 #include <new>
 #include <stdexcept>
+#include <utility>
 
 #include "Logging/LoggingManager.h"
 #include "Player/LogMessage.h"
@@ -156,39 +158,21 @@ const SampleRuns& Cache::FindRuns(const SampleRate& sampleRate) {
         for (const auto& entry : cache_) {
             runs_.Insert(entry.Key().SampleNumber(sampleRate));
         }
+        runs_.GiveBack();
         runsRate_ = sampleRate;
         hasRuns_ = true;
     }
     return runs_;
 }
 
-void Cache::NoteInserted(const TimePoint& tp) noexcept {
-    ChangeRuns([&] { runs_.Insert(tp.SampleNumber(runsRate_)); });
-}
-
-/// A sample's number goes with the last of its entries. Those lie side by side: a neighbour has the same
-/// number, or none has.
-void Cache::NoteErased(const TimePoint& tp, Iterator next) noexcept {
-    ChangeRuns([&] {
-        const std::int64_t number = tp.SampleNumber(runsRate_);
-        if (next != cache_.end() && next.Key().SampleNumber(runsRate_) == number) {
-            return;
-        }
-        if (next == cache_.begin() || (--next).Key().SampleNumber(runsRate_) != number) {
-            runs_.Erase(number);
-        }
-    });
-}
-
 /// The runs say nothing that the entries do not say: when there is no memory to change them they are dropped,
 /// and made anew when somebody asks.
-template <typename Change>
-void Cache::ChangeRuns(Change change) noexcept {
+void Cache::NoteInserted(const TimePoint& tp) noexcept {
     if (!hasRuns_) {
         return;
     }
     try {
-        change();
+        runs_.Insert(tp.SampleNumber(runsRate_));
     } catch (const std::bad_alloc&) {
         hasRuns_ = false;
     }
@@ -312,30 +296,100 @@ void Cache::Clear() {
     usedSample_ = TimePoint();
 }
 
+/// Entries that lay side by side and are erased in one pass. Their numbers go from the runs together: all from
+/// the first to the last, but for one that an entry before or behind them has as well. No other entry can have
+/// one of them, as numbers never fall as time points rise.
+///
+/// While a pass runs the runs are not valid; they are again when it ends with `Close`, and not when a sample
+/// throws.
+class Cache::ErasedStretch {
+public:
+    explicit ErasedStretch(Cache& cache) : cache_(cache), keepsRuns_(std::exchange(cache.hasRuns_, false)) {}
+
+    void Add(const TimePoint& tp) {
+        first_ = isEmpty_ ? tp : std::min(first_, tp);
+        last_ = isEmpty_ ? tp : std::max(last_, tp);
+        isEmpty_ = false;
+    }
+
+    /// The stretch ends where `next`, which may be the end, follows it; another may begin.
+    void EndBefore(Iterator next) {
+        if (!isEmpty_ && keepsRuns_) {
+            TakeFromRuns(next);
+        }
+        isEmpty_ = true;
+    }
+
+    void Close(Iterator next) {
+        EndBefore(next);
+        cache_.hasRuns_ = keepsRuns_;
+    }
+
+private:
+    void TakeFromRuns(Iterator next) {
+        const SampleRate& rate = cache_.runsRate_;
+        std::int64_t first = first_.SampleNumber(rate);
+        std::int64_t last = last_.SampleNumber(rate);
+        const bool sharesLast = next != cache_.cache_.end() && next.Key().SampleNumber(rate) == last;
+        const bool sharesFirst = next != cache_.cache_.begin() && (--next).Key().SampleNumber(rate) == first;
+        // One number only, which is shared: nothing goes. Otherwise the sums cannot overflow.
+        if (first == last && (sharesFirst || sharesLast)) {
+            return;
+        }
+        first += sharesFirst ? 1 : 0;
+        last -= sharesLast ? 1 : 0;
+        try {
+            cache_.runs_.Erase(first, last);
+        } catch (const std::bad_alloc&) {
+            keepsRuns_ = false;
+        }
+    }
+
+    Cache& cache_;
+    bool keepsRuns_;
+    bool isEmpty_ = true;
+    TimePoint first_;
+    TimePoint last_;
+};
+
 std::size_t Cache::EraseBefore(const TimePoint& tp) {
     std::size_t nbErased = 0;
+    ErasedStretch stretch(*this);
     Iterator place = cache_.begin();
     while (place != cache_.end() && place.Key() < tp) {
         if (MayBeErased(place.Get(), place.Key() == usedSample_)) {
+            stretch.Add(place.Key());
             place = Erase(place);
             ++nbErased;
         } else {
+            stretch.EndBefore(place);
             ++place;
         }
     }
+    stretch.Close(place);
     return nbErased;
 }
 
 std::size_t Cache::EraseAfter(const TimePoint& tp, EntryType e) {
     std::size_t nbErased = 0;
-    Iterator place = cache_.end();
-    while (place != cache_.begin() && tp < (--place).Key()) {
+    ErasedStretch stretch(*this);
+    Iterator next = cache_.end();
+    while (next != cache_.begin()) {
+        Iterator place = next;
+        if ((--place).Key() <= tp) {
+            break;
+        }
         const bool matches = e == Not_Found || place.Get().type_ == e;
         if (matches && MayBeErased(place.Get(), place.Key() == usedSample_)) {
-            place = Erase(place);
+            stretch.Add(place.Key());
+            next = Erase(place);
             ++nbErased;
+        } else {
+            stretch.EndBefore(next);
+            next = place;
         }
     }
+    stretch.Close(next);
     return nbErased;
 }
 
@@ -347,11 +401,8 @@ bool Cache::MayBeErased(const CacheEntry& entry, bool isInUse) {
 }
 
 Cache::Iterator Cache::Erase(Iterator entry) {
-    const TimePoint tp = entry.Key();
     delete entry.Get().output_.sample_;
-    const Iterator next = cache_.Erase(entry);
-    NoteErased(tp, next);
-    return next;
+    return cache_.Erase(entry);
 }
 
 }  // namespace Tavrin::Player

@@ -36,9 +36,10 @@ namespace Tavrin::Player {
 /// *Blocking:* never beyond the queue's short lock and the samples' own protection locks.
 /// *Cost:* looking up, recording and filing one entry are searches, logarithmic in the entries; evicting costs
 /// by the entry that goes or that must be asked whether it may. Only what says so walks all entries.
-/// *Memory:* at most 41 bytes an entry in a window without gaps and 165 in the worst case, plus two blocks of
-/// 32 entries and one for every four in use, kept so that a window that slides allocates nothing. A window that
-/// shrinks gives back the rest, but for about 30 bytes for every 32 entries of its longest.
+/// *Memory:* about 42 bytes an entry in a window that was filled in order, at most 165 however it was filled
+/// and thinned out, and 16 to 64 for each run of numbers once `FindRuns` was asked. Beside that two blocks of 24
+/// entries, and one for every four in use, are kept so that a window that slides allocates nothing. A window
+/// that shrinks gives back the rest.
 /// *Ownership:* owns the samples it has filed and deletes them on eviction, on `Clear` and on destruction;
 /// deletes at once the sample of an answer that it rejects. A sample handed out by `GetSample` lives until
 /// the next eviction pass that may take it; who keeps it longer protects it.
@@ -124,8 +125,9 @@ public:
     /// is not const.
     ///
     /// Walks all entries when it is asked for a rate for the first time. From then on the runs of that rate
-    /// are kept up to date with the entries, at the cost of a search for each that comes or goes, so asking
-    /// for the same rate again costs nothing. They are kept for one rate: that of the last call.
+    /// are kept up to date with the entries, at the cost of a search for each that comes and for each stretch
+    /// that goes, so asking for the same rate again costs nothing. They are kept for one rate: that of the last
+    /// call.
     const SampleRuns& FindRuns(const SampleRate& sampleRate);
 
     /// The lowest and the highest time point recorded; the origin when the cache is empty.
@@ -173,9 +175,8 @@ private:
     static bool MayBeErased(const CacheEntry& entry, bool isInUse);
     Iterator Erase(Iterator entry);
     void NoteInserted(const Time::TimePoint& tp) noexcept;
-    void NoteErased(const Time::TimePoint& tp, Iterator next) noexcept;
-    template <typename Change>
-    void ChangeRuns(Change change) noexcept;
+
+    class ErasedStretch;
 
     CacheUpdateQueue queue_;
     SampleRate streamRate_;

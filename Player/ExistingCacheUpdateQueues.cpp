@@ -1,5 +1,6 @@
 #include "Player/ExistingCacheUpdateQueues.h"
 
+#include <algorithm>
 #include <boost/thread/locks.hpp>
 #include <stdexcept>
 #include <string>
@@ -63,12 +64,23 @@ private:
 
 void ExistingCacheUpdateQueues::InsertExistingQueue(CacheUpdateQueue* queue) {
     const ExclusiveAccess access(*this, "InsertExistingQueue");
-    queues_.insert(queue);
+    if (IsRegistered(queue)) {
+        return;
+    }
+    byAddress_.insert(queue);
+    try {
+        queues_.push_back(queue);
+    } catch (...) {
+        byAddress_.erase(queue);
+        throw;
+    }
 }
 
 void ExistingCacheUpdateQueues::RemoveExistingQueue(CacheUpdateQueue* queue) {
     const ExclusiveAccess access(*this, "RemoveExistingQueue");
-    queues_.erase(queue);
+    if (byAddress_.erase(queue) != 0) {
+        queues_.erase(std::find(queues_.begin(), queues_.end(), queue));
+    }
 }
 
 bool ExistingCacheUpdateQueues::Exists(CacheUpdateQueue* queue) {
@@ -105,7 +117,12 @@ bool ExistingCacheUpdateQueues::DecodeIfExists(CacheUpdateQueue* queue, ISampleD
 }
 
 bool ExistingCacheUpdateQueues::IsRegistered(CacheUpdateQueue* queue) const {
-    return queues_.count(queue) != 0;
+    // Among a few, looking at each is quicker than finding the place of one.
+    constexpr std::size_t few = 16;
+    if (queues_.size() <= few) {
+        return std::find(queues_.begin(), queues_.end(), queue) != queues_.end();
+    }
+    return byAddress_.count(queue) != 0;
 }
 
 }  // namespace Tavrin::Player

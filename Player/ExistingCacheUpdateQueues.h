@@ -3,6 +3,7 @@
 #include <boost/thread/shared_mutex.hpp>
 #include <mutex>
 #include <unordered_set>
+#include <vector>
 
 #include "Player/CacheUpdateQueue.h"
 #include "Player/DecodeOrder.h"
@@ -71,8 +72,9 @@ private:
     /// who come back at once from overtaking it.
     std::mutex entrance_;
     boost::shared_mutex access_;
-    /// By address: nothing depends on the order of registration.
-    std::unordered_set<CacheUpdateQueue*> queues_;
+    std::vector<CacheUpdateQueue*> queues_;  ///< In the order of registration.
+    /// The same, for finding one among many.
+    std::unordered_set<CacheUpdateQueue*> byAddress_;
 };
 
 }  // namespace Tavrin::Player

@@ -5,6 +5,7 @@
 
 #include "Player/BriefLock.h"
 #include "Player/SegmentedFifo.h"
+#include "Tools/LateWakeUps.h"
 
 namespace Tavrin::Player {
 
@@ -27,13 +28,16 @@ public:
 
     /// Appends a copy of `entry`.
     void Push(const Entry& entry) {
-        Push(entry, [] {});
+        const BriefLock lock(mutex_);
+        queue_.Push(entry);
     }
 
-    /// Appends a copy of `entry` and calls `wake` while the lock is still held, so that whoever is woken
-    /// finds the entry unless somebody else took it first. `wake` takes no lock of a queue.
+    /// Appends a copy of `entry` and calls `wake`, which signals a semaphore, while the lock is still held, so
+    /// that whoever is woken finds the entry unless somebody else took it first. The thread itself is woken
+    /// once the lock is released, as it needs it at once. `wake` takes no lock of a queue.
     template <typename Wake>
     void Push(const Entry& entry, Wake wake) {
+        const Tools::LateWakeUps afterTheLock;
         const BriefLock lock(mutex_);
         queue_.Push(entry);
         wake();

@@ -2,9 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <span>
 
 #include "Player/PlayerExport.h"
+#include "Player/SlidingArray.h"
 
 namespace Tavrin::Player {
 
@@ -36,7 +37,7 @@ public:
     };
 
     /// Ascending.
-    const std::vector<Run>& Runs() const { return runs_; }
+    std::span<const Run> Runs() const { return {runs_.begin(), runs_.size()}; }
 
     bool Contains(std::int64_t number) const;
 
@@ -48,21 +49,23 @@ public:
     /// none.
     std::int64_t LastAbsentUpTo(std::int64_t number) const;
 
-    /// Adds a number; one that is there already changes nothing. Costs a search, and a move of the runs above
-    /// it when a run comes or goes.
+    /// Adds a number; one that is there already changes nothing. Costs a search, and where a run comes or goes
+    /// in between others a move of those on the shorter side.
     void Insert(std::int64_t number);
 
-    /// Takes a number out; one that is not there changes nothing. Costs as `Insert`.
-    void Erase(std::int64_t number);
+    /// Takes the numbers from `first` to `last` out, as far as they are there. Costs as `Insert`.
+    void Erase(std::int64_t first, std::int64_t last);
 
-    void Clear();
+    /// Takes all out. Keeps the memory for as many as there were, until `GiveBack`.
+    void Clear() { runs_.Clear(); }
+
+    /// Gives back the memory of runs that have gone, as far as it is much. `Erase` does so by itself.
+    void GiveBack() noexcept;
 
 private:
-    void GiveBack() noexcept;
-    std::vector<Run>::iterator FirstRunEndingFrom(std::int64_t number);
-    std::vector<Run>::const_iterator FirstRunEndingFrom(std::int64_t number) const;
+    std::size_t FirstRunEndingFrom(std::int64_t number) const;
 
-    std::vector<Run> runs_;
+    SlidingArray<Run> runs_;
 };
 
 }  // namespace Tavrin::Player

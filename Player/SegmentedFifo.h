@@ -25,8 +25,8 @@ namespace Tavrin::Player {
 /// *Threads:* externally synchronised.
 /// *Memory:* nothing until the first push. Bounded by what it held at its fullest, and given back after a
 /// burst: when for `kQuietPeriod` no more than a quarter of the segments was needed, half of the spare ones are
-/// freed, and so on. That is judged when the sequence runs empty: one that never does, or that is not used at
-/// all, keeps its spares. `Clear` and the destructor free everything.
+/// freed, a few each time it runs empty, and so on. One that never runs empty, or that is not used at all, keeps
+/// its spares. `Clear` and the destructor free everything.
 /// *Errors:* whatever throws, copying or allocating, leaves the sequence as it was.
 template <typename Entry, typename Clock = std::chrono::steady_clock>
 class SegmentedFifo {
@@ -38,6 +38,9 @@ public:
     /// Longer than the lull between two bursts that belong together: a burst at every tick, or one whenever
     /// an operator moves the play head.
     static constexpr std::chrono::seconds kQuietPeriod{10};
+
+    /// How many spare segments are freed at most when the sequence runs empty.
+    static constexpr std::uint32_t kNbFreedPerRound = 4;
 
     /// How often a sequence that runs empty looks at the clock: reading it costs as much as a push.
     static constexpr std::uint32_t kNbRoundsPerLook = 16;
@@ -90,7 +93,7 @@ public:
         FreeAll(spares_);
         last_ = nullptr;
         read_ = write_ = writeEnd_ = nullptr;
-        nbUsed_ = nbSpares_ = nbUsedAtMost_ = nbQuietRounds_ = 0;
+        nbUsed_ = nbSpares_ = nbUsedAtMost_ = nbQuietRounds_ = nbToFree_ = 0;
     }
 
 private:
@@ -128,8 +131,8 @@ private:
         std::unique_ptr<Segment> next_;
 
     private:
-        Slot* unused_ = Begin();  ///< From here on, no slot has held an entry yet.
         std::array<Slot, kNbEntriesPerSegment> slots_;
+        Slot* unused_ = Begin();  ///< From here on, no slot has held an entry yet.
     };
 
     using Chain = std::unique_ptr<Segment>;
@@ -193,9 +196,11 @@ private:
         const bool wasQuiet = nbUsedAtMost_ * 4 <= nbUsed_ + nbSpares_;
         nbUsedAtMost_ = nbUsed_;
         nbQuietRounds_ = wasQuiet ? nbQuietRounds_ + 1 : 0;
+        nbToFree_ = wasQuiet ? nbToFree_ : 0;
         if (wasQuiet && nbQuietRounds_ % kNbRoundsPerLook == 0) {
             LookAtClock();
         }
+        FreeSome();
     }
 
     void LookAtClock() {
@@ -203,15 +208,17 @@ private:
         if (nbQuietRounds_ == kNbRoundsPerLook) {
             quietSince_ = now;
         } else if (now - quietSince_ >= kQuietPeriod) {
-            FreeHalfOfSpares();
+            nbToFree_ = nbSpares_ - nbSpares_ / 2;
             quietSince_ = now;
         }
     }
 
-    void FreeHalfOfSpares() {
-        const std::uint32_t nbKept = nbSpares_ / 2;
-        for (; nbSpares_ > nbKept; --nbSpares_) {
+    /// A few at a time: somebody may be waiting for the lock under which this is done.
+    void FreeSome() {
+        for (std::uint32_t nb = std::min(nbToFree_, kNbFreedPerRound); nb > 0; --nb) {
             spares_ = std::move(spares_->next_);
+            --nbSpares_;
+            --nbToFree_;
         }
     }
 
@@ -226,6 +233,7 @@ private:
     Chain spares_;
     std::uint32_t nbUsedAtMost_ = 0;   ///< In the current round.
     std::uint32_t nbQuietRounds_ = 0;  ///< In a row.
+    std::uint32_t nbToFree_ = 0;
     typename Clock::time_point quietSince_;
 };
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Player/BitRow.h"
+#include "Player/SlidingArray.h"
 #include "Time/TimePoint.h"
 
 namespace Tavrin::Player {
@@ -17,7 +18,7 @@ namespace Tavrin::Player {
 /// go at the other, in either direction, and now and then in between. Any entry can carry a mark, and the
 /// nearest marked entry on either side of a place is found without a look at the entries in between.
 ///
-/// The entries lie side by side in blocks of up to 32; a directory says where each block begins and which of
+/// The entries lie side by side in blocks of up to 24; a directory says where each block begins and which of
 /// its entries are marked:
 ///
 ///     directory   first, marks        first, marks        first, marks
@@ -29,7 +30,8 @@ namespace Tavrin::Player {
 /// *Threads:* externally synchronised.
 /// *Memory:* two neighbouring blocks are always more than half full together. Of the blocks that have emptied
 /// two, and one for every four in use, are kept for reuse, so that a window that slides allocates nothing; the
-/// others are given back at once. The directory keeps its memory, about 30 bytes a block.
+/// others are given back at once. The directory takes 30 bytes a block, and up to four times as much after
+/// blocks have gone.
 /// *Errors:* when memory runs out, `Insert` changes nothing. Nothing else throws.
 ///
 /// The definitions are in "Player/WindowMapImpl.h", for those who instantiate it.
@@ -115,7 +117,7 @@ public:
     /// Removes the entry; returns the place of the one after it.
     Iterator Erase(Iterator place);
 
-    /// Removes all entries, and gives back all memory but the directory's.
+    /// Removes all entries, and gives back the memory but for one block and the directory's.
     void Clear();
 
     void Mark(Iterator place) {
@@ -135,10 +137,13 @@ public:
 private:
     using Marks = std::uint32_t;
 
-    static constexpr unsigned kNbSlots = 32;            ///< As many as `Marks` has bits.
+    /// At most as many as `Marks` has bits. With more, entries in between cost more to add; with fewer, long
+    /// windows have more blocks to search.
+    static constexpr unsigned kNbSlots = 24;
     static constexpr std::size_t kNbBlocksToGuess = 8;  ///< With fewer, a search is as quick as a guess.
     static constexpr int kNbStepsFromGuess = 2;
     static constexpr std::size_t kNbSparesAtLeast = 2;
+    static constexpr std::size_t kNbBlocksKept = 16;  ///< Room in the directory that is never given back.
     static constexpr std::size_t kNbBlocksPerSpare = 4;
 
     struct Slots {
@@ -146,8 +151,7 @@ private:
         std::array<Value, kNbSlots> values_;
     };
 
-    /// The slots from `begin_` to before `end_` are in use. The map owns them; a plain pointer, so that the
-    /// directory is moved as bytes when a block goes at its begin.
+    /// The slots from `begin_` to before `end_` are in use. The map owns them.
     struct Block {
         Slots* slots_ = nullptr;
         std::uint16_t begin_ = 0;
@@ -166,7 +170,7 @@ private:
     static Marks Bit(unsigned slot) { return Marks{1} << slot; }
 
     /// The bits of the slots before `slot`, which may be one past the last.
-    static Marks BitsBefore(unsigned slot) { return slot < kNbSlots ? Bit(slot) - 1 : ~Marks{0}; }
+    static Marks BitsBefore(unsigned slot) { return Bit(slot) - 1; }
 
     std::size_t BlockOf(const Time::TimePoint& tp) const;
     unsigned SlotOf(std::size_t at, const Time::TimePoint& tp) const;
@@ -193,9 +197,9 @@ private:
 
     // The directory, ascending; no block is empty. Searches read only the firsts and the marks, so these lie
     // side by side.
-    std::vector<Block> blocks_;
-    std::vector<Time::TimePoint> firsts_;
-    std::vector<Marks> marks_;
+    SlidingArray<Block> blocks_;
+    SlidingArray<Time::TimePoint> firsts_;
+    SlidingArray<Marks> marks_;
     BitRow markedBlocks_;  ///< A bit for each block, set when it has a mark.
     std::size_t size_ = 0;
     std::vector<std::unique_ptr<Slots>> spares_;

@@ -14,7 +14,7 @@ template <typename Value>
 std::size_t WindowMap<Value>::BlockOf(const Time::TimePoint& tp) const {
     const std::size_t nbBlocks = firsts_.size();
     if (nbBlocks > kNbBlocksToGuess) {
-        std::size_t guess = GuessOf(tp - firsts_.front(), firsts_.back() - firsts_.front(), nbBlocks - 1);
+        std::size_t guess = GuessOf(tp - firsts_.Front(), firsts_.Back() - firsts_.Front(), nbBlocks - 1);
         for (int step = 0; step <= kNbStepsFromGuess; ++step) {
             if (guess > 0 && tp < firsts_[guess]) {
                 --guess;
@@ -126,7 +126,7 @@ typename WindowMap<Value>::Iterator WindowMap<Value>::RoomAt(std::size_t at, uns
 
 template <typename Value>
 typename WindowMap<Value>::Iterator WindowMap<Value>::RoomBeforeFirst() {
-    Block& block = blocks_.front();
+    Block& block = blocks_[0];
     if (block.begin_ == 0) {
         if (!IsHalfEmpty(block)) {
             return RoomInNewBlock(0, kNbSlots - 1);
@@ -141,6 +141,12 @@ typename WindowMap<Value>::Iterator WindowMap<Value>::RoomBehindLastOf(std::size
     Block& block = blocks_[at];
     if (block.end_ == kNbSlots) {
         if (at + 1 < blocks_.size() && blocks_[at + 1].begin_ > 0) {
+            return {this, at + 1, --blocks_[at + 1].begin_};
+        }
+        if (at + 1 < blocks_.size() && IsHalfEmpty(blocks_[at + 1])) {
+            // Rather than a new block before it: with entries that come in descending order, each would get
+            // one of its own.
+            MoveAllTo(at + 1, kNbSlots - blocks_[at + 1].Size());
             return {this, at + 1, --blocks_[at + 1].begin_};
         }
         if (!IsHalfEmpty(block)) {
@@ -265,14 +271,13 @@ void WindowMap<Value>::Join(std::size_t at) {
 
 template <typename Value>
 void WindowMap<Value>::AddBlock(std::size_t at, unsigned begin) {
-    if (blocks_.size() == blocks_.capacity()) {
-        const std::size_t capacity = 2 * blocks_.size() + 1;
-        spares_.reserve(NbSparesFor(capacity) + 1);  // RemoveBlock adds before it counts
-        firsts_.reserve(capacity);
-        marks_.reserve(capacity);
-        markedBlocks_.Reserve(capacity);
-        blocks_.reserve(capacity);  // the last, as its capacity stands for all
-    }
+    // All that may throw comes first.
+    const std::size_t nbBlocks = blocks_.size() + 1;
+    spares_.reserve(NbSparesFor(nbBlocks) + 1);  // RemoveBlock adds before it counts
+    blocks_.Reserve(nbBlocks);
+    firsts_.Reserve(nbBlocks);
+    marks_.Reserve(nbBlocks);
+    markedBlocks_.Reserve(nbBlocks);
     Block block;
     block.begin_ = static_cast<std::uint16_t>(begin);
     block.end_ = block.begin_;
@@ -282,36 +287,35 @@ void WindowMap<Value>::AddBlock(std::size_t at, unsigned begin) {
         block.slots_ = spares_.back().release();
         spares_.pop_back();
     }
-    const auto offset = static_cast<std::ptrdiff_t>(at);
-    blocks_.insert(blocks_.begin() + offset, block);
-    firsts_.insert(firsts_.begin() + offset, Time::TimePoint());
-    marks_.insert(marks_.begin() + offset, 0);
+    blocks_.Insert(at, block);
+    firsts_.Insert(at, Time::TimePoint());
+    marks_.Insert(at, 0);
     markedBlocks_.Insert(at);
 }
 
 template <typename Value>
 void WindowMap<Value>::RemoveBlock(std::size_t at) {
     spares_.emplace_back(blocks_[at].slots_);
-    const auto offset = static_cast<std::ptrdiff_t>(at);
-    blocks_.erase(blocks_.begin() + offset);
-    firsts_.erase(firsts_.begin() + offset);
-    marks_.erase(marks_.begin() + offset);
+    blocks_.Erase(at);
+    firsts_.Erase(at);
+    marks_.Erase(at);
     markedBlocks_.Erase(at);
     while (spares_.size() > NbSparesFor(blocks_.size())) {
         spares_.pop_back();
     }
+    blocks_.GiveBack(kNbBlocksKept);
+    firsts_.GiveBack(kNbBlocksKept);
+    marks_.GiveBack(kNbBlocksKept);
 }
 
 template <typename Value>
 void WindowMap<Value>::Clear() {
-    for (const Block& block : blocks_) {
-        delete block.slots_;
+    while (!blocks_.empty()) {
+        RemoveBlock(blocks_.size() - 1);
     }
-    blocks_.clear();
-    firsts_.clear();
-    marks_.clear();
-    markedBlocks_.Clear();
-    spares_.clear();
+    while (spares_.size() > 1) {
+        spares_.pop_back();
+    }
     size_ = 0;
 }
 
@@ -373,7 +377,7 @@ typename WindowMap<Value>::Iterator WindowMap<Value>::MarkedBefore(Iterator plac
         }
         marks = marks_[at];
     }
-    return {this, at, kNbSlots - 1 - static_cast<unsigned>(std::countl_zero(marks))};
+    return {this, at, static_cast<unsigned>(std::bit_width(marks)) - 1};
 }
 
 template <typename Value>

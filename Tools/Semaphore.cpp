@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "Tools/LateWakeUps.h"
+
 namespace Tavrin::Tools {
 
 namespace {
@@ -18,49 +20,40 @@ void RefuseNegative(const char* operation, int count) {
 }  // namespace
 
 /// From construction on `units_` is odd, so that everybody else comes to the mutex, and the count is a plain
-/// number; it is published again at the end, or before a wait.
+/// number; it is published again at the end.
 class Semaphore::Exclusive {
 public:
     explicit Exclusive(Semaphore& semaphore)
-        : semaphore_(semaphore),
-          lock_(semaphore.mutex_),
-          value_(static_cast<int>(semaphore.units_.fetch_or(1) / 2)) {}
+        : semaphore_(semaphore), lock_(semaphore.mutex_), units_(semaphore.units_.fetch_or(1)) {}
     Exclusive(const Exclusive&) = delete;
     Exclusive& operator=(const Exclusive&) = delete;
     ~Exclusive() {
-        if (lock_.owns_lock()) {
-            Publish();
-        }
+        const std::uint64_t even = units_ / 2 * 2;
+        semaphore_.units_.store(even + (semaphore_.first_ != nullptr ? 1 : 0));
     }
 
-    int Value() const { return value_; }
-    void Set(int value) { value_ = value; }
-    void Take(int count) { value_ -= count; }
+    int Value() const { return NbUnits(units_); }
+    void Set(int value) { units_ = units_ / kOneTake * kOneTake + 2 * static_cast<std::uint64_t>(value); }
+
+    void Take(int count) {
+        Set(Value() - count);
+        units_ += kOneTake;
+    }
 
     void Add(int count) {
-        const int room = std::numeric_limits<int>::max() - value_;
-        value_ += count < room ? count : room;
-    }
-
-    /// Waits, and leaves the count to others from then on: whoever served `waiter` has settled it.
-    void WaitUntilServed(Waiter& waiter) {
-        Publish();
-        waiter.wake_.wait(lock_, [&waiter] { return waiter.granted_ || waiter.recalled_; });
-        lock_.unlock();
+        const int room = std::numeric_limits<int>::max() - Value();
+        Set(Value() + (count < room ? count : room));
     }
 
 private:
-    void Publish() {
-        semaphore_.units_.store(std::int64_t{value_} * 2 + (semaphore_.first_ != nullptr ? 1 : 0));
-    }
-
     Semaphore& semaphore_;
-    std::unique_lock<std::mutex> lock_;
-    int value_;
+    std::lock_guard<std::mutex> lock_;
+    std::uint64_t units_;
 };
 
 void Semaphore::Setup(int count) {
     RefuseNegative("Setup", count);
+    const LateWakeUps afterTheLock;
     Exclusive units(*this);
     units.Set(count);
     GrantInOrder(units);
@@ -75,10 +68,9 @@ void Semaphore::Wait(int count) {
     if (count == 0 || TryTake(count)) {
         return;
     }
-    Exclusive units(*this);
     Waiter self;
     self.needed_ = count;
-    Block(units, self);
+    Block(self);
 }
 
 bool Semaphore::WaitUnlessRecalled(std::uint64_t nbRecallsSeen) {
@@ -86,27 +78,25 @@ bool Semaphore::WaitUnlessRecalled(std::uint64_t nbRecallsSeen) {
         return false;
     }
     if (TryTake(1)) {
-        return true;
-    }
-    Exclusive units(*this);
-    // Looked at again now that `units_` is odd: a `Recall` counts first and then looks whether it is odd, so
-    // either it finds this thread in the line or this thread finds its count.
-    if (nbRecalls_.load() != nbRecallsSeen) {
+        if (nbRecalls_.load() == nbRecallsSeen) {
+            return true;
+        }
+        // Called between the look at the count and the taking of the unit.
+        Signal(1);
         return false;
     }
     Waiter self;
     self.needed_ = 1;
     self.recallable_ = true;
     self.nbRecallsSeen_ = nbRecallsSeen;
-    Block(units, self);
-    return self.granted_;
+    return Block(self);
 }
 
 /// Takes the units if they are there and nobody waits.
 bool Semaphore::TryTake(int count) {
-    std::int64_t units = units_.load();
-    while (units % 2 == 0 && units / 2 >= count) {
-        if (units_.compare_exchange_weak(units, units - std::int64_t{count} * 2)) {
+    std::uint64_t units = units_.load();
+    while (units % 2 == 0 && NbUnits(units) >= count) {
+        if (units_.compare_exchange_weak(units, units - 2 * static_cast<std::uint64_t>(count) + kOneTake)) {
             return true;
         }
     }
@@ -115,23 +105,37 @@ bool Semaphore::TryTake(int count) {
 
 /// Adds the units if nobody waits and the count does not reach its highest value.
 bool Semaphore::TryAdd(int count) {
-    std::int64_t units = units_.load();
-    while (units % 2 == 0 && units / 2 < std::numeric_limits<int>::max() - count) {
-        if (units_.compare_exchange_weak(units, units + std::int64_t{count} * 2)) {
+    std::uint64_t units = units_.load();
+    while (units % 2 == 0 && NbUnits(units) < std::numeric_limits<int>::max() - count) {
+        if (units_.compare_exchange_weak(units, units + 2 * static_cast<std::uint64_t>(count))) {
             return true;
         }
     }
     return false;
 }
 
-void Semaphore::Block(Exclusive& units, Waiter& self) {
-    if (first_ == nullptr && units.Value() >= self.needed_) {
-        units.Take(self.needed_);
-        self.granted_ = true;
-        return;
+/// Stands in line until served; whether with units.
+bool Semaphore::Block(Waiter& self) {
+    {
+        Exclusive units(*this);
+        // Looked at again now that `units_` is odd: a `Recall` counts first and then looks whether it is odd,
+        // so either it finds this thread in the line or this thread finds its count.
+        if (self.recallable_ && nbRecalls_.load() != self.nbRecallsSeen_) {
+            return false;
+        }
+        if (first_ == nullptr && units.Value() >= self.needed_) {
+            units.Take(self.needed_);
+            return true;
+        }
+        Append(self);
     }
-    Append(self);
-    units.WaitUntilServed(self);
+    while (self.state_.load() == Waiter::Waiting) {
+        self.state_.wait(Waiter::Waiting);
+    }
+    // Whoever served this thread may still hold the lock: once it is free, neither the semaphore nor the
+    // waiter is touched by that thread any more.
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return self.state_.load() == Waiter::Granted;
 }
 
 void Semaphore::Append(Waiter& waiter) {
@@ -147,10 +151,13 @@ void Semaphore::GrantInOrder(Exclusive& units) {
         if (first_ == nullptr) {
             last_ = nullptr;
         }
-        waiter.granted_ = true;
-        // Under the lock: once it is released, the waiter may be gone with its condition variable.
-        waiter.wake_.notify_one();
+        Serve(waiter, Waiter::Granted);
     }
+}
+
+void Semaphore::Serve(Waiter& waiter, Waiter::State state) {
+    waiter.state_.store(state);
+    LateWakeUps::Wake(&waiter.state_);
 }
 
 void Semaphore::Signal() {
@@ -162,13 +169,14 @@ void Semaphore::Signal(int count) {
     if (TryAdd(count)) {
         return;
     }
+    const LateWakeUps afterTheLock;
     Exclusive units(*this);
     units.Add(count);
     GrantInOrder(units);
 }
 
 int Semaphore::GetValue() const {
-    return static_cast<int>(units_.load() / 2);
+    return NbUnits(units_.load());
 }
 
 std::uint64_t Semaphore::Recall() {
@@ -177,6 +185,7 @@ std::uint64_t Semaphore::Recall() {
         // Nobody waits, and who is about to will see the count: there is nobody to wake.
         return nbRecalls;
     }
+    const LateWakeUps afterTheLock;
     Exclusive units(*this);
     Waiter* waiter = first_;
     first_ = nullptr;
@@ -186,8 +195,7 @@ std::uint64_t Semaphore::Recall() {
         waiter = current.next_;
         current.next_ = nullptr;
         if (current.recallable_ && current.nbRecallsSeen_ != nbRecalls_.load()) {
-            current.recalled_ = true;
-            current.wake_.notify_one();
+            Serve(current, Waiter::Recalled);
         } else {
             Append(current);
         }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
@@ -49,6 +48,10 @@ public:
     /// How often `Recall` was called. Taken before looking for work, and handed to `WaitUnlessRecalled`.
     std::uint64_t NbRecalls() const { return nbRecalls_.load(); }
 
+    /// How often units were taken, several at once counting once; wraps at 2^32, so it is good for telling
+    /// whether somebody took one in between.
+    std::uint32_t NbTakes() const { return static_cast<std::uint32_t>(units_.load() >> kTakesShift); }
+
     /// Wakes every waiter of `WaitUnlessRecalled` without giving it a unit, and lets those that are still
     /// on their way to it pass once: each of them looks for work again. For a worker that has taken a unit
     /// which may have announced work for one of its peers.
@@ -60,16 +63,16 @@ public:
     bool WaitUnlessRecalled(std::uint64_t nbRecallsSeen);
 
 private:
-    /// One blocked thread, on that thread's own stack. Each has a condition variable of its own, so that
-    /// a unit wakes exactly the thread that it was given to.
+    /// One blocked thread, on that thread's own stack. Each sleeps on a word of its own, so that a unit wakes
+    /// exactly the thread that it was given to.
     struct Waiter {
+        enum State : int { Waiting, Granted, Recalled };
+
         int needed_ = 0;
         bool recallable_ = false;
         std::uint64_t nbRecallsSeen_ = 0;
-        bool granted_ = false;
-        bool recalled_ = false;
         Waiter* next_ = nullptr;
-        std::condition_variable wake_;
+        std::atomic<int> state_ = Waiting;
     };
 
     /// The count to itself, for as long as it exists.
@@ -77,21 +80,27 @@ private:
 
     bool TryTake(int count);
     bool TryAdd(int count);
-    void Block(Exclusive& units, Waiter& self);
+    bool Block(Waiter& self);
+    static void Serve(Waiter& waiter, Waiter::State state);
     void GrantInOrder(Exclusive& units);
     void Append(Waiter& waiter);
 
     /// What producers and workers write at different rates stands on different cache lines: a push must not
     /// take the line away that every look of a worker reads.
     static constexpr std::size_t kCacheLine = 64;
+    static constexpr unsigned kTakesShift = 32;
+    static constexpr std::uint64_t kOneTake = std::uint64_t{1} << kTakesShift;
+
+    static int NbUnits(std::uint64_t units) { return static_cast<int>(units % kOneTake / 2); }
 
     alignas(kCacheLine) std::atomic<std::uint64_t> nbRecalls_ = 0;
 
-    /// Twice the number of free units, plus one while somebody waits or holds `mutex_`. While it is even,
-    /// units are added and taken by changing this word alone: with nobody in the line there is nobody to wake
-    /// and nobody to overtake, so the result is that of the line. While it is odd, only the holder of
-    /// `mutex_` changes it.
-    alignas(kCacheLine) std::atomic<std::int64_t> units_ = 0;
+    /// In the lower half twice the number of free units, plus one while somebody waits or holds `mutex_`; in
+    /// the upper half how often units were taken, so that a unit is never taken without being counted. While
+    /// it is even, units are added and taken by changing this word alone: with nobody in the line there is
+    /// nobody to wake and nobody to overtake, so the result is that of the line. While it is odd, only the
+    /// holder of `mutex_` changes it.
+    alignas(kCacheLine) std::atomic<std::uint64_t> units_ = 0;
 
     std::mutex mutex_;  ///< Guards the line.
     Waiter* first_ = nullptr;

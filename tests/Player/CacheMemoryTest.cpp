@@ -153,6 +153,20 @@ TEST_F(CacheMemory, IsGivenBackByClear) {
     EXPECT_LE(Held(), peak / 20);
 }
 
+/// Once each entry had a block of its own there.
+TEST_F(CacheMemory, OfAWindowFilledBackwardBehindAFullBlockIsBounded) {
+    Numbers behind(1000);
+    std::generate(behind.begin(), behind.end(), [next = std::int64_t{5000}]() mutable { return --next; });
+    for (const std::int64_t nbFirst :
+         {8, 16, 24, 32, 48, 64}) {  // some of them fill a block to its last slot
+        cache_.Clear();
+        start_ = LiveBytes();
+        Fill(cache_, Row(nbFirst));
+        Fill(cache_, behind);
+        ExpectAtMostPerEntry(kBytesPerEntry);
+    }
+}
+
 TEST_F(CacheMemory, OfAWindowDoesNotGrowWithTheDistanceItHasMoved) {
     Fill(cache_, Row(200));
     const std::int64_t atFirst = Held();

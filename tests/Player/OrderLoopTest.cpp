@@ -2,11 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <memory>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #include "Player/DecodeOrderQueue.h"
@@ -136,6 +138,80 @@ TEST(OrderLoop, EachUnitTooManyCostsOneLook) {
         });
     EXPECT_EQ(nbOrders, 0);
     EXPECT_EQ(nbLooks, 100 + 1 + 100) << "each order, the look that finds no more, and each unit";
+}
+
+/// Takes one order from `nbOrders` if there is one.
+bool Take(std::atomic<int>& nbOrders) {
+    int nb = nbOrders.load();
+    while (nb > 0) {
+        if (nbOrders.compare_exchange_weak(nb, nb - 1)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void Await(const std::atomic<bool>& flag) {
+    while (!flag) {
+        std::this_thread::yield();
+    }
+}
+
+/// Once the order stayed for ever: worker A looked in vain for the order of worker B, whose unit it had taken;
+/// then A's own order came, B took its unit and spent it on B's order; and A had only B look again.
+TEST(OrderLoop, OrderIsServedAlthoughAPeerSpentItsUnitOnAnotherOrder) {
+    Tools::Semaphore units;
+    std::atomic<bool> stop = false;
+    std::atomic<int> ordersOfA = 0;
+    std::atomic<int> ordersOfB = 0;
+    std::atomic<bool> bHasLooked = false;
+    std::atomic<bool> aHasLooked = false;
+    std::atomic<bool> bIsDone = false;
+    std::atomic<bool> aHasRun = false;
+    const auto mustStop = [&] { return stop.load(); };
+    std::thread b([&] {
+        bool hasRun = false;
+        RunOrders(units, mustStop, [&] {
+            const bool found = Take(ordersOfB);
+            hasRun = hasRun || found;
+            if (!found && !bHasLooked.exchange(true)) {
+                Await(aHasLooked);  // so that A takes the unit of B's order
+            } else if (!found && hasRun) {
+                bIsDone = true;
+            }
+            return found;
+        });
+    });
+    Await(bHasLooked);
+    ++ordersOfB;
+    units.Signal();
+    std::thread a([&] {
+        int nbLooks = 0;
+        RunOrders(units, mustStop, [&] {
+            const bool found = Take(ordersOfA);
+            ++nbLooks;
+            if (found) {
+                aHasRun = true;
+            } else if (nbLooks == 2) {
+                ++ordersOfA;  // comes just after A has looked, holding the unit of B's order
+                units.Signal();
+                aHasLooked = true;
+                Await(bIsDone);
+            }
+            return found;
+        });
+    });
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!aHasRun && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    EXPECT_TRUE(aHasRun) << "the order of A waits, with " << units.GetValue() << " units left";
+    stop = true;
+    units.Signal(2);
+    units.Recall();
+    bIsDone = true;
+    a.join();
+    b.join();
 }
 
 TEST(OrderLoop, WorkerThatIsToldToStopGivesItsUnusedUnitBack) {

@@ -165,6 +165,13 @@ TEST(SegmentedFifo, GivesMemoryBackStepByStepAfterABurst) {
     BeQuietFor(fifo, kPeriod - 1);
     EXPECT_EQ(fifo.GetCapacity(), atTheBurst);
     BeQuietFor(fifo, 1);
+    // A few segments each time, so that nobody waits long for the lock under which it happens.
+    for (std::size_t before = atTheBurst; before > atTheBurst / 2; before = fifo.GetCapacity()) {
+        Rounds(fifo, 1, 10);
+        ASSERT_LT(fifo.GetCapacity(), before);
+        ASSERT_GE(fifo.GetCapacity() + 8 * Fifo::kNbEntriesPerSegment, before);
+    }
+    Rounds(fifo, 1, 10);
     EXPECT_EQ(fifo.GetCapacity(), atTheBurst / 2);
     BeQuietFor(fifo, 10 * kPeriod);
     EXPECT_LT(fifo.GetCapacity(), 4 * Fifo::kNbEntriesPerSegment);

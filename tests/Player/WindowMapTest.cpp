@@ -1,4 +1,4 @@
-// The window map against std::map and plain walks. Blocks hold 32 entries, so a few hundred are many blocks.
+// The window map against std::map and plain walks. Blocks hold some dozens of entries, so a few hundred are many blocks.
 
 #include "Player/WindowMap.h"
 

@@ -368,5 +368,58 @@ TEST(Semaphore, WhatWasDoneBeforeSignalIsSeenAfterWait) {
     writer.join();
 }
 
+TEST(Semaphore, EachTakingOfUnitsIsCounted) {
+    Semaphore semaphore;
+    semaphore.Signal(10);
+    EXPECT_EQ(semaphore.NbTakes(), 0U);
+    semaphore.Wait();
+    semaphore.Wait(3);
+    EXPECT_EQ(semaphore.NbTakes(), 2U);
+    EXPECT_TRUE(semaphore.WaitUnlessRecalled(semaphore.NbRecalls()));
+    EXPECT_EQ(semaphore.NbTakes(), 3U);
+    EXPECT_EQ(semaphore.GetValue(), 5);
+}
+
+TEST(Semaphore, AUnitThatAWaiterIsGivenCountsAsTaken) {
+    Semaphore semaphore;
+    std::thread waiter([&semaphore] { semaphore.Wait(2); });
+    semaphore.Signal(2);
+    waiter.join();
+    EXPECT_EQ(semaphore.NbTakes(), 1U);
+}
+
+TEST(Semaphore, TheHighestCountAndTheTakingsDoNotTouchEachOther) {
+    Semaphore semaphore;
+    semaphore.Setup(std::numeric_limits<int>::max());
+    semaphore.Wait();
+    semaphore.Signal(5);
+    EXPECT_EQ(semaphore.GetValue(), std::numeric_limits<int>::max());
+    EXPECT_EQ(semaphore.NbTakes(), 1U);
+    semaphore.Wait(std::numeric_limits<int>::max());
+    EXPECT_EQ(semaphore.GetValue(), 0);
+    EXPECT_EQ(semaphore.NbTakes(), 2U);
+}
+
+/// Once a unit that came after a recall was taken by who had been recalled.
+TEST(Semaphore, AUnitThatComesAfterARecallIsNotTakenByWhoWasRecalled) {
+    constexpr int kNbRounds = 20000;
+    for (int round = 0; round < kNbRounds; ++round) {
+        Semaphore semaphore;
+        std::atomic<bool> go = false;
+        const auto nbSeen = semaphore.NbRecalls();
+        std::thread other([&] {
+            while (!go) {
+            }
+            semaphore.Recall();
+            semaphore.Signal();
+        });
+        go = true;
+        const bool took = semaphore.WaitUnlessRecalled(nbSeen);
+        other.join();
+        ASSERT_FALSE(took) << "round " << round;
+        ASSERT_EQ(semaphore.GetValue(), 1);
+    }
+}
+
 }  // namespace
 }  // namespace Tavrin::Tools
