@@ -13,9 +13,13 @@ namespace Tavrin::Playout {
 
 std::size_t DecodedPictureBytes(const RecordingIndex& recording) {
     const RecordingDescription& description = recording.Description();
-    constexpr int kAlignment = 32;  // Of rows, as the decoders allocate them.
+    // What decoders allocate at most: whole macroblocks of both fields, and two more rows that H.264 reads.
+    constexpr int alignment = 64;  // Of rows.
+    constexpr int block = 32;
+    const auto whole = [](int pixels) { return (pixels + block - 1) / block * block; };
     const int bytes = av_image_get_buffer_size(av_get_pix_fmt(description.pixelFormat.c_str()),
-                                               description.width, description.height, kAlignment);
+                                               whole(description.width), whole(description.height) + 2,
+                                               alignment);
     if (bytes > 0) {
         return static_cast<std::size_t>(bytes);
     }

@@ -33,13 +33,18 @@ SampleRate FetchRateOf(const RecordingIndex& recording, const SampleRate& displa
     return needed.Positive() ? SampleRate::StreamPreloadRate(recording.Rate(), needed) : recording.Rate();
 }
 
-}  // namespace
-
-std::size_t DefaultTrackBytes(const RecordingIndex& recording) {
+std::size_t LongestGroup(const RecordingIndex& recording) {
     std::size_t longest = 1;
     for (std::size_t group = 0; group < recording.NbGroups(); ++group) {
         longest = std::max(longest, recording.Group(group).nbPictures);
     }
+    return longest;
+}
+
+}  // namespace
+
+std::size_t DefaultTrackBytes(const RecordingIndex& recording) {
+    const std::size_t longest = LongestGroup(recording);
     constexpr std::size_t fewest = 4 * kFewestAhead;
     const std::size_t picture = DecodedPictureBytes(recording);
     return std::max(std::min(2 * longest * picture, kMostDefaultBytes), fewest * picture);
@@ -54,8 +59,8 @@ StreamWindow PlanWindow(const RecordingIndex& recording, const SampleRate& displ
     const bool isForward = speed.Positive();
     StreamWindow window;
     window.nbDecodedBehind = std::min(NbPassing(options.behind, rate, passing), nbFitting / 4);
-    const std::size_t nbForAhead =
-        isForward ? nbFitting - std::min(nbFitting, window.nbDecodedBehind + 1) : nbFitting / 2;
+    const std::size_t nbForGroup = isForward ? 0 : std::min(LongestGroup(recording), nbFitting / 2);
+    const std::size_t nbForAhead = nbFitting - std::min(nbFitting, window.nbDecodedBehind + nbForGroup + 1);
     window.nbDecodedAhead =
         std::max(std::min(NbPassing(options.ahead, rate, passing), nbForAhead), kFewestAhead);
     window.nbCompressedAhead = window.nbDecodedAhead + kCompressedBeyondDecoded;

@@ -22,8 +22,8 @@ namespace Tavrin::Playout {
 ///     forward    [behind][n][ahead ...............]
 ///     backward   [behind][n][ahead .....][room for the group that is being decoded]
 ///
-/// Backward, at most half of the memory is for what is ahead: a group comes out in the order that is not
-/// wanted, and stays in the store until its turn comes. A few pictures ahead are always kept, however small
+/// Backward, room is left for a whole group, at most half of the memory: it comes out in the order that is not
+/// wanted, and its pictures stay in the store until their turn comes. A few pictures ahead are always kept, however small
 /// the memory is: with less, no decode can be hidden.
 [[nodiscard]] TAVRIN_PLAYOUT_EXPORT StreamWindow PlanWindow(const RecordingIndex& recording,
                                                             const Player::SampleRate& displayRate,
