@@ -95,6 +95,8 @@ TEST(OrderLoop, PreloadOrderIsServedAlthoughAWorkerOfOtherQueuesTookItsUnit) {
 TEST(OrderLoop, DecodeOrderIsServedAlthoughAWorkerOfOtherQueuesTookItsUnit) {
     Counter counter;
     CountingDecoder decoder(counter);
+    // Outlives the workers: they release it after the decode that the test waits for.
+    FakeSample compressed{Time::TimePoint(), Time::TimePoint()};
     CacheUpdateQueue destination;
     DecodeOrderQueue served;
     DecodeOrderQueue other;
@@ -105,7 +107,6 @@ TEST(OrderLoop, DecodeOrderIsServedAlthoughAWorkerOfOtherQueuesTookItsUnit) {
         workers.back()->AddDecodeOrderQueue(queue);
         workers.back()->Start();
     }
-    FakeSample compressed{Time::TimePoint(), Time::TimePoint()};
     DecodeOrder order;
     order.toDecode_ = &compressed;
     order.queue_ = &destination;
