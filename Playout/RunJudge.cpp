@@ -1,0 +1,152 @@
+#include "Playout/RunJudge.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <stdexcept>
+#include <utility>
+
+namespace Tavrin::Playout {
+
+using Player::SampleRate;
+using Time::Ratio;
+using Time::TimePoint;
+
+namespace {
+
+std::chrono::nanoseconds PeriodOf(const SampleRate& display) {
+    if (!display.Positive()) {
+        throw std::invalid_argument("RunJudge: a display rate of zero has no ticks");
+    }
+    return std::chrono::nanoseconds(TimePoint::StartOfSample(1, display).Nanoseconds());
+}
+
+TimePoint WithoutSign(const TimePoint& time) {
+    return time < TimePoint() ? TimePoint() - time : time;
+}
+
+}  // namespace
+
+RunJudge::RunJudge(std::vector<NumberedRecording> recordings, const SampleRate& display, const Ratio& speed)
+    : display_(display), period_(PeriodOf(display)) {
+    for (NumberedRecording& recording : recordings) {
+        tracks_.push_back({std::move(recording), {}, nullptr, {}, 0});
+    }
+    Begin(speed);
+}
+
+void RunJudge::Begin(const Ratio& speed) {
+    speed_ = speed;
+    first_.reset();
+    for (Track& track : tracks_) {
+        const SampleRate& rate = track.recording.Index()->Rate();
+        track.fetched =
+            SampleRate::StreamPreloadRate(rate, SampleRate::TimeSamplingRate(rate, speed, display_));
+        track.shown = nullptr;
+    }
+}
+
+/// Where the play head would be now, had it never waited.
+TimePoint RunJudge::DueHead(Clock::time_point now) const {
+    // Ticks are noted a moment after they begin, the first one too: a quarter of a tick covers what that
+    // moment varies by.
+    const auto since = std::chrono::duration_cast<std::chrono::nanoseconds>(now - first_->when) + period_ / 4;
+    const std::int64_t tick = TimePoint().FromNanoseconds(since.count()).SampleNumber(display_);
+    return first_->head + TimePoint::StartOfSample(tick, display_) * speed_;
+}
+
+bool RunJudge::Belongs(const Track& track, const Picture* picture, const TimePoint& at) {
+    const RecordingIndex& index = *track.recording.Index();
+    const auto exact = index.PictureAtTime(at);
+    if (!exact || picture == nullptr) {
+        return !exact && picture == nullptr;
+    }
+    if (track.recording.Distance(*picture, *exact) == 0) {
+        return true;
+    }
+    const auto fetched = index.PictureAtTime(at.AlignWith(track.fetched));
+    return fetched && track.recording.Distance(*picture, *fetched) == 0;
+}
+
+bool RunJudge::IsNear(const Track& track, const Picture* picture, const TimePoint& at) {
+    const auto exact = track.recording.Index()->PictureAtTime(at);
+    if (!exact || picture == nullptr) {
+        return !exact && picture == nullptr;
+    }
+    const auto distance = track.recording.Distance(*picture, *exact);
+    return distance && std::abs(*distance) <= kNearPictures;
+}
+
+bool RunJudge::Note(const TimePoint& head, const std::vector<std::shared_ptr<const Picture>>& pictures,
+                    Clock::time_point now) {
+    const bool wasFirst = IsFirst();
+    if (wasFirst) {
+        first_ = First{head, now};
+    }
+    const TimePoint due = DueHead(now);
+    bool right = true;
+    bool rightByClock = true;
+    bool near = true;
+    for (std::size_t i = 0; i < tracks_.size(); ++i) {
+        right = NoteTrack(tracks_[i], pictures[i], head, now) && right;
+        rightByClock = rightByClock && Belongs(tracks_[i], pictures[i].get(), due);
+        near = near && IsNear(tracks_[i], pictures[i].get(), due);
+    }
+    ++figures_.nbTicks;
+    figures_.nbRight += right ? 1 : 0;
+    figures_.nbRightByClock += rightByClock ? 1 : 0;
+    figures_.nbNear += near ? 1 : 0;
+    if (!wasFirst) {
+        NoteProgress(head, due, now);
+    }
+    head_ = head;
+    last_ = now;
+    return right;
+}
+
+bool RunJudge::NoteTrack(Track& track, const std::shared_ptr<const Picture>& picture, const TimePoint& head,
+                         Clock::time_point now) {
+    const bool isFirst = track.shown == nullptr;
+    const bool isNew = picture != track.shown &&
+                       (isFirst || picture == nullptr || picture->Number() != track.shown->Number());
+    const bool isHeld = !isFirst && !isNew && head == head_ && speed_ != Ratio();
+    const bool right = Belongs(track, picture.get(), head) && !isHeld;
+    if (isNew) {
+        NoteStand(track, now);
+        figures_.nbNew += picture != nullptr ? 1 : 0;
+        track.since = now;
+        track.nbOwnTicks = 0;
+    }
+    track.nbOwnTicks += right ? 1 : 0;
+    if (!isNew) {
+        NoteStand(track, now);
+    }
+    track.shown = picture;
+    return right;
+}
+
+void RunJudge::NoteStand(const Track& track, Clock::time_point until) {
+    if (track.shown == nullptr) {
+        return;
+    }
+    const auto stood = std::chrono::duration_cast<std::chrono::nanoseconds>(until - track.since);
+    const auto nbFurther = static_cast<std::int64_t>(std::max<std::uint64_t>(track.nbOwnTicks, 1)) - 1;
+    figures_.longestGap = std::max(figures_.longestGap, stood);
+    figures_.longestStand = std::max(figures_.longestStand, stood - nbFurther * period_);
+}
+
+void RunJudge::NoteProgress(const TimePoint& head, const TimePoint& due, Clock::time_point now) {
+    figures_.elapsed += now - last_;
+    figures_.played = figures_.played + WithoutSign(head - head_);
+    const TimePoint tick = WithoutSign(TimePoint::StartOfSample(1, display_) * speed_);
+    if (tick != TimePoint()) {
+        const std::int64_t nbBehind =
+            (WithoutSign(due - head).Nanoseconds() + tick.Nanoseconds() / 2) / tick.Nanoseconds();
+        figures_.nbBehind = std::max(figures_.nbBehind, nbBehind);
+    }
+}
+
+RunFigures RunJudge::Figures() const {
+    return figures_;
+}
+
+}  // namespace Tavrin::Playout
