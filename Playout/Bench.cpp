@@ -38,9 +38,7 @@ Measure Steps(const Ratio& speed) {
 }
 
 Measure Opening(bool backward) {
-    return [=](BenchScene& scene) {
-        return MeasureOpening(scene.Index().File(), scene.Options(), backward);
-    };
+    return [=](BenchScene& scene) { return MeasureOpening(scene.Index().File(), scene.Options(), backward); };
 }
 
 const std::vector<Entry>& Entries() {
@@ -131,10 +129,7 @@ BenchFigures RunBenchCase(const BenchCase& what, const std::string& file, const 
 }
 
 BenchScene::BenchScene(const std::string& file, std::size_t nbTracks, const BenchOptions& options)
-    : options_(options),
-      nbTracks_(nbTracks),
-      recording_(RecordingIndex::Build(file)),
-      random_(options.seed) {
+    : options_(options), nbTracks_(nbTracks), recording_(RecordingIndex::Build(file)), random_(options.seed) {
 }
 
 std::shared_ptr<Session> BenchScene::OpenSession(const SessionOptions& options) const {
@@ -164,7 +159,7 @@ std::size_t BenchScene::RandomInnerPicture() {
 
 bool BenchScene::Shows(const TickReport& report, std::size_t picture) const {
     return std::all_of(report.tracks.begin(), report.tracks.end(), [&](const TrackView& view) {
-        return view.picture != nullptr && recording_.Distance(*view.picture, picture) == 0;
+        return view.picture != nullptr && recording_.Shows(*view.picture, picture);
     });
 }
 

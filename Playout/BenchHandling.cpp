@@ -90,7 +90,8 @@ private:
 /// Up to so many pictures from one towards the end, or the beginning, of the recording.
 std::size_t Beside(const BenchScene& scene, std::size_t picture, std::int64_t by) {
     const auto last = static_cast<std::int64_t>(scene.Index().NbPictures()) - 1;
-    return static_cast<std::size_t>(std::clamp<std::int64_t>(static_cast<std::int64_t>(picture) + by, 0, last));
+    return static_cast<std::size_t>(
+        std::clamp<std::int64_t>(static_cast<std::int64_t>(picture) + by, 0, last));
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include "Playout/ProcessUsage.h"
 #include "Playout/RecordingIndex.h"
 #include "Playout/Session.h"
+#include "Time/Ratio.h"
 #include "Time/TimePoint.h"
 
 namespace Tavrin::Playout {

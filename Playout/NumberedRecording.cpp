@@ -32,18 +32,27 @@ NumberedRecording::NumberedRecording(std::shared_ptr<const RecordingIndex> index
     }
 }
 
-std::optional<std::int64_t> NumberedRecording::Distance(const Picture& shown, std::size_t expected) const {
+std::optional<std::uint64_t> NumberedRecording::NumberOf(const Picture& shown) const {
     if (!firstCode_) {
-        return static_cast<std::int64_t>(shown.Number()) - static_cast<std::int64_t>(expected);
+        return shown.Number();
     }
     const auto code = ReadBarCode(shown);
-    if (!code) {
-        return std::nullopt;
+    return code ? std::optional<std::uint64_t>((*code - *firstCode_) & (kNbBarCodes - 1)) : std::nullopt;
+}
+
+std::int64_t NumberedRecording::Distance(std::uint64_t number, std::size_t expected) const {
+    const auto ahead = static_cast<std::int64_t>(number) - static_cast<std::int64_t>(expected);
+    if (!firstCode_) {
+        return ahead;
     }
-    // Codes begin anew at 0, so the nearer way round is meant.
-    const std::uint32_t ahead =
-        (*code - *firstCode_ - static_cast<std::uint32_t>(expected)) & (kNbBarCodes - 1);
-    return ahead < kNbBarCodes / 2 ? std::int64_t{ahead} : std::int64_t{ahead} - kNbBarCodes;
+    constexpr std::int64_t kHalf = kNbBarCodes / 2;
+    const std::int64_t around = (ahead + kHalf) & (std::int64_t{kNbBarCodes} - 1);
+    return around - kHalf;
+}
+
+bool NumberedRecording::Shows(const Picture& shown, std::size_t expected) const {
+    const auto number = NumberOf(shown);
+    return number && Distance(*number, expected) == 0;
 }
 
 }  // namespace Tavrin::Playout

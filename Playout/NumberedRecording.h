@@ -25,9 +25,15 @@ public:
     [[nodiscard]] bool HasBarCode() const { return firstCode_.has_value(); }
     [[nodiscard]] std::size_t PictureBytes() const { return pictureBytes_; }  ///< Of the first one, decoded.
 
-    /// How many pictures the one on show is ahead of the one that is expected there, by its pixels alone where
-    /// there is a bar code; nothing when the bar code cannot be read.
-    [[nodiscard]] std::optional<std::int64_t> Distance(const Picture& shown, std::size_t expected) const;
+    /// The number that a picture of this recording shows: what its pixels say where there is a bar code, which
+    /// begins anew after kNbBarCodes pictures. Nothing when the bar code cannot be read.
+    [[nodiscard]] std::optional<std::uint64_t> NumberOf(const Picture& shown) const;
+
+    /// How many pictures a number that was read is ahead of the one that is expected, the nearer way round.
+    [[nodiscard]] std::int64_t Distance(std::uint64_t number, std::size_t expected) const;
+
+    /// Whether that picture of the recording is on show.
+    [[nodiscard]] bool Shows(const Picture& shown, std::size_t expected) const;
 
 private:
     std::shared_ptr<const RecordingIndex> index_;

@@ -29,7 +29,7 @@ TimePoint WithoutSign(const TimePoint& time) {
 RunJudge::RunJudge(std::vector<NumberedRecording> recordings, const SampleRate& display, const Ratio& speed)
     : display_(display), period_(PeriodOf(display)) {
     for (NumberedRecording& recording : recordings) {
-        tracks_.push_back({std::move(recording), {}, nullptr, {}, 0});
+        tracks_.push_back({std::move(recording), {}, nullptr, {}, {}, 0});
     }
     Begin(speed);
 }
@@ -54,26 +54,25 @@ TimePoint RunJudge::DueHead(Clock::time_point now) const {
     return first_->head + TimePoint::StartOfSample(tick, display_) * speed_;
 }
 
-bool RunJudge::Belongs(const Track& track, const Picture* picture, const TimePoint& at) {
-    const RecordingIndex& index = *track.recording.Index();
-    const auto exact = index.PictureAtTime(at);
-    if (!exact || picture == nullptr) {
-        return !exact && picture == nullptr;
+bool RunJudge::Belongs(const Track& track, const TimePoint& at) {
+    const NumberedRecording& recording = track.recording;
+    const auto exact = recording.Index()->PictureAtTime(at);
+    if (!exact || track.shown == nullptr) {
+        return !exact && track.shown == nullptr;
     }
-    if (track.recording.Distance(*picture, *exact) == 0) {
-        return true;
+    if (!track.number || recording.Distance(*track.number, *exact) == 0) {
+        return track.number.has_value();
     }
-    const auto fetched = index.PictureAtTime(at.AlignWith(track.fetched));
-    return fetched && track.recording.Distance(*picture, *fetched) == 0;
+    const auto fetched = recording.Index()->PictureAtTime(at.AlignWith(track.fetched));
+    return fetched && recording.Distance(*track.number, *fetched) == 0;
 }
 
-bool RunJudge::IsNear(const Track& track, const Picture* picture, const TimePoint& at) {
+bool RunJudge::IsNear(const Track& track, const TimePoint& at) {
     const auto exact = track.recording.Index()->PictureAtTime(at);
-    if (!exact || picture == nullptr) {
-        return !exact && picture == nullptr;
+    if (!exact || track.shown == nullptr) {
+        return !exact && track.shown == nullptr;
     }
-    const auto distance = track.recording.Distance(*picture, *exact);
-    return distance && std::abs(*distance) <= kNearPictures;
+    return track.number && std::abs(track.recording.Distance(*track.number, *exact)) <= kNearPictures;
 }
 
 bool RunJudge::Note(const TimePoint& head, const std::vector<std::shared_ptr<const Picture>>& pictures,
@@ -88,8 +87,8 @@ bool RunJudge::Note(const TimePoint& head, const std::vector<std::shared_ptr<con
     bool near = true;
     for (std::size_t i = 0; i < tracks_.size(); ++i) {
         right = NoteTrack(tracks_[i], pictures[i], head, now) && right;
-        rightByClock = rightByClock && Belongs(tracks_[i], pictures[i].get(), due);
-        near = near && IsNear(tracks_[i], pictures[i].get(), due);
+        rightByClock = rightByClock && Belongs(tracks_[i], due);
+        near = near && IsNear(tracks_[i], due);
     }
     ++figures_.nbTicks;
     figures_.nbRight += right ? 1 : 0;
@@ -109,18 +108,21 @@ bool RunJudge::NoteTrack(Track& track, const std::shared_ptr<const Picture>& pic
     const bool isNew = picture != track.shown &&
                        (isFirst || picture == nullptr || picture->Number() != track.shown->Number());
     const bool isHeld = !isFirst && !isNew && head == head_ && speed_ != Ratio();
-    const bool right = Belongs(track, picture.get(), head) && !isHeld;
     if (isNew) {
         NoteStand(track, now);
         figures_.nbNew += picture != nullptr ? 1 : 0;
         track.since = now;
         track.nbOwnTicks = 0;
     }
+    if (picture != track.shown) {
+        track.shown = picture;
+        track.number = picture != nullptr ? track.recording.NumberOf(*picture) : std::nullopt;
+    }
+    const bool right = Belongs(track, head) && !isHeld;
     track.nbOwnTicks += right ? 1 : 0;
     if (!isNew) {
         NoteStand(track, now);
     }
-    track.shown = picture;
     return right;
 }
 

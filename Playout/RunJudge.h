@@ -22,7 +22,7 @@ struct RunFigures {
     std::uint64_t nbRightByClock = 0;  ///< See RunJudge.
     std::uint64_t nbNear = 0;          ///< Each track within kNearPictures of the one due by the clock.
     std::uint64_t nbNew = 0;           ///< Pictures other than that at the tick before, of all tracks.
-    std::int64_t nbBehind = 0;  ///< Ticks by which the play head was behind the clock, at most.
+    std::int64_t nbBehind = 0;         ///< Ticks by which the play head was behind the clock, at most.
 
     /// The longest time that a track's picture stood, less the time that belongs to it after its first tick:
     /// one tick when everything is right, whatever the speed.
@@ -69,14 +69,15 @@ private:
         NumberedRecording recording;
         Player::SampleRate fetched;
         std::shared_ptr<const Picture> shown;
+        std::optional<std::uint64_t> number;  ///< That it was read to have.
         Clock::time_point since;
         std::uint64_t nbOwnTicks = 0;  ///< For which the picture on show was the right one.
     };
 
     [[nodiscard]] bool IsFirst() const { return !first_.has_value(); }
     [[nodiscard]] Time::TimePoint DueHead(Clock::time_point now) const;
-    [[nodiscard]] static bool Belongs(const Track& track, const Picture* picture, const Time::TimePoint& at);
-    [[nodiscard]] static bool IsNear(const Track& track, const Picture* picture, const Time::TimePoint& at);
+    [[nodiscard]] static bool Belongs(const Track& track, const Time::TimePoint& at);
+    [[nodiscard]] static bool IsNear(const Track& track, const Time::TimePoint& at);
     void NoteStand(const Track& track, Clock::time_point until);
     void NoteProgress(const Time::TimePoint& head, const Time::TimePoint& due, Clock::time_point now);
     bool NoteTrack(Track& track, const std::shared_ptr<const Picture>& picture, const Time::TimePoint& head,

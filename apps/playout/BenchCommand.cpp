@@ -78,7 +78,8 @@ int Bench(const BenchArguments& arguments) {
         for (const BenchCase& what : arguments.cases) {
             results.push_back(Measure(what, file, arguments.options));
             PrintTableRow(table, results.back());
-            failed = failed || (!results.back().error.empty() && results.back().error.rfind("left out", 0) != 0);
+            failed =
+                failed || (!results.back().error.empty() && results.back().error.rfind("left out", 0) != 0);
         }
     }
     if (arguments.json) {
@@ -106,7 +107,9 @@ void AddBenchCommand(CLI::App& program, int& status) {
                          std::to_string(arguments->options.nbTries) + ")")
         ->type_name("N")
         ->check(Between(std::size_t{1}, kMostTries));
-    command->add_option("--seed", arguments->options.seed, "Number that chooses the random pictures (default: 1)")
+    command
+        ->add_option("--seed", arguments->options.seed,
+                     "Number that chooses the random pictures (default: 1)")
         ->type_name("N");
     command->add_flag("--json", arguments->json, "Print JSON; the table then goes to standard error");
     AddMemoryOption(*command, arguments->options.session.decodedBytes);

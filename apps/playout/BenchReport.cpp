@@ -27,13 +27,13 @@ struct Column {
 };
 
 constexpr std::array kColumns{
-    Column{"right %", "rightPercent", 1},   Column{"clock %", "rightByClockPercent", 1},
-    Column{"stand ms", "standMs", 1},       Column{"gap ms", "gapMs", 1},
-    Column{"new/s", "newPerSecond", 1},     Column{"pict/s", "picturesPerSecond", 1},
-    Column{"first ms", "firstMs", 1},       Column{"p50 ms", "p50Ms", 1},
-    Column{"p95 ms", "p95Ms", 1},           Column{"max ms", "maxMs", 1},
-    Column{"wrong", "wrong", 0},            Column{"CPU ms", "cpuMsPerPicture", 2},
-    Column{"MiB", "peakMiB", 0},            Column{"B/pict", "bytesReadPerPicture", 0},
+    Column{"right %", "rightPercent", 1}, Column{"clock %", "rightByClockPercent", 1},
+    Column{"stand ms", "standMs", 1},     Column{"gap ms", "gapMs", 1},
+    Column{"new/s", "newPerSecond", 1},   Column{"pict/s", "picturesPerSecond", 1},
+    Column{"first ms", "firstMs", 1},     Column{"p50 ms", "p50Ms", 1},
+    Column{"p95 ms", "p95Ms", 1},         Column{"max ms", "maxMs", 1},
+    Column{"wrong", "wrong", 0},          Column{"CPU ms", "cpuMsPerPicture", 2},
+    Column{"MiB", "peakMiB", 0},          Column{"B/pict", "bytesReadPerPicture", 0},
 };
 
 std::string Cell(const BenchFigures& figures, const Column& column) {

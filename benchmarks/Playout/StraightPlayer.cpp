@@ -387,7 +387,8 @@ std::string Quoted(const std::string& text) {
 }
 
 void Print(const std::string& name, int nbThreads, const Figures& figures, bool isFirst) {
-    std::cout << (isFirst ? "" : ",") << "\n    {\"case\": " << Quoted(name) << ", \"threads\": " << nbThreads;
+    std::cout << (isFirst ? "" : ",") << "\n    {\"case\": " << Quoted(name)
+              << ", \"threads\": " << nbThreads;
     for (const auto& [key, value] : figures) {
         std::cout << ", " << Quoted(key) << ": " << value;
     }
