@@ -9,6 +9,7 @@ enum ExitStatus { Success = 0, Failure = 1, Usage = 2 };
 
 /// Each adds one command to the program; when it is given, parsing runs it and leaves its exit status in
 /// `status`, which must outlive the parsing. Errors leave parsing as exceptions: UsageError, std::exception.
+void AddBenchCommand(CLI::App& program, int& status);
 void AddInfoCommand(CLI::App& program, int& status);
 void AddPlayCommand(CLI::App& program, int& status);
 void AddVerifyCommand(CLI::App& program, int& status);

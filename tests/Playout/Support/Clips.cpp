@@ -70,6 +70,11 @@ std::string Libx264(const std::string& options) {
     return "-pix_fmt yuv420p -c:v libx264 -preset veryfast -x264-params scenecut=0:b-adapt=0:" + options;
 }
 
+std::string NumberedPattern(const std::string& before = "null", const std::string& after = "null") {
+    return "-f lavfi -i testsrc2=size=240x180:rate=25:duration=2.4 -vf \"format=yuv420p," + before +
+           ",$(" TAVRIN_BAR_CODE_SCRIPT ")," + after + "\" ";
+}
+
 /// A folder of this process, gone when it ends.
 class ScratchFolder {
 public:
@@ -207,6 +212,31 @@ std::string Damaged() {
         return bytes.replace(static_cast<std::size_t>(packet.position), static_cast<std::size_t>(packet.size),
                              static_cast<std::size_t>(packet.size), '\0');
     });
+}
+
+std::string Numbered() {
+    return Encoded("numbered.mp4", NumberedPattern() + Libx264("keyint=12:bframes=2"));
+}
+
+std::string NumberedInterlaced() {
+    return Encoded("numbered-fields.mp4", NumberedPattern("fps=50,interlace=scan=tff:lowpass=off") +
+                                              Libx264("keyint=12:bframes=2:tff=1") + " -flags +ilme+ildct");
+}
+
+std::string NumberedDeep() {
+    return Encoded("numbered-deep.mp4", NumberedPattern("null", "format=yuv420p10") +
+                                            "-c:v libx265 -preset ultrafast -x265-params "
+                                            "keyint=12:bframes=2:pools=none:frame-threads=1:log-level=error");
+}
+
+std::string NumberedSmall() {
+    return Encoded("numbered-small.mp4",
+                   NumberedPattern("null", "scale=160:120") + Libx264("keyint=12:bframes=2"));
+}
+
+std::string NumberedMotionJpeg() {
+    return Encoded("numbered.mov",
+                   NumberedPattern("null", "format=yuvj420p") + "-pix_fmt yuvj420p -c:v mjpeg -q:v 5");
 }
 
 std::string Matroska() {

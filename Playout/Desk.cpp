@@ -1,0 +1,138 @@
+#include "Playout/Desk.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace Tavrin::Playout {
+
+using Time::Ratio;
+using Time::TimePoint;
+
+namespace {
+
+constexpr std::chrono::seconds kLongestWait{30};
+
+/// Between two looks at the session while nothing announces itself.
+constexpr std::chrono::milliseconds kSlice{10};
+
+std::chrono::milliseconds UpToSlice(Desk::Clock::duration time) {
+    const auto whole = std::chrono::duration_cast<std::chrono::milliseconds>(time);
+    return std::clamp(whole, std::chrono::milliseconds(0), kSlice);
+}
+
+}  // namespace
+
+Desk::Desk(Session& session)
+    : session_(session),
+      period_(std::chrono::nanoseconds(TimePoint::StartOfSample(1, session.DisplayRate()).Nanoseconds())),
+      due_(Clock::now()) {
+}
+
+Desk::Milliseconds Desk::Start(const TimePoint& tp, const Ratio& speed) {
+    const auto begin = Clock::now();
+    session_.SetSpeed(speed);
+    AskFor(tp);
+    AwaitReady();
+    return Clock::now() - begin;
+}
+
+Desk::Milliseconds Desk::GoTo(const TimePoint& tp) {
+    const auto begin = Clock::now();
+    AskFor(tp);
+    AwaitReady();
+    return Clock::now() - begin;
+}
+
+Desk::Milliseconds Desk::Turn(const Ratio& speed) {
+    const auto begin = Clock::now();
+    session_.SetSpeed(speed);
+    do {
+        Move();
+        AwaitReady();
+    } while (!report_.moved);
+    return Clock::now() - begin;
+}
+
+Desk::Milliseconds Desk::Step(const Ratio& speed) {
+    const Milliseconds time = Turn(speed);
+    session_.SetSpeed(Ratio());
+    return time;
+}
+
+Desk::Milliseconds Desk::AwaitReady() {
+    const auto begin = Clock::now();
+    const bool hadMoved = report_.moved;
+    while (!report_.IsReady()) {
+        if (Clock::now() - begin > kLongestWait) {
+            throw std::runtime_error("the picture at " + report_.time.ToDurationString() +
+                                     " has not come within 30 s");
+        }
+        session_.WaitForProgress(kSlice);
+        Look();
+    }
+    report_.moved = hadMoved;
+    return Clock::now() - begin;
+}
+
+void Desk::AskFor(const TimePoint& tp) {
+    session_.GoTo(tp);
+    Look();
+}
+
+/// What is on show now, without moving on.
+void Desk::Look() {
+    report_ = session_.Tick(TimePoint());
+}
+
+void Desk::Move() {
+    const auto& rate = session_.DisplayRate();
+    report_ = session_.Tick(TimePoint::StartOfSample(nbMoves_ + 1, rate) -
+                            TimePoint::StartOfSample(nbMoves_, rate));
+    nbMoves_ += report_.moved ? 1 : 0;
+}
+
+void Desk::WaitUntil(Clock::time_point due, const std::function<void()>& look) {
+    for (auto now = Clock::now(); now < due; now = Clock::now()) {
+        // Less than a millisecond left is slept through by a wait of 0, over and over.
+        if (session_.WaitForProgress(UpToSlice(due - now))) {
+            Look();
+            if (look) {
+                look();
+            }
+        }
+    }
+}
+
+void Desk::WaitForTick() {
+    WaitUntil(due_);
+    due_ = std::max(due_ + period_, Clock::now());
+}
+
+void Desk::Play(std::size_t nbTicks, const std::function<void()>& show) {
+    for (std::size_t tick = 0; tick < nbTicks; ++tick) {
+        WaitForTick();
+        if (report_.IsReady()) {
+            Move();
+        } else {
+            Look();
+        }
+        show();
+    }
+}
+
+void Desk::Settle(Clock::duration longest) {
+    const auto end = Clock::now() + longest;
+    while (Clock::now() < end) {
+        std::size_t nbPending = 0;
+        for (std::size_t track = 0; track < session_.NbTracks(); ++track) {
+            nbPending += session_.GetInformation(track).nbPending;
+        }
+        if (nbPending == 0) {
+            return;
+        }
+        session_.WaitForProgress(kSlice);
+        Look();
+    }
+}
+
+}  // namespace Tavrin::Playout

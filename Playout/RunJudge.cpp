@@ -1,0 +1,154 @@
+#include "Playout/RunJudge.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <stdexcept>
+#include <utility>
+
+namespace Tavrin::Playout {
+
+using Player::SampleRate;
+using Time::Ratio;
+using Time::TimePoint;
+
+namespace {
+
+std::chrono::nanoseconds PeriodOf(const SampleRate& display) {
+    if (!display.Positive()) {
+        throw std::invalid_argument("RunJudge: a display rate of zero has no ticks");
+    }
+    return std::chrono::nanoseconds(TimePoint::StartOfSample(1, display).Nanoseconds());
+}
+
+TimePoint WithoutSign(const TimePoint& time) {
+    return time < TimePoint() ? TimePoint() - time : time;
+}
+
+}  // namespace
+
+RunJudge::RunJudge(std::vector<NumberedRecording> recordings, const SampleRate& display, const Ratio& speed)
+    : display_(display), period_(PeriodOf(display)) {
+    for (NumberedRecording& recording : recordings) {
+        tracks_.push_back({std::move(recording), {}, nullptr, {}, {}, 0});
+    }
+    Begin(speed);
+}
+
+void RunJudge::Begin(const Ratio& speed) {
+    speed_ = speed;
+    first_.reset();
+    for (Track& track : tracks_) {
+        const SampleRate& rate = track.recording.Index()->Rate();
+        track.fetched =
+            SampleRate::StreamPreloadRate(rate, SampleRate::TimeSamplingRate(rate, speed, display_));
+        track.shown = nullptr;
+    }
+}
+
+/// Where the play head would be now, had it never waited.
+TimePoint RunJudge::DueHead(Clock::time_point now) const {
+    // Ticks are noted a moment after they begin, the first one too: a quarter of a tick covers what that
+    // moment varies by.
+    const auto since = std::chrono::duration_cast<std::chrono::nanoseconds>(now - first_->when) + period_ / 4;
+    const std::int64_t tick = TimePoint().FromNanoseconds(since.count()).SampleNumber(display_);
+    return first_->head + TimePoint::StartOfSample(tick, display_) * speed_;
+}
+
+bool RunJudge::Belongs(const Track& track, const TimePoint& at) {
+    const NumberedRecording& recording = track.recording;
+    const auto exact = recording.Index()->PictureAtTime(at);
+    if (!exact || track.shown == nullptr) {
+        return !exact && track.shown == nullptr;
+    }
+    if (!track.number || recording.Distance(*track.number, *exact) == 0) {
+        return track.number.has_value();
+    }
+    const auto fetched = recording.Index()->PictureAtTime(at.AlignWith(track.fetched));
+    return fetched && recording.Distance(*track.number, *fetched) == 0;
+}
+
+bool RunJudge::IsNear(const Track& track, const TimePoint& at) {
+    const auto exact = track.recording.Index()->PictureAtTime(at);
+    if (!exact || track.shown == nullptr) {
+        return !exact && track.shown == nullptr;
+    }
+    return track.number && std::abs(track.recording.Distance(*track.number, *exact)) <= kNearPictures;
+}
+
+bool RunJudge::Note(const TimePoint& head, const std::vector<std::shared_ptr<const Picture>>& pictures,
+                    Clock::time_point now) {
+    const bool wasFirst = IsFirst();
+    if (wasFirst) {
+        first_ = First{head, now};
+    }
+    const TimePoint due = DueHead(now);
+    bool right = true;
+    bool rightByClock = true;
+    bool near = true;
+    for (std::size_t i = 0; i < tracks_.size(); ++i) {
+        right = NoteTrack(tracks_[i], pictures[i], head, now) && right;
+        rightByClock = rightByClock && Belongs(tracks_[i], due);
+        near = near && IsNear(tracks_[i], due);
+    }
+    ++figures_.nbTicks;
+    figures_.nbRight += right ? 1 : 0;
+    figures_.nbRightByClock += rightByClock ? 1 : 0;
+    figures_.nbNear += near ? 1 : 0;
+    if (!wasFirst) {
+        NoteProgress(head, due, now);
+    }
+    head_ = head;
+    last_ = now;
+    return right;
+}
+
+bool RunJudge::NoteTrack(Track& track, const std::shared_ptr<const Picture>& picture, const TimePoint& head,
+                         Clock::time_point now) {
+    const bool isFirst = track.shown == nullptr;
+    const bool isNew = picture != track.shown &&
+                       (isFirst || picture == nullptr || picture->Number() != track.shown->Number());
+    const bool isHeld = !isFirst && !isNew && head == head_ && speed_ != Ratio();
+    if (isNew) {
+        NoteStand(track, now);
+        figures_.nbNew += picture != nullptr ? 1 : 0;
+        track.since = now;
+        track.nbOwnTicks = 0;
+    }
+    if (picture != track.shown) {
+        track.shown = picture;
+        track.number = picture != nullptr ? track.recording.NumberOf(*picture) : std::nullopt;
+    }
+    const bool right = Belongs(track, head) && !isHeld;
+    track.nbOwnTicks += right ? 1 : 0;
+    if (!isNew) {
+        NoteStand(track, now);
+    }
+    return right;
+}
+
+void RunJudge::NoteStand(const Track& track, Clock::time_point until) {
+    if (track.shown == nullptr) {
+        return;
+    }
+    const auto stood = std::chrono::duration_cast<std::chrono::nanoseconds>(until - track.since);
+    const auto nbFurther = static_cast<std::int64_t>(std::max<std::uint64_t>(track.nbOwnTicks, 1)) - 1;
+    figures_.longestGap = std::max(figures_.longestGap, stood);
+    figures_.longestStand = std::max(figures_.longestStand, stood - nbFurther * period_);
+}
+
+void RunJudge::NoteProgress(const TimePoint& head, const TimePoint& due, Clock::time_point now) {
+    figures_.elapsed += now - last_;
+    figures_.played = figures_.played + WithoutSign(head - head_);
+    const TimePoint tick = WithoutSign(TimePoint::StartOfSample(1, display_) * speed_);
+    if (tick != TimePoint()) {
+        const std::int64_t nbBehind =
+            (WithoutSign(due - head).Nanoseconds() + tick.Nanoseconds() / 2) / tick.Nanoseconds();
+        figures_.nbBehind = std::max(figures_.nbBehind, nbBehind);
+    }
+}
+
+RunFigures RunJudge::Figures() const {
+    return figures_;
+}
+
+}  // namespace Tavrin::Playout

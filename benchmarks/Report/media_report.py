@@ -1,0 +1,290 @@
+"""Holds the figures of `playout bench` against those of the plain program on FFmpeg's libraries and against what
+is required, as one table: scripts/media-bench runs all three.
+
+Reads straight-CLIP.json, bench-CLIP.json and bench-CLIP-whole.json in a directory, prints the table, and writes
+media-report.json and media-report.md there. Ends with 1 when a requirement is missed.
+"""
+
+import argparse
+import json
+import pathlib
+import sys
+
+OK, MISSED, APART = "ok", "MISSED", "-"
+
+# Memory beside the budget that one track may take: packets of two groups, decoders' references, libraries.
+OVERHEAD_MIB = 60
+
+FORWARD, BACKWARD = ("play:1", "play:2", "play:4", "play:1/2"), ("play:-1", "play:-2", "play:-1/2")
+
+
+class Clip:
+    """The figures of one clip. `straight` and `bench` are the programs' output."""
+
+    def __init__(self, name, straight, bench, whole=None):
+        self.name = name
+        self.straight = straight or {"cases": []}
+        self.results = {result["case"]: result for result in (bench or {"results": []})["results"]}
+        self.whole = {result["case"]: result for result in (whole or {"results": []})["results"]}
+
+    def figures(self, case, whole=False):
+        """Nothing for a case that failed or was not run."""
+        return (self.whole if whole else self.results).get(case, {}).get("figures")
+
+    def why_not(self, case, whole=False):
+        return (self.whole if whole else self.results).get(case, {}).get("error", "not measured")
+
+    def plain(self, case, figure, best):
+        """The best figure over all numbers of threads."""
+        values = [entry[figure] for entry in self.straight["cases"] if entry["case"] == case and figure in entry]
+        return best(values) if values else None
+
+
+def row(clip, case, beside, ours, required, verdict):
+    return {"clip": clip.name, "case": case, "beside": beside, "ours": ours, "required": required,
+            "verdict": verdict}
+
+
+def verdict_of(condition):
+    return OK if condition else MISSED
+
+
+def judged(clip, case, label, required, judge, whole=False):
+    """`judge` makes what is beside, ours and whether it is met of the figures; a case without figures is missed,
+    unless it says that it was left out."""
+    figures = clip.figures(case, whole)
+    if figures is None:
+        why = clip.why_not(case, whole)
+        return row(clip, label, "", why, required, APART if why.startswith("left out") else MISSED)
+    beside, ours, met = judge(figures)
+    return row(clip, label, beside, ours, required, verdict_of(met))
+
+
+def against(reference, ours, share, unit):
+    if reference is None:
+        return "", f"{ours:.1f} {unit}", False
+    return f"{reference:.1f} {unit}", f"{ours:.1f} {unit} ({ours / reference:.2f})", ours >= share * reference
+
+
+def fast_rows(clip):
+    ceiling = clip.plain("straight", "picturesPerSecond", max)
+    floor = clip.plain("backward", "picturesPerSecond", max)
+
+    def rate(reference, share):
+        return lambda figures: against(reference, figures["picturesPerSecond"], share, "/s")
+
+    def quarter(figures):
+        beside, ours, met = against(floor, figures["picturesPerSecond"], 0.35, "/s")
+        used = figures["peakMiB"] - figures["atBeginMiB"]
+        budget = figures["budgetMiB"]
+        return (beside, f"{ours}, {used:.0f} MiB of {budget:.0f} + {OVERHEAD_MIB}",
+                met and used <= budget + OVERHEAD_MIB)
+
+    return [
+        judged(clip, "fast:forward", "forward, fast", "0.95 of the ceiling", rate(ceiling, 0.95)),
+        judged(clip, "fast:forward-4-tracks", "forward, fast, 4 tracks", "0.95 of the ceiling",
+               rate(ceiling, 0.95)),
+        judged(clip, "fast:backward-2-groups", "backward, fast, budget of two groups", "0.95 of the floor",
+               rate(floor, 0.95)),
+        judged(clip, "fast:backward-quarter-group", "backward, fast, budget of a quarter of a group",
+               "0.35 of the floor, within the budget", quarter),
+    ]
+
+
+def longest_stand_ms(figures):
+    return 1.25 * figures["tickMs"] + 10
+
+
+def describe_ticks(figures):
+    text = f"{figures['rightPercent']:.1f} % right, stands {figures['standMs']:.0f} ms"
+    if figures["behindTicks"] > 0:
+        text += f", {figures['behindTicks']:.0f} ticks behind"
+    return text
+
+
+def speed_of(case):
+    numerator, _, denominator = case.partition(":")[2].partition("/")
+    return int(numerator) / int(denominator or 1)
+
+
+def play_rows(clip):
+    ceiling = clip.plain("straight", "picturesPerSecond", max)
+
+    def in_time(figures):
+        met = (figures["rightPercent"] == 100 and figures["behindTicks"] == 0 and
+               figures["standMs"] <= longest_stand_ms(figures))
+        return "", describe_ticks(figures), met
+
+    rows = []
+    for case in FORWARD + BACKWARD:
+        made = judged(clip, case, f"speed {case[5:]}", "100 % right, no stand above 1.25 ticks + 10 ms", in_time)
+        figures = clip.figures(case)
+        needed = None if figures is None else 2 * abs(speed_of(case)) * 1000 / figures["tickMs"]
+        if ceiling is not None and needed is not None and ceiling < needed:
+            made["beside"] = f"{ceiling:.0f} /s, less than twice what is needed"
+            made["verdict"] = APART
+        rows.append(made)
+    return rows
+
+
+def high_speed_rows(clip):
+    def four(figures):
+        return "", describe_ticks(figures), figures["rightPercent"] >= 98
+
+    def sixteen(figures):
+        ours = (f"{figures['behindTicks']:.0f} ticks behind, gap {figures['gapMs']:.0f} ms, "
+                f"{figures['newPerSecond']:.1f} new/s, {figures['nearPercent']:.0f} % near")
+        met = (figures["behindTicks"] == 0 and figures["gapMs"] <= 130 and figures["newPerSecond"] > 12 and
+               figures["nearPercent"] >= 50)
+        return "", ours, met
+
+    required = "rate held, gap 130 ms, more than 12 new/s, 50 % within 16 pictures"
+    return [judged(clip, "play:-4", "speed -4", "98 % right", four),
+            judged(clip, "play:16", "speed 16", required, sixteen),
+            judged(clip, "play:-16", "speed -16", required, sixteen)]
+
+
+def opening_rows(clip):
+    def opened(figures):
+        return "", f"p50 {figures['p50Ms']:.0f}, p95 {figures['p95Ms']:.0f} ms", figures["p95Ms"] <= 200
+
+    labels = {"open:forward": "first picture after opening",
+              "open:backward": "first picture after opening backward",
+              "open:reverse-start": "first picture after starting in reverse"}
+    return [judged(clip, case, label, "200 ms", opened) for case, label in labels.items()]
+
+
+def command_rows(clip):
+    def next_tick(figures):
+        wrong = figures["wrong"] + figures["wrongAfter"]
+        ours = f"p50 {figures['p50Ms']:.0f}, p99 {figures['p99Ms']:.0f} ms, {wrong:.0f} wrong"
+        return "", ours, figures["p99Ms"] <= figures["tickMs"] and wrong == 0
+
+    labels = {"step:back": "step back", "step:forward": "step forward", "turn": "change of direction",
+              "near": "jump inside what is cached"}
+    return [judged(clip, case, label, "the next tick (p99), all right afterwards", next_tick)
+            for case, label in labels.items()]
+
+
+def jump_rows(clip):
+    floors = [clip.plain("seek", figure, min) for figure in ("p50Ms", "p95Ms")]
+    skipping = [clip.plain("seek-skip", figure, min) for figure in ("p50Ms", "p95Ms")]
+    beside = "" if None in floors + skipping else (
+        f"p50 {floors[0]:.0f}, p95 {floors[1]:.0f} ms; skipping {skipping[0]:.0f}, {skipping[1]:.0f} ms")
+
+    def jump(figures):
+        ours = f"p50 {figures['p50Ms']:.0f}, p95 {figures['p95Ms']:.0f} ms, {figures['wrong']:.0f} wrong"
+        met = (beside != "" and figures["p50Ms"] <= floors[0] + 5 and figures["p95Ms"] <= floors[1] + 5 and
+               figures["wrong"] == 0)
+        return beside, ours, met
+
+    def drag(figures):
+        ours = (f"gap {figures['gapMs']:.0f} ms, stop p95 {figures['p95Ms']:.0f} ms, "
+                f"{figures['wrong']:.0f} wrong")
+        met = (beside != "" and figures["gapMs"] <= 100 and figures["p95Ms"] <= floors[1] + 20 and
+               figures["wrong"] == 0)
+        return beside, ours, met
+
+    return [judged(clip, "jump", "random jump", "the floor + 5 ms", jump),
+            judged(clip, "drag", "dragging", "gap 100 ms, stop the floor + 20 ms", drag)]
+
+
+def track_rows(clip):
+    def four(figures):
+        met = figures["rightPercent"] == 100 and figures["behindTicks"] == 0
+        return "", describe_ticks(figures), met
+
+    def eight(figures):
+        ours = f"{figures['rightPercent']:.1f} % together, speed {figures['speed']:.2f}"
+        return "", ours, figures["rightPercent"] == 100 and figures["ticks"] > 1
+
+    rows = []
+    for way in ("forward", "backward"):
+        rows.append(judged(clip, f"tracks:4-{way}", f"4 tracks {way}", "100 % right on all", four))
+        rows.append(judged(clip, f"tracks:8-{way}", f"8 tracks {way}", "all show the same time", eight))
+    return rows
+
+
+def cost_rows(clip):
+    processor = clip.plain("straight", "cpuMsPerPicture", min)
+    pictures = clip.straight.get("pictures", 0)
+    own = clip.straight["packetBytes"] / pictures if pictures else None
+
+    def memory(figures):
+        most = 2 * figures["groupMiB"] + 60
+        return f"{most:.0f} MiB", f"{figures['peakMiB']:.0f} MiB", figures["peakMiB"] <= most
+
+    def at_most(reference, figure, share, unit):
+        def judge(figures):
+            ours = figures[figure]
+            if reference is None:
+                return "", f"{ours:.1f} {unit}", False
+            return (f"{reference:.1f} {unit}", f"{ours:.1f} {unit} ({ours / reference:.2f})",
+                    ours <= share * reference)
+        return judge
+
+    rows = [judged(clip, "play:-1", "memory at -1", "two groups + 60 MiB", memory, whole=True)]
+    for case, share in (("play:1", 1.1), ("play:-1", 1.3)):
+        rows.append(judged(clip, case, f"processor time a picture at {case[5:]}", f"{share} of the ceiling's",
+                           at_most(processor, "cpuMsPerPicture", share, "ms"), whole=True))
+        rows.append(judged(clip, case, f"bytes read a picture at {case[5:]}", "1.1 of the recording's",
+                           at_most(own, "bytesReadPerPicture", 1.1, "B"), whole=True))
+    return rows
+
+
+def make_rows(first, others):
+    rows = []
+    for make in (fast_rows, play_rows, high_speed_rows, opening_rows, command_rows, jump_rows, track_rows,
+                 cost_rows):
+        rows += make(first)
+    for clip in others:
+        rows += play_rows(clip)
+    return rows
+
+
+def table(rows):
+    columns = ("clip", "case", "beside", "ours", "required", "verdict")
+    titles = ("clip", "case", "floor or ceiling", "ours", "required", "")
+    widths = [max(len(title), *(len(entry[column]) for entry in rows)) if rows else len(title)
+              for column, title in zip(columns, titles)]
+
+    def line(cells):
+        return "| " + " | ".join(cell.ljust(width) for cell, width in zip(cells, widths)) + " |"
+
+    lines = [line(titles), "|" + "|".join("-" * (width + 2) for width in widths) + "|"]
+    return "\n".join(lines + [line([entry[column] for column in columns]) for entry in rows]) + "\n"
+
+
+def read_json(file):
+    return json.loads(file.read_text()) if file.exists() else None
+
+
+def read_clip(directory, name):
+    return Clip(name, read_json(directory / f"straight-{name}.json"), read_json(directory / f"bench-{name}.json"),
+                read_json(directory / f"bench-{name}-whole.json"))
+
+
+def clips_in(directory, first):
+    names = sorted(file.name[len("straight-"):-len(".json")] for file in directory.glob("straight-*.json"))
+    return [read_clip(directory, name) for name in names if name != first]
+
+
+def main(arguments):
+    parser = argparse.ArgumentParser(description=__doc__.split("\n", 1)[0])
+    parser.add_argument("--directory", type=pathlib.Path, required=True)
+    parser.add_argument("--first", required=True, help="the clip that is measured in every case")
+    parser.add_argument("--no-verdict", action="store_true", help="judge nothing")
+    options = parser.parse_args(arguments)
+    rows = make_rows(read_clip(options.directory, options.first), clips_in(options.directory, options.first))
+    if options.no_verdict:
+        for entry in rows:
+            entry["verdict"] = APART
+    text = table(rows)
+    (options.directory / "media-report.json").write_text(json.dumps(rows, indent=2) + "\n")
+    (options.directory / "media-report.md").write_text(text)
+    print(text, end="")
+    return 1 if any(entry["verdict"] == MISSED for entry in rows) else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

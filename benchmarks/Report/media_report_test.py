@@ -1,0 +1,153 @@
+#!/usr/bin/env python3
+"""Tests of the media report with made-up figures."""
+
+import json
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+sys.dont_write_bytecode = True
+
+import media_report  # noqa: E402  (nothing is to be left beside the sources)
+
+SCRIPT = pathlib.Path(media_report.__file__)
+
+STRAIGHT = {
+    "pictures": 500,
+    "packetBytes": 500 * 80_000,
+    "cases": [
+        {"case": "straight", "threads": 0, "picturesPerSecond": 200, "cpuMsPerPicture": 11},
+        {"case": "straight", "threads": 1, "picturesPerSecond": 100, "cpuMsPerPicture": 10},
+        {"case": "backward", "threads": 0, "picturesPerSecond": 180},
+        {"case": "backward", "threads": 1, "error": "too much memory"},
+        {"case": "seek", "threads": 0, "p50Ms": 150, "p95Ms": 280},
+        {"case": "seek-skip", "threads": 0, "p50Ms": 100, "p95Ms": 200},
+    ],
+}
+
+IN_TIME = {"rightPercent": 100, "behindTicks": 0, "standMs": 45, "tickMs": 40, "gapMs": 100, "newPerSecond": 13,
+           "nearPercent": 60, "ticks": 250, "speed": 1, "peakMiB": 350, "groupMiB": 150, "cpuMsPerPicture": 10.5,
+           "bytesReadPerPicture": 81_000}
+COMMAND = {"p50Ms": 1, "p95Ms": 20, "p99Ms": 39, "maxMs": 39, "tickMs": 40, "wrong": 0, "wrongAfter": 0,
+           "gapMs": 90}
+FAST = {"picturesPerSecond": 195, "peakMiB": 90, "atBeginMiB": 30, "budgetMiB": 40}
+
+CASES = [f"play:{speed}" for speed in ("1", "2", "4", "1/2", "-1", "-2", "-1/2", "-4", "16", "-16")]
+TRACKS = ["tracks:4-forward", "tracks:4-backward", "tracks:8-forward", "tracks:8-backward"]
+COMMANDS = ["open:forward", "open:backward", "open:reverse-start", "step:back", "step:forward", "turn", "near",
+            "jump", "drag"]
+FASTS = ["fast:forward", "fast:forward-4-tracks", "fast:backward-2-groups", "fast:backward-quarter-group"]
+
+
+def bench(**changed):
+    """A run in which everything holds, but for the figures given as case=dict (":" and the like as in names)."""
+    figures = {case: IN_TIME for case in CASES + TRACKS}
+    figures.update({case: COMMAND for case in COMMANDS})
+    figures.update({case: FAST for case in FASTS})
+    results = [{"case": case, "figures": {**value, **changed.get(case, {})}} for case, value in figures.items()]
+    return {"results": results}
+
+
+def rows_of(run):
+    clip = media_report.Clip("clip.mp4", STRAIGHT, run, run)
+    return {row["case"]: row for row in media_report.make_rows(clip, [])}
+
+
+def verdict(case, figures, label):
+    return rows_of(bench(**{case: figures}))[label]["verdict"]
+
+
+class Verdicts(unittest.TestCase):
+    def test_all_hold_where_the_figures_are_good_enough(self):
+        missed = [row for row in rows_of(bench()).values() if row["verdict"] == media_report.MISSED]
+        self.assertEqual(missed, [])
+
+    def test_each_figure_beyond_its_requirement_is_missed(self):
+        for case, figures, label in (
+                ("fast:forward", {"picturesPerSecond": 189}, "forward, fast"),
+                ("fast:backward-2-groups", {"picturesPerSecond": 170}, "backward, fast, budget of two groups"),
+                ("fast:backward-quarter-group", {"picturesPerSecond": 62},
+                 "backward, fast, budget of a quarter of a group"),
+                ("fast:backward-quarter-group", {"peakMiB": 131},
+                 "backward, fast, budget of a quarter of a group"),
+                ("play:1", {"rightPercent": 99.9}, "speed 1"),
+                ("play:1", {"behindTicks": 1}, "speed 1"),
+                ("play:-2", {"standMs": 61}, "speed -2"),
+                ("play:-4", {"rightPercent": 97.9}, "speed -4"),
+                ("play:16", {"gapMs": 131}, "speed 16"),
+                ("play:16", {"behindTicks": 1}, "speed 16"),
+                ("play:-16", {"newPerSecond": 12}, "speed -16"),
+                ("play:-16", {"nearPercent": 49}, "speed -16"),
+                ("open:forward", {"p95Ms": 201}, "first picture after opening"),
+                ("step:back", {"p99Ms": 41}, "step back"),
+                ("turn", {"wrongAfter": 1}, "change of direction"),
+                ("near", {"wrong": 1}, "jump inside what is cached"),
+                ("jump", {"p50Ms": 156}, "random jump"),
+                ("jump", {"p95Ms": 286}, "random jump"),
+                ("drag", {"gapMs": 101}, "dragging"),
+                ("drag", {"p95Ms": 301}, "dragging"),
+                ("tracks:4-backward", {"rightPercent": 99}, "4 tracks backward"),
+                ("tracks:8-forward", {"rightPercent": 99}, "8 tracks forward"),
+                ("play:-1", {"peakMiB": 361}, "memory at -1"),
+                ("play:1", {"cpuMsPerPicture": 11.1}, "processor time a picture at 1"),
+                ("play:-1", {"cpuMsPerPicture": 13.1}, "processor time a picture at -1"),
+                ("play:-1", {"bytesReadPerPicture": 88_001}, "bytes read a picture at -1")):
+            with self.subTest(label=label, figures=figures):
+                self.assertEqual(verdict(case, figures, label), media_report.MISSED)
+
+    def test_speed_is_not_judged_where_the_ceiling_does_not_allow_it_twice_over(self):
+        slow = json.loads(json.dumps(STRAIGHT).replace("200,", "199,", 1))
+        self.assertEqual(slow["cases"][0]["picturesPerSecond"], 199)
+        clip = media_report.Clip("clip.mp4", slow, bench(**{"play:4": {"rightPercent": 0}}))
+        rows = {row["case"]: row for row in media_report.play_rows(clip)}
+        self.assertEqual(rows["speed 4"]["verdict"], media_report.APART)
+        self.assertEqual(rows["speed 2"]["verdict"], media_report.OK)
+
+    def test_case_that_failed_is_missed_and_says_why(self):
+        run = bench()
+        run["results"] = [{"case": "jump", "error": "ended by signal 11"}]
+        row = rows_of(run)["random jump"]
+        self.assertEqual((row["verdict"], row["ours"]), (media_report.MISSED, "ended by signal 11"))
+
+    def test_case_that_was_left_out_is_not_judged(self):
+        run = {"results": [{"case": "fast:backward-2-groups", "error": "left out: so many pictures take 9 MiB"}]}
+        self.assertEqual(rows_of(run)["backward, fast, budget of two groups"]["verdict"], media_report.APART)
+
+    def test_missing_floor_is_missed(self):
+        clip = media_report.Clip("clip.mp4", {"cases": []}, bench())
+        self.assertEqual({row["verdict"] for row in media_report.jump_rows(clip)}, {media_report.MISSED})
+
+
+class Program(unittest.TestCase):
+    def run_on(self, run, *options):
+        with tempfile.TemporaryDirectory() as folder:
+            directory = pathlib.Path(folder)
+            (directory / "straight-clip.mp4.json").write_text(json.dumps(STRAIGHT))
+            (directory / "bench-clip.mp4.json").write_text(json.dumps(run))
+            (directory / "bench-clip.mp4-whole.json").write_text(json.dumps(run))
+            done = subprocess.run([sys.executable, str(SCRIPT), "--directory", folder, "--first", "clip.mp4",
+                                   *options], capture_output=True, text=True, check=False)
+            written = json.loads((directory / "media-report.json").read_text())
+            self.assertEqual((directory / "media-report.md").read_text(), done.stdout)
+        return done, written
+
+    def test_ends_with_0_where_all_holds(self):
+        done, written = self.run_on(bench())
+        self.assertEqual(done.returncode, 0)
+        self.assertEqual(len(done.stdout.splitlines()), len(written) + 2)
+
+    def test_ends_with_1_where_something_is_missed(self):
+        done, _ = self.run_on(bench(turn={"wrong": 1}))
+        self.assertEqual(done.returncode, 1)
+        self.assertEqual(done.stdout.count("MISSED"), 1)
+
+    def test_judges_nothing_when_told_so(self):
+        done, _ = self.run_on(bench(turn={"wrong": 1}), "--no-verdict")
+        self.assertEqual(done.returncode, 0)
+        self.assertNotIn("MISSED", done.stdout)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,104 @@
+#include "Playout/Bench.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "Playout/Support/Clips.h"
+
+namespace Tavrin::Playout {
+namespace {
+
+std::vector<std::string> NamesOf(const std::vector<BenchCase>& cases) {
+    std::vector<std::string> names;
+    for (const BenchCase& what : cases) {
+        names.push_back(what.name);
+    }
+    return names;
+}
+
+double FigureOf(const BenchFigures& figures, const std::string& name) {
+    const auto figure = std::find_if(figures.begin(), figures.end(),
+                                     [&name](const auto& entry) { return entry.first == name; });
+    if (figure == figures.end()) {
+        throw std::runtime_error("there is no figure " + name);
+    }
+    return figure->second;
+}
+
+BenchFigures Run(const std::string& name) {
+    BenchOptions options;
+    options.duration = std::chrono::milliseconds(300);
+    options.nbTries = 6;
+    return RunBenchCase(SelectBenchCases(name).at(0), Support::Clips::Numbered(), options);
+}
+
+TEST(Bench, CasesHaveNamesOfTheirOwn) {
+    const auto names = NamesOf(BenchCases());
+    EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), names.size());
+}
+
+TEST(Bench, NameOfACaseSelectsItAlone) {
+    EXPECT_EQ(NamesOf(SelectBenchCases("play:-1")), std::vector<std::string>{"play:-1"});
+}
+
+TEST(Bench, NameOfAKindSelectsAllOfItInTheBenchsOrder) {
+    EXPECT_EQ(NamesOf(SelectBenchCases("jump,step")),
+              (std::vector<std::string>{"step:back", "step:forward", "jump"}));
+}
+
+TEST(Bench, CaseNamedTwiceIsSelectedOnce) {
+    EXPECT_EQ(SelectBenchCases("step,step:back,step").size(), 2U);
+}
+
+TEST(Bench, UnknownNameIsRefused) {
+    EXPECT_THROW((void)SelectBenchCases("jump,hop"), std::invalid_argument);
+    EXPECT_THROW((void)SelectBenchCases("play:"), std::invalid_argument);
+    EXPECT_THROW((void)RunBenchCase({"hop"}, Support::Clips::Numbered(), {}), std::invalid_argument);
+}
+
+TEST(Bench, AsFastAsPossibleEveryTickIsRight) {
+    for (const char* name : {"fast:forward", "fast:backward-2-groups", "fast:backward-quarter-group"}) {
+        const auto figures = Run(name);
+        EXPECT_EQ(FigureOf(figures, "rightPercent"), 100) << name;
+        EXPECT_GT(FigureOf(figures, "picturesPerSecond"), 0) << name;
+    }
+}
+
+TEST(Bench, BudgetIsThatOfTheCase) {
+    const double twoGroups = FigureOf(Run("fast:backward-2-groups"), "budgetMiB");
+    const double quarter = FigureOf(Run("fast:backward-quarter-group"), "budgetMiB");
+    EXPECT_NEAR(twoGroups / quarter, 8, 0.01);
+}
+
+TEST(Bench, EveryCommandLeadsToThePictureAskedFor) {
+    for (const char* name : {"step:back", "step:forward", "turn", "near", "jump"}) {
+        const auto figures = Run(name);
+        EXPECT_EQ(FigureOf(figures, "tries"), 6) << name;
+        EXPECT_EQ(FigureOf(figures, "wrong"), 0) << name;
+        EXPECT_LE(FigureOf(figures, "p50Ms"), FigureOf(figures, "maxMs")) << name;
+    }
+}
+
+TEST(Bench, DraggingEndsAtTheExactPicture) {
+    const auto figures = Run("drag");
+    EXPECT_EQ(FigureOf(figures, "wrong"), 0);
+    EXPECT_GT(FigureOf(figures, "gapMs"), 0);
+}
+
+TEST(Bench, InRealTimeARunLastsAsLongAsAsked) {
+    const auto figures = Run("play:1");
+    EXPECT_GE(FigureOf(figures, "ticks"), 2);
+    EXPECT_LE(FigureOf(figures, "ticks"), 12);
+}
+
+TEST(Bench, RecordingShorterThanTheRunIsPlayedAgain) {
+    EXPECT_GT(FigureOf(Run("play:16"), "ticks"), 5);
+}
+
+}  // namespace
+}  // namespace Tavrin::Playout
