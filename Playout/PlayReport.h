@@ -21,7 +21,8 @@ struct TrackReport {
 enum class PlayEnd {
     Reached,  ///< The end, or the origin, or the time point to play to.
     Counted,  ///< As many ticks as were asked for.
-    Stopped   ///< The caller, by the stop flag or from the callback.
+    Stopped,  ///< The caller, by the stop flag or from the callback.
+    Quit      ///< A command.
 };
 
 /// What playing a session came to.

@@ -53,6 +53,8 @@ std::string DescribeEnd(const PlayReport& report) {
             return ", as many as asked for";
         case PlayEnd::Stopped:
             return ", then interrupted";
+        case PlayEnd::Quit:
+            return ", then quit";
     }
     return "";
 }
