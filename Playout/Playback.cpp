@@ -75,7 +75,11 @@ private:
     void PlayFast() {
         for (std::int64_t tick = 1; !IsOver(); ++tick) {
             Obey(TimePoint::StartOfSample(tick, session_.DisplayRate()));
-            if (IsOver() || !Move()) {
+            if (IsOver()) {
+                return;
+            }
+            KeepInside();
+            if (!Move()) {
                 return;
             }
             Show();
@@ -102,6 +106,7 @@ private:
             if (IsOver()) {
                 return;
             }
+            KeepInside();
             if (owes_ && !course_.JumpsNext()) {
                 tick_ = session_.Tick(TimePoint());
             } else {
@@ -123,6 +128,7 @@ private:
                 return;
             }
             course_.Apply(command);
+            ++report_.nbCommands;
             // Whoever waited for a picture now waits for another one.
             lastReady_ = Clock::now();
         }
@@ -146,14 +152,19 @@ private:
         return !owes_ && HasArrived();
     }
 
-    /// Nothing more is to be shown. Where a command may still come, the play head is made to stand instead.
-    [[nodiscard]] bool HasArrived() {
-        const bool mayBeCommanded = commands_ != nullptr && commands_->IsOpen();
-        const bool ends = course_.EndsNext();
-        if (ends && mayBeCommanded) {
+    /// Nothing more is to be shown, and no command can change that.
+    [[nodiscard]] bool HasArrived() const {
+        if (commands_ == nullptr) {
+            return course_.EndsNext();
+        }
+        return !commands_->IsOpen() && (course_.EndsNext() || (course_.Stands() && tick_.IsReady()));
+    }
+
+    /// Where playing on would leave what is to be played, the play head stands.
+    void KeepInside() {
+        if ((!owes_ || course_.JumpsNext()) && course_.EndsNext()) {
             course_.Halt();
         }
-        return !mayBeCommanded && (ends || (commands_ != nullptr && course_.Stands() && tick_.IsReady()));
     }
 
     /// Waits until every track is ready; false when stopped.

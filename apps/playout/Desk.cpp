@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "apps/playout/CommandScript.h"
+#include "apps/playout/Output.h"
 
 namespace Tavrin::Playout::Program {
 
@@ -22,6 +23,7 @@ Desk::Desk(const DeskOptions& options, const Session& session, const PlaybackOpt
     : session_(session), playback_(playback) {
     auto script = options.script.empty() ? std::vector<TimedCommand>() : ReadScript(options.script);
     if (!options.record.empty()) {
+        RefuseRecordings("--record", options.record, session);
         recorder_ = std::make_unique<CommandRecorder>(options.record);
     }
     // Whoever plays as fast as possible, or writes the pictures, is not there to look at them.

@@ -24,7 +24,7 @@ struct DeskOptions {
 ///
 /// *Threads:* bound to one thread, the session's. *Blocking:* as Window; and for a short while at a time when
 /// playing as fast as possible has nothing to play. *Ownership:* borrows the session.
-/// *Errors:* as ReadScript and CommandRecorder. A window that cannot be opened is no error.
+/// *Errors:* as ReadScript, RefuseRecordings and CommandRecorder. A window that cannot be opened is no error.
 class Desk final {
 public:
     Desk(const DeskOptions& options, const Session& session, const PlaybackOptions& playback);

@@ -112,8 +112,8 @@ int Play(const PlayArguments& arguments) {
     const PlaybackOptions options = OptionsFor(arguments);
     Session session(OpenRecordings(arguments), arguments.session);
     Playback playback = PreparePlayback(session, options);
-    const auto sink = OpenOutput(arguments.output, session);
     Desk desk(arguments.desk, session, options);
+    const auto sink = OpenOutput(arguments.output, session);
     std::ostream& out = arguments.output.IsStandardOutput() ? std::cerr : std::cout;
     if (!desk.WhyNoWindow().empty()) {
         out << "window     none: " << desk.WhyNoWindow() << std::endl;

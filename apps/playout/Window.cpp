@@ -50,6 +50,14 @@ bool IsSet(const char* name) {
     return value != nullptr && *value != '\0';
 }
 
+/// The drivers of the displays that the environment names; SDL_VIDEODRIVER goes before it.
+const char* NamedDrivers() {
+    if (!IsSet("WAYLAND_DISPLAY")) {
+        return "x11";
+    }
+    return IsSet("DISPLAY") ? "x11,wayland" : "wayland";
+}
+
 [[noreturn]] void Fail(const std::string& what) {
     throw std::runtime_error(what + ": " + SDL_GetError());
 }
@@ -105,6 +113,8 @@ Window::Library::Library() {
     // Interrupts are the program's own.
     SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");
     SDL_SetHint(SDL_HINT_VIDEO_X11_NET_WM_BYPASS_COMPOSITOR, "0");
+    // Otherwise it would go on with a display that nobody sees when the one that is named cannot be used.
+    SDL_SetHint(SDL_HINT_VIDEODRIVER, NamedDrivers());
     if (SDL_Init(SDL_INIT_VIDEO) != 0) {
         Fail("the display cannot be used");
     }
