@@ -199,6 +199,12 @@ bool MediaStream::CurrentIsMissing() {
     return IsLinked() && Exists(Now()) && Find(&sample) == Cache::Missing;
 }
 
+std::vector<CellState> MediaStream::CellStates(const CellRange& range) {
+    const TimePoint now = IsLinked() ? Now() : begin_;
+    return CellStatesOf(
+        {compressed_, decoded_, index_->Rate(), IsLinked() ? FetchRate() : index_->Rate(), now}, range);
+}
+
 void MediaStream::Intake() {
     const std::size_t nbFiled = compressed_.Update() + decoded_.Update();
     nbAnswers_ += nbFiled - nbOwnAnswers_;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "Player/Cache.h"
 #include "Player/DecodeOrderQueue.h"
@@ -13,6 +14,7 @@
 #include "Player/PreloadOrderQueue.h"
 #include "Player/PreloadTimePointGenerator.h"
 #include "Player/SampleRate.h"
+#include "Playout/CellState.h"
 #include "Playout/DecodedSample.h"
 #include "Playout/PlayoutExport.h"
 #include "Playout/RecordingIndex.h"
@@ -93,6 +95,9 @@ public:
 
     /// The rate that is fetched at the player's speed: the recording's, halved until the display can show it.
     [[nodiscard]] Player::SampleRate FetchRate() const;
+
+    /// What is known of the track's pictures, for people to look at; see CellStatesOf.
+    [[nodiscard]] std::vector<CellState> CellStates(const CellRange& range);
 
     /// Answers of workers filed so far.
     [[nodiscard]] std::uint64_t NbAnswers() const { return nbAnswers_; }

@@ -2,14 +2,16 @@
 
 #include <algorithm>
 
-#include "Time/TimePoint.h"
-
 namespace Tavrin::Playout {
 
 using Time::TimePoint;
 
 Pacer::Clock::time_point Pacer::Due() const {
     return start_ + std::chrono::nanoseconds(TimePoint::StartOfSample(tick_ + 1, display_).Nanoseconds());
+}
+
+TimePoint Pacer::Elapsed() const {
+    return TimePoint::StartOfSample(tick_, display_);
 }
 
 std::uint64_t Pacer::Begin(Clock::time_point now) {

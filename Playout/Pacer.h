@@ -5,6 +5,7 @@
 
 #include "Player/SampleRate.h"
 #include "Playout/PlayoutExport.h"
+#include "Time/TimePoint.h"
 
 namespace Tavrin::Playout {
 
@@ -27,6 +28,9 @@ public:
     /// Begins the next tick at `now`, at or after Due(), and returns how many ticks were slept through
     /// before it: those whose time was over at `now`.
     std::uint64_t Begin(Clock::time_point now);
+
+    /// When the running tick began, counted from the start of tick 0.
+    [[nodiscard]] Time::TimePoint Elapsed() const;
 
 private:
     Player::SampleRate display_;

@@ -21,7 +21,8 @@ struct TrackReport {
 enum class PlayEnd {
     Reached,  ///< The end, or the origin, or the time point to play to.
     Counted,  ///< As many ticks as were asked for.
-    Stopped   ///< The caller, by the stop flag or from the callback.
+    Stopped,  ///< The caller, by the stop flag or from the callback.
+    Quit      ///< A command.
 };
 
 /// What playing a session came to.
@@ -30,9 +31,10 @@ struct PlayReport {
     std::uint64_t nbTicks = 0;      ///< Handed out.
     std::uint64_t nbLateTicks = 0;  ///< Of these, those at which a track was not ready.
     std::uint64_t nbSleptThrough =
-        0;                  ///< Ticks due in real time that the caller or the machine slept through.
-    Time::TimePoint first;  ///< The play head at the first tick.
-    Time::TimePoint last;   ///< The play head at the last one.
+        0;                         ///< Ticks due in real time that the caller or the machine slept through.
+    std::uint64_t nbCommands = 0;  ///< Obeyed.
+    Time::TimePoint first;         ///< The play head at the first tick.
+    Time::TimePoint last;          ///< The play head at the last one.
     std::chrono::nanoseconds untilFirst{0};  ///< Wall time from the start of playing to the first tick.
     std::chrono::nanoseconds elapsed{0};     ///< Wall time from the first tick to the last one.
     std::vector<TrackReport> tracks;

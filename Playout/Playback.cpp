@@ -4,12 +4,14 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
+#include <variant>
 
+#include "Playout/Course.h"
 #include "Playout/Pacer.h"
 
 namespace Tavrin::Playout {
 
-using Player::SampleRate;
 using Player::SampleStatus;
 using Time::Ratio;
 using Time::TimePoint;
@@ -24,48 +26,32 @@ constexpr std::chrono::milliseconds kLongestWait{50};
 /// However much progress is reported, a picture that has not come after so many stall times will not come.
 constexpr int kMostStallTimes = 10;
 
-bool IsBackward(const Ratio& speed) {
-    return speed < Ratio();
-}
-
-/// The finest rate has the narrowest samples: a play head kept off their edges stays off those of the others.
-SampleRate FinestRate(const Session& session) {
-    SampleRate finest;
-    for (std::size_t track = 0; track < session.NbTracks(); ++track) {
-        finest = std::max(finest, session.Recording(track).Rate());
-    }
-    return finest;
-}
-
-const RecordingIndex& Longest(const Session& session) {
-    std::size_t longest = 0;
-    for (std::size_t track = 1; track < session.NbTracks(); ++track) {
-        if (session.Recording(track).End() > session.Recording(longest).End()) {
-            longest = track;
-        }
-    }
-    return session.Recording(longest);
-}
-
 }  // namespace
 
 /// One run, from the first tick to the last.
-class Playback::Course {
+class Playback::Runner {
 public:
-    Course(const Playback& playback, const TickCallback& show, const std::atomic<bool>* stop)
-        : playback_(playback),
-          options_(playback.options_),
+    Runner(const Playback& playback, const TickCallback& show, const std::atomic<bool>* stop,
+           ICommandSource* commands)
+        : options_(playback.options_),
           session_(playback.session_),
+          course_(session_, options_),
           show_(show),
           stop_(stop),
+          commands_(commands),
           begin_(Clock::now()),
           lastReady_(begin_),
           lastProgress_(begin_) {
         report_.tracks.resize(session_.NbTracks());
+        nbTicksAtMost_ = options_.nbTicks;
+        if (!nbTicksAtMost_ && commands_ == nullptr && options_.speed == Ratio()) {
+            nbTicksAtMost_ = 1;
+        }
     }
 
     PlayReport Run() {
-        if (ShowFirst()) {
+        Obey(TimePoint());
+        if (!IsStopped() && ShowFirst()) {
             options_.realTime ? PlayInRealTime() : PlayFast();
         }
         return report_;
@@ -74,6 +60,7 @@ public:
 private:
     /// Whether there is a picture to go on from.
     bool ShowFirst() {
+        course_.Begin();
         tick_ = session_.Tick(TimePoint());
         if (!AwaitReady()) {
             return false;
@@ -86,7 +73,15 @@ private:
     }
 
     void PlayFast() {
-        while (!IsOver() && Move()) {
+        for (std::int64_t tick = 1; !IsOver(); ++tick) {
+            Obey(TimePoint::StartOfSample(tick, session_.DisplayRate()));
+            if (IsOver()) {
+                return;
+            }
+            KeepInside();
+            if (!Move()) {
+                return;
+            }
             Show();
         }
     }
@@ -98,7 +93,7 @@ private:
             if (!AwaitReady()) {
                 return false;
             }
-            TickOn();
+            tick_ = course_.Tick();
         } while (!tick_.moved);
         return AwaitReady();
     }
@@ -107,38 +102,69 @@ private:
         Pacer pacer(session_.DisplayRate(), firstShown_);
         while (!IsOver() && WaitFor(pacer.Due())) {
             report_.nbSleptThrough += pacer.Begin(Clock::now());
-            if (owes_) {
+            Obey(pacer.Elapsed());
+            if (IsOver()) {
+                return;
+            }
+            KeepInside();
+            if (owes_ && !course_.JumpsNext()) {
                 tick_ = session_.Tick(TimePoint());
             } else {
-                TickOn();
+                tick_ = course_.Tick();
                 owes_ = tick_.moved;
             }
-            tick_.IsReady() ? Show() : ShowLate();
+            tick_.IsReady() || course_.IsDragged() ? Show() : ShowLate();
         }
     }
 
-    /// Asks the play head to move by one tick.
-    void TickOn() {
-        tick_ = session_.Tick(playback_.schedule_.Delta(nbMoves_));
-        nbMoves_ += tick_.moved ? 1 : 0;
+    /// Takes the commands for the tick that begins at that time.
+    void Obey(const TimePoint& at) {
+        if (commands_ == nullptr) {
+            return;
+        }
+        for (const PlayCommand& command : commands_->Take(at)) {
+            if (std::holds_alternative<Quit>(command)) {
+                report_.end = PlayEnd::Quit;
+                return;
+            }
+            course_.Apply(command);
+            ++report_.nbCommands;
+            // Whoever waited for a picture now waits for another one.
+            lastReady_ = Clock::now();
+        }
     }
 
     [[nodiscard]] bool IsStopped() {
         if (stop_ != nullptr && stop_->load()) {
             report_.end = PlayEnd::Stopped;
         }
-        return report_.end == PlayEnd::Stopped;
+        return report_.end == PlayEnd::Stopped || report_.end == PlayEnd::Quit;
     }
 
     [[nodiscard]] bool IsOver() {
         if (IsStopped()) {
             return true;
         }
-        if (options_.nbTicks && report_.nbTicks >= *options_.nbTicks) {
+        if (nbTicksAtMost_ && report_.nbTicks >= *nbTicksAtMost_) {
             report_.end = PlayEnd::Counted;
             return true;
         }
-        return !owes_ && playback_.IsOver(playback_.schedule_.Next(session_.CurrentTime(), nbMoves_));
+        return !owes_ && HasArrived();
+    }
+
+    /// Nothing more is to be shown, and no command can change that.
+    [[nodiscard]] bool HasArrived() const {
+        if (commands_ == nullptr) {
+            return course_.EndsNext();
+        }
+        return !commands_->IsOpen() && (course_.EndsNext() || (course_.Stands() && tick_.IsReady()));
+    }
+
+    /// Where playing on would leave what is to be played, the play head stands.
+    void KeepInside() {
+        if ((!owes_ || course_.JumpsNext()) && course_.EndsNext()) {
+            course_.Halt();
+        }
     }
 
     /// Waits until every track is ready; false when stopped.
@@ -202,13 +228,16 @@ private:
             shown.pictures.push_back(view.picture);
         }
         shown_ = std::move(shown);
+        report_.nbLateTicks += tick_.IsReady() ? 0 : 1;
         owes_ = false;
         HandOut();
     }
 
     static void Count(TrackReport& report, const TrackView& view,
                       const std::shared_ptr<const Picture>& before) {
-        if (view.missing) {
+        if (view.status == SampleStatus::NotReady) {
+            ++report.nbLate;
+        } else if (view.missing) {
             ++report.nbMissing;
         } else if (view.picture == nullptr) {
             ++report.nbEmpty;
@@ -238,11 +267,13 @@ private:
         }
     }
 
-    const Playback& playback_;
     const PlaybackOptions& options_;
     Session& session_;
+    Course course_;
     const TickCallback& show_;
     const std::atomic<bool>* stop_;
+    ICommandSource* commands_;
+    std::optional<std::uint64_t> nbTicksAtMost_;
     const Clock::time_point begin_;
     Clock::time_point firstShown_;
     Clock::time_point lastReady_;
@@ -250,70 +281,15 @@ private:
     TickReport tick_;
     ShownTick shown_;
     bool owes_ = false;  ///< The play head has moved to where nothing has been shown yet.
-    std::uint64_t nbMoves_ = 0;
     PlayReport report_;
 };
 
 Playback::Playback(Session& session, const PlaybackOptions& options)
-    : session_(session),
-      options_(options),
-      schedule_(FinestRate(session), session.DisplayRate(), options.speed) {
-    CheckTimes();
-    if (options_.speed == Ratio() && !options_.nbTicks) {
-        options_.nbTicks = 1;
-    }
-    start_ = FindStart();
-    if (IsOver(start_)) {
-        throw std::invalid_argument("no picture lies between " + start_.ToDurationString() + " and " +
-                                    options_.to.value_or(session_.End()).ToDurationString() + " at speed " +
-                                    options_.speed.ToString());
-    }
+    : session_(session), options_(options), start_(Course(session, options).Start()) {
 }
 
-void Playback::CheckTimes() const {
-    const TimePoint from = options_.from.value_or(TimePoint());
-    if (from < TimePoint() || options_.to.value_or(TimePoint()) < TimePoint()) {
-        throw std::invalid_argument("times to play from and to must not be negative");
-    }
-    if (options_.speed == Ratio() && options_.to) {
-        throw std::invalid_argument("at speed 0 the play head stands still and never comes to " +
-                                    options_.to->ToDurationString());
-    }
-    if (!IsBackward(options_.speed) && from >= session_.End()) {
-        throw std::invalid_argument("nothing to play from " + from.ToDurationString() +
-                                    ": the recording ends at " + session_.End().ToDurationString());
-    }
-    if (options_.from && options_.to &&
-        (IsBackward(options_.speed) ? *options_.to > from : *options_.to <= from)) {
-        throw std::invalid_argument("playing from " + from.ToDurationString() + " at speed " +
-                                    options_.speed.ToString() + " never comes to " +
-                                    options_.to->ToDurationString());
-    }
-}
-
-TimePoint Playback::FindStart() const {
-    const TimePoint lastMoment = session_.End() - TimePoint().FromNanoseconds(1);
-    const TimePoint at = IsBackward(options_.speed) ? std::min(options_.from.value_or(lastMoment), lastMoment)
-                                                    : options_.from.value_or(TimePoint());
-    const TimePoint start = schedule_.Start(at);
-    if (start < session_.End()) {
-        return start;
-    }
-    // The finest recording's sample there reaches beyond the end of the longest one.
-    return TickSchedule(Longest(session_).Rate(), session_.DisplayRate(), options_.speed).Start(at);
-}
-
-bool Playback::IsOver(const TimePoint& head) const {
-    if (IsBackward(options_.speed)) {
-        return head < options_.to.value_or(TimePoint());
-    }
-    return head >= std::min(options_.to.value_or(session_.End()), session_.End());
-}
-
-PlayReport Playback::Run(const TickCallback& show, const std::atomic<bool>* stop) {
-    session_.SetSpeed(options_.speed);
-    session_.GoTo(start_);
-    return Course(*this, show, stop).Run();
+PlayReport Playback::Run(const TickCallback& show, const std::atomic<bool>* stop, ICommandSource* commands) {
+    return Runner(*this, show, stop, commands).Run();
 }
 
 }  // namespace Tavrin::Playout

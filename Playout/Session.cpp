@@ -87,6 +87,9 @@ public:
     std::size_t NbTracks() const { return recordings_.size(); }
     const SampleRate& DisplayRate() const { return displayRate_; }
     const Player::Player& PlayHead() const { return player_; }
+    std::vector<CellState> CellStates(std::size_t track, const CellRange& range) const {
+        return tracks_.at(track).stream->CellStates(range);
+    }
     MediaPreloader& Preloader() { return preloader_; }
 
 private:
@@ -400,6 +403,10 @@ bool Session::WaitForProgress(std::chrono::milliseconds timeout) {
 
 TrackInformation Session::GetInformation(std::size_t track) const {
     return impl_->GetInformation(track);
+}
+
+std::vector<CellState> Session::CellStates(std::size_t track, const CellRange& range) const {
+    return impl_->CellStates(track, range);
 }
 
 MediaPreloader& Session::Preloader() {

@@ -8,6 +8,7 @@
 
 #include "Player/IStream.h"
 #include "Player/SampleRate.h"
+#include "Playout/CellState.h"
 #include "Playout/DecodeLane.h"
 #include "Playout/MediaPreloader.h"
 #include "Playout/Picture.h"
@@ -106,6 +107,9 @@ public:
     bool WaitForProgress(std::chrono::milliseconds timeout);
 
     [[nodiscard]] TrackInformation GetInformation(std::size_t track) const;
+
+    /// What is known of a track's pictures, for a timeline; cheap enough to be asked at every tick.
+    [[nodiscard]] std::vector<CellState> CellStates(std::size_t track, const CellRange& range) const;
 
     /// The preloader, for hooks that tests put into reading; not to be used for anything else.
     [[nodiscard]] MediaPreloader& Preloader();

@@ -51,4 +51,19 @@ TimePoint TickSchedule::Next(const TimePoint& head, std::uint64_t tick) const {
     return head + Delta(tick) * speed_;
 }
 
+/// The picture at a place is the one fetched for it, which may begin long before it.
+bool TickSchedule::IsBeyond(const TimePoint& place, const TimePoint& head) const {
+    const TimePoint shown = place.AlignWith(fetched_);
+    const TimePoint from = head.AlignWith(stream_);
+    return speed_.Positive() ? place > head && shown >= from : place < head && shown <= from;
+}
+
+TickSchedule::Place TickSchedule::After(const TimePoint& head) const {
+    Place place{Start(head), 0};
+    while (speed_ != Ratio() && !IsBeyond(place.head, head)) {
+        place.head = Next(place.head, place.tick++);
+    }
+    return place;
+}
+
 }  // namespace Tavrin::Playout

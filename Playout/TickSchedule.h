@@ -43,7 +43,20 @@ public:
     /// too, where a player would stop.
     [[nodiscard]] Time::TimePoint Next(const Time::TimePoint& head, std::uint64_t tick) const;
 
+    /// A place of the play head and the tick at which it stands there.
+    struct Place {
+        Time::TimePoint head;
+        std::uint64_t tick = 0;
+    };
+
+    /// Where playing at this speed takes a play head that comes from elsewhere, as when the speed has just been
+    /// changed: the first place of this schedule that lies beyond `head`, and at which no picture is shown
+    /// that lies on the side it comes from. At speed zero the sample of `head` itself. Before the origin too.
+    [[nodiscard]] Place After(const Time::TimePoint& head) const;
+
 private:
+    [[nodiscard]] bool IsBeyond(const Time::TimePoint& place, const Time::TimePoint& head) const;
+
     Player::SampleRate stream_;
     Player::SampleRate display_;
     Time::Ratio speed_;

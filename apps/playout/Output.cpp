@@ -34,15 +34,6 @@ PixelSize SizeFor(const Session& session) {
     return Mosaic::SizeFor(sizes, kLargestMosaic);
 }
 
-void RefuseRecordings(const std::string& path, const Session& session) {
-    for (std::size_t track = 0; track < session.NbTracks(); ++track) {
-        std::error_code ignored;
-        if (std::filesystem::equivalent(path, session.Recording(track).File(), ignored)) {
-            throw UsageError("--output: \"" + path + "\" is being played; writing there would destroy it");
-        }
-    }
-}
-
 }  // namespace
 
 bool Output::IsStandardOutput() const {
@@ -62,8 +53,17 @@ Output ParseOutput(const std::string& text) {
     throw UsageError("'" + text + "' is none of none, png:DIR, y4m:FILE and md5:FILE");
 }
 
+void RefuseRecordings(const std::string& option, const std::string& path, const Session& session) {
+    for (std::size_t track = 0; track < session.NbTracks(); ++track) {
+        std::error_code ignored;
+        if (std::filesystem::equivalent(path, session.Recording(track).File(), ignored)) {
+            throw UsageError(option + ": \"" + path + "\" is being played; writing there would destroy it");
+        }
+    }
+}
+
 std::unique_ptr<IPictureSink> OpenOutput(const Output& output, const Session& session) {
-    RefuseRecordings(output.path, session);
+    RefuseRecordings("--output", output.path, session);
     const std::string path = output.path == "-" ? kStandardOutput : output.path;
     switch (output.kind) {
         case Output::Kind::Png:

@@ -24,6 +24,9 @@ struct Output {
 /// From "none", "png:DIR", "y4m:FILE" or "md5:FILE"; throws UsageError for anything else.
 [[nodiscard]] Output ParseOutput(const std::string& text);
 
+/// Throws UsageError when the file is one of the recordings being played; \p option is what asks for it.
+void RefuseRecordings(const std::string& option, const std::string& path, const Session& session);
+
 /// Opens it for the session's tracks, as a mosaic when there are several; null when nothing is to be written.
 /// Throws UsageError when it is one of the recordings being played, and std::runtime_error when it cannot be
 /// written.

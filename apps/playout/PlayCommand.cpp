@@ -12,6 +12,7 @@
 #include "apps/playout/Arguments.h"
 #include "apps/playout/Commands.h"
 #include "apps/playout/CommonOptions.h"
+#include "apps/playout/Desk.h"
 #include "apps/playout/Interrupt.h"
 #include "apps/playout/Output.h"
 #include "apps/playout/PlaySummary.h"
@@ -30,6 +31,7 @@ struct PlayArguments {
     Output output;
     bool fast = false;
     bool realTime = false;
+    DeskOptions desk;
     PlaybackOptions playback;
     SessionOptions session;
 };
@@ -42,9 +44,14 @@ std::vector<std::shared_ptr<const RecordingIndex>> OpenRecordings(const PlayArgu
     return recordings;
 }
 
-/// What cannot be played as asked is the user's to put right.
-Playback PreparePlayback(Session& session, PlaybackOptions options, const PlayArguments& arguments) {
+PlaybackOptions OptionsFor(const PlayArguments& arguments) {
+    PlaybackOptions options = arguments.playback;
     options.realTime = arguments.realTime || (!arguments.fast && !arguments.output.IsWritten());
+    return options;
+}
+
+/// What cannot be played as asked is the user's to put right.
+Playback PreparePlayback(Session& session, const PlaybackOptions& options) {
     try {
         return Playback(session, options);
     } catch (const std::invalid_argument& error) {
@@ -59,13 +66,15 @@ std::string DescribeProgress(const Session& session, const ShownTick& shown, con
     return nbLate == 0 ? text : text + ", " + std::to_string(nbLate) + " late";
 }
 
-PlayReport Run(Playback& playback, const Session& session, IPictureSink* sink, MissingPictures& missing) {
+PlayReport Run(Playback& playback, const Session& session, Desk& desk, IPictureSink* sink,
+               MissingPictures& missing) {
     ProgressLine line;
     std::uint64_t nbLate = 0;
     const auto show = [&](const ShownTick& shown, const TickReport& tick) {
         if (sink != nullptr) {
             sink->Write(shown);
         }
+        desk.Show(shown);
         missing.Note(tick);
         nbLate += tick.IsReady() ? 0 : 1;
         if (line.IsDue()) {
@@ -73,7 +82,10 @@ PlayReport Run(Playback& playback, const Session& session, IPictureSink* sink, M
         }
         return true;
     };
-    PlayReport report = playback.Run(show, &CatchInterrupts());
+    const auto& interrupted = CatchInterrupts();
+    desk.Begin(playback.Start());
+    PlayReport report = playback.Run(show, &interrupted, desk.Commands());
+    desk.End(report);
     if (sink != nullptr) {
         sink->Finish();
     }
@@ -81,21 +93,34 @@ PlayReport Run(Playback& playback, const Session& session, IPictureSink* sink, M
 }
 
 bool HasShownNothing(const PlayReport& report) {
-    return report.end != PlayEnd::Stopped &&
+    return report.end != PlayEnd::Stopped && report.end != PlayEnd::Quit &&
            std::none_of(report.tracks.begin(), report.tracks.end(),
                         [](const TrackReport& track) { return track.nbNew > 0; });
 }
 
-int Play(const PlayArguments& arguments) {
+void RefuseContradictions(const PlayArguments& arguments) {
     if (arguments.fast && arguments.realTime) {
         throw UsageError("--fast and --realtime exclude one another");
     }
+    if (arguments.desk.isWanted && arguments.desk.isRefused) {
+        throw UsageError("--window and --no-window exclude one another");
+    }
+}
+
+int Play(const PlayArguments& arguments) {
+    RefuseContradictions(arguments);
+    const PlaybackOptions options = OptionsFor(arguments);
     Session session(OpenRecordings(arguments), arguments.session);
-    Playback playback = PreparePlayback(session, arguments.playback, arguments);
+    Playback playback = PreparePlayback(session, options);
+    Desk desk(arguments.desk, session, options);
     const auto sink = OpenOutput(arguments.output, session);
+    std::ostream& out = arguments.output.IsStandardOutput() ? std::cerr : std::cout;
+    if (!desk.WhyNoWindow().empty()) {
+        out << "window     none: " << desk.WhyNoWindow() << std::endl;
+    }
     MissingPictures missing(session);
-    const PlayReport report = Run(playback, session, sink.get(), missing);
-    PrintSummary(arguments.output.IsStandardOutput() ? std::cerr : std::cout, session, report, missing);
+    const PlayReport report = Run(playback, session, desk, sink.get(), missing);
+    PrintSummary(out, session, report, missing);
     if (HasShownNothing(report)) {
         std::cout.flush();
         std::cerr << "playout: none of the pictures that were to be played can be read and decoded\n";
@@ -145,6 +170,24 @@ void AddPacingOptions(CLI::App& command, PlayArguments& arguments) {
         ->check(Between(std::uint32_t{1}, kMostSeconds));
 }
 
+void AddDeskOptions(CLI::App& command, DeskOptions& desk) {
+    command.add_flag("--window", desk.isWanted,
+                     "Show the pictures in a window (default in real time when\n"
+                     "nothing is written and there is a display)");
+    command.add_flag("--no-window", desk.isRefused, "Show nothing");
+    command
+        .add_option("--script", desk.script,
+                    "Carry out commands at their times, one a line:\n"
+                    "TIME speed RATIO, TIME jump TIME, TIME step N,\n"
+                    "TIME drag TIME, TIME release, TIME quit")
+        ->type_name("FILE");
+    command
+        .add_option("--record", desk.record,
+                    "Write the commands that are given to a script that\n"
+                    "repeats this run")
+        ->type_name("FILE");
+}
+
 }  // namespace
 
 void AddPlayCommand(CLI::App& program, int& status) {
@@ -159,12 +202,18 @@ void AddPlayCommand(CLI::App& program, int& status) {
               "md5:FILE  a line with a check sum for each tick\n"
               "The FILE - is standard output.");
     AddPacingOptions(*command, *arguments);
+    AddDeskOptions(*command, arguments->desk);
     AddMemoryOption(*command, arguments->session.decodedBytes);
     AddStreamOption(*command, arguments->stream);
     command->footer(
         "A TIME is in seconds (12.5), or m:ss (1:02.5), or h:mm:ss. Several files start together\n"
         "and are written as a mosaic. A picture that cannot be read or decoded is counted as\n"
-        "missing, and the one before it stays.");
+        "missing, and the one before it stays.\n"
+        "\n"
+        "In the window: L plays forward, J backward, each once more for 2, 4, 8 and 16 times the\n"
+        "speed; K stops, held with J or L it plays at a quarter. Space stops and plays, the arrows\n"
+        "step by one picture, Home and End jump, the mouse drags the timelines, Q or Escape quits.\n"
+        "At its end playing stands until then.");
     command->callback([arguments, &status] { status = Play(*arguments); });
 }
 

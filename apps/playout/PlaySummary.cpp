@@ -33,16 +33,22 @@ void PrintTrack(std::ostream& out, const Session& session, std::size_t track, co
         << FormatCount(information.reading.nbFailedReads + information.decoding.nbErrors, "error") << '\n';
 }
 
-/// Recording time that passed for the wall time that it took, and the rate of the ticks.
+/// Recording time that passed for the wall time that it took, which says nothing under commands, and the rate
+/// of the ticks.
 void PrintSpeed(std::ostream& out, const PlayReport& report) {
     const double wall = duration<double>(report.elapsed).count();
     if (report.nbTicks < 2 || wall <= 0) {
         return;
     }
+    const std::string rate =
+        FormatDecimal(static_cast<double>(report.nbTicks - 1) / wall, 1) + " ticks a second\n";
+    if (report.nbCommands > 0) {
+        out << "commands   " << report.nbCommands << ", " << rate;
+        return;
+    }
     const double played =
         duration<double>(std::chrono::nanoseconds((report.last - report.first).Nanoseconds())).count();
-    out << "speed      " << FormatDecimal(played / wall, 2) << ", "
-        << FormatDecimal(static_cast<double>(report.nbTicks - 1) / wall, 1) << " ticks a second\n";
+    out << "speed      " << FormatDecimal(played / wall, 2) << ", " << rate;
 }
 
 std::string DescribeEnd(const PlayReport& report) {
@@ -53,6 +59,8 @@ std::string DescribeEnd(const PlayReport& report) {
             return ", as many as asked for";
         case PlayEnd::Stopped:
             return ", then interrupted";
+        case PlayEnd::Quit:
+            return ", then quit";
     }
     return "";
 }

@@ -41,5 +41,15 @@ TEST(Pacer, ATickThatBeginsTooEarlyIsStillTheNextOne) {
     EXPECT_EQ(pacer.Due(), kStart + 80ms);
 }
 
+TEST(Pacer, TheTimeOfATickCountsThoseSleptThrough) {
+    const auto start = Pacer::Clock::now();
+    Pacer pacer(Player::SampleRate(25, 1), start);
+    EXPECT_EQ(pacer.Elapsed(), Time::TimePoint());
+    pacer.Begin(start + 41ms);
+    EXPECT_EQ(pacer.Elapsed(), Time::TimePoint().FromMilliseconds(40));
+    pacer.Begin(start + 205ms);
+    EXPECT_EQ(pacer.Elapsed(), Time::TimePoint().FromMilliseconds(200));
+}
+
 }  // namespace
 }  // namespace Tavrin::Playout

@@ -208,7 +208,9 @@ TEST(Program, WrongUsageEndsWithStatusTwoAndOneLine) {
         {{"play", clip, "--output", "gif:x"}, "'gif:x'"},
         {{"play", clip, "--output", "png:"}, "'png:'"},
         {{"play", clip, "--output", "md5:" + clip}, "is being played"},
+        {{"play", clip, "--record", clip}, "--record: \"" + clip + "\" is being played"},
         {{"play", clip, "--fast", "--realtime"}, "exclude one another"},
+        {{"play", clip, "--window", "--no-window"}, "exclude one another"},
         {{"play", clip, "--memory", "0"}, "--memory"},
         {{"play", clip, "--count", "0"}, "--count"},
         {{"verify", clip, "--jumps", "many"}, "--jumps"},
@@ -342,6 +344,61 @@ TEST(Program, WithoutOutputItPlaysInRealTime) {
     ExpectSuccess(RunPlayout({"play", Clips::Short()}));
     // Twelve pictures of 40 ms, the last of which need not be waited for.
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(440));
+}
+
+TEST(Program, WithoutADisplayItSaysSoInOneLineAndPlays) {
+    const ProgramResult result = RunPlayout({"play", Clips::Short()});
+    ExpectSuccess(result);
+    EXPECT_EQ(result.output.rfind("window     none: there is no display: ", 0), 0U) << result.output;
+    EXPECT_TRUE(Contains(result.output, "pictures   12 shown, ")) << result.output;
+}
+
+TEST(Program, ADisplayThatCannotBeUsedIsSaidInOneLineToo) {
+    ProgramRun::Options options;
+    options.environment = {"DISPLAY=:99999"};
+    const ProgramResult result = ProgramRun(CommandLine({"play", Clips::Short()}), options).Finish();
+    ExpectSuccess(result);
+    EXPECT_EQ(result.output.rfind("window     none: the display cannot be used: ", 0), 0U) << result.output;
+    EXPECT_TRUE(Contains(result.output, "pictures   12 shown, ")) << result.output;
+}
+
+TEST(Program, WhereNoWindowIsWantedNothingIsSaidOfIt) {
+    for (const std::string option : {"--no-window", "--fast"}) {
+        const ProgramResult result = RunPlayout({"play", Clips::Short(), option});
+        ExpectSuccess(result);
+        EXPECT_FALSE(Contains(result.output, "window")) << result.output;
+    }
+}
+
+TEST(Program, AScriptIsCarriedOutAtItsTimes) {
+    const std::string script = Clips::Scratch("script.txt");
+    Clips::WriteFile(script,
+                     "0.12 speed -1\n0.2 jump 1.6 # picture 40\n0.28 step 2\n0.36 drag 2\n0.4 release\n"
+                     "0.4 speed 1\n0.48 quit\n");
+    EXPECT_EQ(Pictures(Md5Lines({Clips::ClosedGroups(), "--script", script})),
+              (std::vector<std::string>{"0", "1", "2", "1", "0", "40", "39", "41", "41", "50", "51", "52"}));
+}
+
+TEST(Program, ARecordedRunCanBeRepeated) {
+    const std::string script = Clips::Scratch("script.txt");
+    const std::string record = Clips::Scratch("record.txt");
+    // At times between the ticks, from a place and at a speed that only the options say.
+    Clips::WriteFile(script, "0.13 speed 1/2\n0.37 jump 2\n0.5 step -1\n0.61 speed -4\n");
+    const std::string clip = Clips::ClosedGroups();
+    const auto lines =
+        Md5Lines({clip, "--from", "1", "--speed", "2", "--script", script, "--record", record});
+    EXPECT_EQ(Pictures(Md5Lines({clip, "--script", record})), Pictures(lines));
+    EXPECT_EQ(lines.at(0).pictures, "24");
+    EXPECT_EQ(Lines(Clips::ReadFile(record)).front(), "# " + clip);
+}
+
+TEST(Program, AScriptThatCannotBeMeantIsRefusedWithItsLine) {
+    const std::string script = Clips::Scratch("script.txt");
+    Clips::WriteFile(script, "0 speed 1\n1 dance\n");
+    ExpectFailure(RunPlayout({"play", Clips::Short(), "--script", script}), 2,
+                  "script.txt\" line 2: 'dance' is none of");
+    ExpectFailure(RunPlayout({"play", Clips::Short(), "--script", Clips::Scratch("nowhere.txt")}), 1,
+                  "nowhere.txt\": the script cannot be read");
 }
 
 TEST(Program, OnATerminalProgressIsShownInOneLine) {

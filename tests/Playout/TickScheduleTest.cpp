@@ -165,5 +165,47 @@ TEST(TickSchedule, RatesOfZeroAreRefused) {
     EXPECT_THROW(TickSchedule(SampleRate(25, 1), SampleRate(), Ratio(1, 1)), std::invalid_argument);
 }
 
+/// The sample of 25 per second that a schedule goes on with from the middle of another one.
+std::int64_t SampleAfter(std::int64_t sample, const Ratio& speed) {
+    const SampleRate rate(25, 1);
+    const TimePoint head =
+        TickSchedule(rate, rate, Ratio(1, 1)).Start(TimePoint::StartOfSample(sample, rate));
+    return TickSchedule(rate, rate, speed).After(head).head.SampleNumber(rate);
+}
+
+TEST(TickSchedule, AfterAChangeOfSpeedItGoesOnWithTheNextSampleInItsDirection) {
+    EXPECT_EQ(SampleAfter(7, Ratio(1, 1)), 8);
+    EXPECT_EQ(SampleAfter(7, Ratio(-1, 1)), 6);
+    EXPECT_EQ(SampleAfter(7, Ratio()), 7);
+    EXPECT_EQ(SampleAfter(0, Ratio(-1, 1)), -1);
+}
+
+TEST(TickSchedule, AfterAChangeToAHighSpeedItShowsNothingThatWasLeftBehind) {
+    EXPECT_EQ(SampleAfter(7, Ratio(4, 1)), 8);
+    EXPECT_EQ(SampleAfter(4, Ratio(4, 1)), 8);
+    EXPECT_EQ(SampleAfter(7, Ratio(-4, 1)), 4);
+    EXPECT_EQ(SampleAfter(4, Ratio(-4, 1)), 0);
+    // Of every fourth sample fetched: 8 is on show at 10.
+    EXPECT_EQ(SampleAfter(7, Ratio(3, 1)), 10);
+}
+
+TEST(TickSchedule, AfterAChangeOfSpeedThePlayHeadKeepsOffTheEdges) {
+    for (const SampleRate& rate : Rates()) {
+        for (const Ratio& speed : {Ratio(1, 1), Ratio(-1, 1), Ratio(1, 2), Ratio(-1, 3), Ratio(2, 5)}) {
+            const TimePoint head = TickSchedule(rate, rate, Ratio(1, 1)).Start(TimePoint().FromSeconds(100));
+            const TickSchedule schedule(rate, rate, speed);
+            TickSchedule::Place place = schedule.After(head);
+            const TimePoint start = schedule.Start(place.head);
+            for (int tick = 0; tick < 1000; ++tick) {
+                const Ratio fine = rate * Ratio(2 * speed.Denominator(), 1);
+                // An odd number of half places from the edges, as far as rounding goes.
+                const auto nearest = (place.head - start).RoundWith(fine).SampleNumber(fine);
+                EXPECT_EQ(nearest % 2, 0) << rate << " at " << speed << ", tick " << tick;
+                place.head = schedule.Next(place.head, place.tick++);
+            }
+        }
+    }
+}
+
 }  // namespace
 }  // namespace Tavrin::Playout

@@ -191,6 +191,13 @@ std::string Jittery() {
                                       Libx264("keyint=12:bframes=2"));
 }
 
+std::string Shades() {
+    const std::string luma = std::to_string(kFirstShade) + "+" + std::to_string(kShadeStep) + "*N";
+    return Encoded("shades.mp4",
+                   "-f lavfi -i \"color=size=160x120:rate=25:duration=2.4,format=yuv420p,geq=lum='" + luma +
+                       "':cb=128:cr=128\" " + Libx264("keyint=12:bframes=2:qp=4"));
+}
+
 std::string EditList() {
     return Encoded("edit.mp4", "-ss 0.9 -i " + Quoted(OpenGroups()) + " -c copy");
 }

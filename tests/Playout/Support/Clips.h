@@ -14,6 +14,8 @@ namespace Tavrin::Playout::Support::Clips {
 
 constexpr std::size_t kNbPictures = 60;
 constexpr std::size_t kGroupSize = 12;
+constexpr int kFirstShade = 20;
+constexpr int kShadeStep = 3;
 
 // H.264 in MP4.
 std::string ClosedGroups();   ///< Three B-frames, one of which others refer to; each group stands alone.
@@ -27,6 +29,7 @@ std::string SecondVideo();     ///< Two video streams: 160x120, then 320x240.
 std::string Ntsc();            ///< 30000/1001 per second.
 std::string VariableRate();    ///< On a grid of 25 per second, with holes: 34 pictures of 60.
 std::string Jittery();   ///< In milliseconds, each picture up to 25 ms late: no rate has them on its samples.
+std::string Shades();    ///< Each picture is one grey: its luma is kFirstShade + number * kShadeStep.
 std::string EditList();  ///< OpenGroups without its first 0.9 s, by an edit list: packets are hidden.
 std::string Truncated();   ///< ClosedGroups with the table of packets in front, cut off at 60 % of its bytes.
 std::string Fragmented();  ///< OpenGroups in fragments.

@@ -67,13 +67,39 @@ void Close(int& file) {
     }
 }
 
+bool NamesDisplay(const std::string& variable) {
+    return variable.rfind("DISPLAY=", 0) == 0 || variable.rfind("WAYLAND_DISPLAY=", 0) == 0 ||
+           variable.rfind("SDL_VIDEODRIVER=", 0) == 0;
+}
+
+/// This process's environment without a display, and what is added to it.
+std::vector<std::string> EnvironmentWith(const std::vector<std::string>& added) {
+    std::vector<std::string> variables;
+    for (char* const* variable = environ; *variable != nullptr; ++variable) {
+        if (!NamesDisplay(*variable)) {
+            variables.emplace_back(*variable);
+        }
+    }
+    variables.insert(variables.end(), added.begin(), added.end());
+    return variables;
+}
+
+/// As the system takes them; valid as long as the texts.
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    std::transform(texts.begin(), texts.end(), std::back_inserter(pointers),
+                   [](std::string& text) { return text.data(); });
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
 /// In the child: becomes the program, or ends. Calls nothing that takes locks.
-[[noreturn]] void Become(char* const* arguments, int output, int errors) {
+[[noreturn]] void Become(char* const* arguments, char* const* environment, int output, int errors) {
     const int nothing = open("/dev/null", O_RDONLY);
     dup2(nothing, STDIN_FILENO);
     dup2(output, STDOUT_FILENO);
     dup2(errors, STDERR_FILENO);
-    execv(arguments[0], arguments);
+    execve(arguments[0], arguments, environment);
     _exit(kSignalStatus - 1);
 }
 
@@ -82,10 +108,9 @@ void Close(int& file) {
 ProgramRun::ProgramRun(const std::vector<std::string>& arguments, const Options& options)
     : deadline_(std::chrono::steady_clock::now() + kDeadline) {
     std::vector<std::string> copies = arguments;
-    std::vector<char*> pointers;
-    std::transform(copies.begin(), copies.end(), std::back_inserter(pointers),
-                   [](std::string& argument) { return argument.data(); });
-    pointers.push_back(nullptr);
+    std::vector<std::string> variables = EnvironmentWith(options.environment);
+    const std::vector<char*> argumentPointers = Pointers(copies);
+    const std::vector<char*> variablePointers = Pointers(variables);
     Channel output = MakeOutput(options.outputFile);
     Channel errors = options.errorsToTerminal ? MakeTerminal() : MakePipe();
     process_ = fork();
@@ -93,7 +118,7 @@ ProgramRun::ProgramRun(const std::vector<std::string>& arguments, const Options&
         Fail("fork");
     }
     if (process_ == 0) {
-        Become(pointers.data(), output.there, errors.there);
+        Become(argumentPointers.data(), variablePointers.data(), output.there, errors.there);
     }
     Close(output.there);
     Close(errors.there);

@@ -24,6 +24,9 @@ public:
         bool errorsToTerminal = false;  ///< Standard error is a terminal, a pseudo one.
         /// A file that takes standard output, instead of it being caught.
         std::string outputFile;
+        /// Variables of its environment, "NAME=value". It has no display but by these, so that no test opens
+        /// a window where somebody works.
+        std::vector<std::string> environment;
     };
 
     explicit ProgramRun(const std::vector<std::string>& arguments) : ProgramRun(arguments, Options{}) {}
@@ -34,6 +37,8 @@ public:
 
     /// Reads standard output until it holds the text; false when it ends before that.
     bool ReadUntil(const std::string& text);
+    /// Standard output as far as it was read.
+    [[nodiscard]] const std::string& Output() const { return result_.output; }
     void Signal(int number) const;
     /// Nobody reads standard output from now on.
     void CloseOutput();

@@ -1,0 +1,219 @@
+#include "Playout/Course.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace Tavrin::Playout {
+
+using Time::Ratio;
+using Time::TimePoint;
+
+namespace {
+
+bool IsBackward(const Ratio& speed) {
+    return speed < Ratio();
+}
+
+/// The finest rate has the narrowest samples: a play head kept off their edges stays off those of the others.
+const RecordingIndex& Finest(const Session& session) {
+    std::size_t finest = 0;
+    for (std::size_t track = 1; track < session.NbTracks(); ++track) {
+        if (session.Recording(track).Rate() > session.Recording(finest).Rate()) {
+            finest = track;
+        }
+    }
+    return session.Recording(finest);
+}
+
+const RecordingIndex& Longest(const Session& session) {
+    std::size_t longest = 0;
+    for (std::size_t track = 1; track < session.NbTracks(); ++track) {
+        if (session.Recording(track).End() > session.Recording(longest).End()) {
+            longest = track;
+        }
+    }
+    return session.Recording(longest);
+}
+
+TickSchedule ScheduleFor(const Session& session, const Ratio& speed) {
+    return {Finest(session).Rate(), session.DisplayRate(), speed};
+}
+
+}  // namespace
+
+Course::Course(Session& session, const PlaybackOptions& options)
+    : session_(session),
+      options_(options),
+      speed_(options.speed),
+      schedule_(ScheduleFor(session, options.speed)) {
+    CheckTimes();
+    next_ = TickSchedule::Place{Start(), 0};
+    if (EndsNext()) {
+        throw std::invalid_argument("no picture lies between " + Start().ToDurationString() + " and " +
+                                    options_.to.value_or(session_.End()).ToDurationString() + " at speed " +
+                                    options_.speed.ToString());
+    }
+    next_.reset();
+}
+
+void Course::CheckTimes() const {
+    const TimePoint from = options_.from.value_or(TimePoint());
+    if (from < TimePoint() || options_.to.value_or(TimePoint()) < TimePoint()) {
+        throw std::invalid_argument("times to play from and to must not be negative");
+    }
+    if (options_.speed == Ratio() && options_.to) {
+        throw std::invalid_argument("at speed 0 the play head stands still and never comes to " +
+                                    options_.to->ToDurationString());
+    }
+    if (!IsBackward(options_.speed) && from >= session_.End()) {
+        throw std::invalid_argument("nothing to play from " + from.ToDurationString() +
+                                    ": the recording ends at " + session_.End().ToDurationString());
+    }
+    if (options_.from && options_.to &&
+        (IsBackward(options_.speed) ? *options_.to > from : *options_.to <= from)) {
+        throw std::invalid_argument("playing from " + from.ToDurationString() + " at speed " +
+                                    options_.speed.ToString() + " never comes to " +
+                                    options_.to->ToDurationString());
+    }
+}
+
+TimePoint Course::LastMoment() const {
+    return session_.End() - TimePoint().FromNanoseconds(1);
+}
+
+TimePoint Course::DefaultStart() const {
+    return options_.from.value_or(IsBackward(speed_) ? LastMoment() : TimePoint());
+}
+
+TimePoint Course::Start() const {
+    return Inside(position_.value_or(DefaultStart()));
+}
+
+/// The schedule's place for a position, which may lie outside of the recordings.
+TimePoint Course::Inside(const TimePoint& position) const {
+    const TimePoint at = std::clamp(position, TimePoint(), LastMoment());
+    const TimePoint place = schedule_.Start(at);
+    if (place < session_.End()) {
+        return place;
+    }
+    // The finest recording's sample there reaches beyond the end of the longest one.
+    return TickSchedule(Longest(session_).Rate(), session_.DisplayRate(), speed_).Start(at);
+}
+
+/// Where the play head is, or where commands have put it for the next tick.
+TimePoint Course::Here() const {
+    return position_.value_or(hasBegun_ ? session_.CurrentTime() : Start());
+}
+
+void Course::Begin() {
+    session_.SetSpeed(speed_);
+    session_.GoTo(Start());
+    hasBegun_ = true;
+    nbMoves_ = 0;
+    position_.reset();
+    next_.reset();
+}
+
+void Course::Apply(const PlayCommand& command) {
+    options_.to.reset();
+    std::visit([this](const auto& which) { Do(which); }, command);
+}
+
+void Course::Do(const SetSpeed& command) {
+    if (IsDragged()) {
+        released_ = command.speed;
+    } else if (command.speed != speed_) {
+        speed_ = command.speed;
+        Plan();
+    }
+}
+
+void Course::Do(const JumpTo& command) {
+    position_ = command.position;
+    Plan();
+}
+
+void Course::Do(const StepBy& command) {
+    position_ = Stepped(command.nbPictures);
+    released_ = IsDragged() ? std::optional(Ratio()) : std::nullopt;
+    speed_ = Ratio();
+    Plan();
+}
+
+void Course::Do(const DragTo& command) {
+    released_ = released_.value_or(speed_);
+    speed_ = Ratio();
+    position_ = command.position;
+    Plan();
+}
+
+void Course::Do(const Release& /*command*/) {
+    if (IsDragged()) {
+        speed_ = *released_;
+        released_.reset();
+        Plan();
+    }
+}
+
+void Course::Do(const Quit& /*command*/) {
+}
+
+/// From the picture on display in the finest recording; outside of that by its samples.
+TimePoint Course::Stepped(std::int64_t nbPictures) const {
+    const RecordingIndex& recording = Finest(session_);
+    const TimePoint here = std::clamp(Here(), TimePoint(), LastMoment());
+    const auto picture = recording.PictureAtTime(here);
+    if (picture) {
+        const auto target = std::max<std::int64_t>(static_cast<std::int64_t>(*picture) + nbPictures, 0);
+        if (target < static_cast<std::int64_t>(recording.NbPictures())) {
+            return recording.SampleStart(recording.Picture(static_cast<std::size_t>(target)).sample);
+        }
+    }
+    return TimePoint::StartOfSample(here.SampleNumber(recording.Rate()) + nbPictures, recording.Rate());
+}
+
+/// Finds the place of the next tick, from what all commands since the last one want.
+void Course::Plan() {
+    schedule_ = ScheduleFor(session_, speed_);
+    if (!hasBegun_) {
+        return;
+    }
+    next_ = position_ ? TickSchedule::Place{Inside(*position_), 0} : schedule_.After(session_.CurrentTime());
+    // What stands there already is not asked for again.
+    if (speed_ == session_.Speed() && next_->head == session_.CurrentTime() && speed_ == Ratio()) {
+        position_.reset();
+        next_.reset();
+    }
+}
+
+bool Course::EndsNext() const {
+    const TimePoint head = next_ ? next_->head : schedule_.Next(session_.CurrentTime(), nbMoves_);
+    if (IsBackward(speed_)) {
+        return head < options_.to.value_or(TimePoint());
+    }
+    return head >= std::min(options_.to.value_or(session_.End()), session_.End());
+}
+
+void Course::Halt() {
+    speed_ = Ratio();
+    position_ = session_.CurrentTime();
+    Plan();
+}
+
+TickReport Course::Tick() {
+    if (!next_) {
+        TickReport report = session_.Tick(schedule_.Delta(nbMoves_));
+        nbMoves_ += report.moved ? 1 : 0;
+        return report;
+    }
+    session_.SetSpeed(speed_);
+    session_.GoTo(next_->head);
+    nbMoves_ = next_->tick;
+    position_.reset();
+    next_.reset();
+    TickReport report = session_.Tick(TimePoint());
+    report.moved = true;
+    return report;
+}
+
+}  // namespace Tavrin::Playout

@@ -1,0 +1,7 @@
+#include "Playout/PlayCommand.h"
+
+namespace Tavrin::Playout {
+
+ICommandSource::~ICommandSource() = default;
+
+}  // namespace Tavrin::Playout
