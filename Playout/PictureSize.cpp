@@ -17,9 +17,9 @@ std::size_t DecodedPictureBytes(const RecordingIndex& recording) {
     constexpr int alignment = 64;  // Of rows.
     constexpr int block = 32;
     const auto whole = [](int pixels) { return (pixels + block - 1) / block * block; };
-    const int bytes = av_image_get_buffer_size(av_get_pix_fmt(description.pixelFormat.c_str()),
-                                               whole(description.width), whole(description.height) + 2,
-                                               alignment);
+    const int bytes =
+        av_image_get_buffer_size(av_get_pix_fmt(description.pixelFormat.c_str()), whole(description.width),
+                                 whole(description.height) + 2, alignment);
     if (bytes > 0) {
         return static_cast<std::size_t>(bytes);
     }

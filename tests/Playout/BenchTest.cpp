@@ -30,7 +30,7 @@ double FigureOf(const BenchFigures& figures, const std::string& name) {
     return figure->second;
 }
 
-BenchFigures Run(const std::string& name) {
+BenchFigures RunCase(const std::string& name) {
     BenchOptions options;
     options.duration = std::chrono::milliseconds(300);
     options.nbTries = 6;
@@ -63,21 +63,21 @@ TEST(Bench, UnknownNameIsRefused) {
 
 TEST(Bench, AsFastAsPossibleEveryTickIsRight) {
     for (const char* name : {"fast:forward", "fast:backward-2-groups", "fast:backward-quarter-group"}) {
-        const auto figures = Run(name);
+        const auto figures = RunCase(name);
         EXPECT_EQ(FigureOf(figures, "rightPercent"), 100) << name;
         EXPECT_GT(FigureOf(figures, "picturesPerSecond"), 0) << name;
     }
 }
 
 TEST(Bench, BudgetIsThatOfTheCase) {
-    const double twoGroups = FigureOf(Run("fast:backward-2-groups"), "budgetMiB");
-    const double quarter = FigureOf(Run("fast:backward-quarter-group"), "budgetMiB");
+    const double twoGroups = FigureOf(RunCase("fast:backward-2-groups"), "budgetMiB");
+    const double quarter = FigureOf(RunCase("fast:backward-quarter-group"), "budgetMiB");
     EXPECT_NEAR(twoGroups / quarter, 8, 0.01);
 }
 
 TEST(Bench, EveryCommandLeadsToThePictureAskedFor) {
     for (const char* name : {"step:back", "step:forward", "turn", "near", "jump"}) {
-        const auto figures = Run(name);
+        const auto figures = RunCase(name);
         EXPECT_EQ(FigureOf(figures, "tries"), 6) << name;
         EXPECT_EQ(FigureOf(figures, "wrong"), 0) << name;
         EXPECT_LE(FigureOf(figures, "p50Ms"), FigureOf(figures, "maxMs")) << name;
@@ -85,19 +85,19 @@ TEST(Bench, EveryCommandLeadsToThePictureAskedFor) {
 }
 
 TEST(Bench, DraggingEndsAtTheExactPicture) {
-    const auto figures = Run("drag");
+    const auto figures = RunCase("drag");
     EXPECT_EQ(FigureOf(figures, "wrong"), 0);
     EXPECT_GT(FigureOf(figures, "gapMs"), 0);
 }
 
 TEST(Bench, InRealTimeARunLastsAsLongAsAsked) {
-    const auto figures = Run("play:1");
+    const auto figures = RunCase("play:1");
     EXPECT_GE(FigureOf(figures, "ticks"), 2);
     EXPECT_LE(FigureOf(figures, "ticks"), 12);
 }
 
 TEST(Bench, RecordingShorterThanTheRunIsPlayedAgain) {
-    EXPECT_GT(FigureOf(Run("play:16"), "ticks"), 5);
+    EXPECT_GT(FigureOf(RunCase("play:16"), "ticks"), 5);
 }
 
 }  // namespace
