@@ -31,14 +31,16 @@ Desk::Desk(Session& session)
 Desk::Milliseconds Desk::Start(const TimePoint& tp, const Ratio& speed) {
     const auto begin = Clock::now();
     session_.SetSpeed(speed);
-    AskFor(tp);
+    session_.GoTo(tp);
+    Look();
     AwaitReady();
     return Clock::now() - begin;
 }
 
 Desk::Milliseconds Desk::GoTo(const TimePoint& tp) {
     const auto begin = Clock::now();
-    AskFor(tp);
+    session_.GoTo(tp);
+    Look();
     AwaitReady();
     return Clock::now() - begin;
 }
@@ -75,7 +77,7 @@ Desk::Milliseconds Desk::AwaitReady() {
 }
 
 void Desk::AskFor(const TimePoint& tp) {
-    session_.GoTo(tp);
+    session_.DragTo(tp);
     Look();
 }
 

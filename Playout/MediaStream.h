@@ -93,6 +93,13 @@ public:
     /// Whether the picture at the play head is one that cannot be had (rather than none being there).
     [[nodiscard]] bool CurrentIsMissing();
 
+    /// Pictures that stand in for those asked for are shown too, as long as that is allowed; else they are
+    /// dropped where they are found, and asked for anew.
+    void AllowStandIns(bool allowed);
+
+    /// Whether a decoded sample shows another picture than the one that is on display at its time point.
+    [[nodiscard]] bool IsStandIn(const DecodedSample& sample) const;
+
     /// The rate that is fetched at the player's speed: the recording's, halved until the display can show it.
     [[nodiscard]] Player::SampleRate FetchRate() const;
 
@@ -117,6 +124,10 @@ private:
     void Evict(Player::Cache& cache, std::size_t nbAhead, std::size_t nbBehind);
     void RetryMissing();
     void ForgetMissing();
+    void ForgetAll();
+    void ForgetAbandoned();
+    [[nodiscard]] std::optional<std::size_t> GroupAt(const Time::TimePoint& tp) const;
+    [[nodiscard]] bool MayWait(const Time::TimePoint& tp) const;
     void ConfigurePlanners();
 
     std::shared_ptr<const RecordingIndex> index_;
@@ -135,6 +146,10 @@ private:
     Player::DecodeOrderQueue decodeQueue_;
 
     std::optional<std::size_t> shownPicture_;
+    bool standInsAllowed_ = false;
+    bool hasJumped_ = false;  ///< And the picture there has not come yet.
+    std::vector<Time::TimePoint> begunCompressed_;  ///< In the hands of workers when orders were withdrawn.
+    std::vector<Time::TimePoint> begunDecoded_;
     std::chrono::milliseconds retryDelay_;
     std::chrono::steady_clock::time_point nextRetry_;
     std::uint64_t nbAnswers_ = 0;

@@ -1,8 +1,10 @@
 #include "Playout/Session.h"
 
 #include <algorithm>
+#include <cmath>
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -11,8 +13,10 @@
 #include "Player/ExistingCacheUpdateQueues.h"
 #include "Player/Player.h"
 #include "Player/PreloadThread.h"
+#include "Playout/GroupReach.h"
 #include "Playout/MediaDecoder.h"
 #include "Playout/MediaStream.h"
+#include "Playout/MemoryPlan.h"
 #include "Playout/WindowPlan.h"
 
 namespace Tavrin::Playout {
@@ -29,15 +33,6 @@ SampleRate HighestRate(const std::vector<std::shared_ptr<const RecordingIndex>>&
         highest = recording->Rate() > highest ? recording->Rate() : highest;
     }
     return highest;
-}
-
-/// Threads for a decoder, so that a single track keeps all cores busy and many tracks do not get in each
-/// other's way. Pictures that need no others are decoded side by side instead, which costs no waiting.
-int NbDecoderThreads(const RecordingIndex& recording, std::size_t nbTracks) {
-    if (recording.IntraOnly()) {
-        return 1;
-    }
-    return static_cast<int>(std::max<std::size_t>(std::thread::hardware_concurrency() / nbTracks, 1));
 }
 
 /// Counts what the workers announce, so that the session's thread can wait for it.
@@ -80,7 +75,10 @@ public:
     TickReport Tick(const TimePoint& delta);
     bool WaitForProgress(std::chrono::milliseconds timeout);
     void SetSpeed(const Time::Ratio& speed);
-    void GoTo(const TimePoint& tp);
+    void GoTo(const TimePoint& tp, bool dragged);
+    void AllowStandIns(bool allowed);
+    void SetMemory(std::size_t nbBytes);
+    std::size_t Memory() const { return memory_; }
     TrackInformation GetInformation(std::size_t track) const;
 
     const RecordingIndex& Recording(std::size_t track) const { return *recordings_.at(track); }
@@ -95,7 +93,10 @@ public:
 private:
     struct Track {
         Player::TrackId id;
+        TrackNeeds needs;
         std::size_t bytes = 0;  ///< Its share of the memory.
+        StreamWindow window;
+        GroupReach reach;
         std::unique_ptr<MediaStream> stream;
         TrackView view;
         TrackInformation counts;
@@ -106,11 +107,19 @@ private:
     void StopWorkers();
     void Intake();
     bool AllReady();
-    void Look(Track& track, bool isStep);
+    void Look(Track& track, std::size_t number, bool isStep);
     static void Count(Track& track, const TrackView& before, bool isStep);
     void WithdrawAll();
+    void AbandonAll();
     void PlanWindows();
     void NotePlace(const Track& track, std::size_t number);
+    std::size_t StrideOf(const Track& track, std::size_t number) const;
+    std::size_t PictureRoom(const Track& track) const { return track.bytes - track.needs.packets; }
+    LanePlan LanesFor(const RecordingIndex& recording) const;
+    void ShareOut(std::size_t nbBytes);
+    void PlanReach();
+    double WantedBytesPerSecond() const;
+    void StandIn(Track& track, std::size_t number) const;
     std::vector<SampleRate> FetchRates() const;
     std::uint64_t NbAnswers() const;
 
@@ -126,6 +135,10 @@ private:
     std::vector<std::unique_ptr<Player::PreloadThread>> preloadWorkers_;
     std::vector<std::unique_ptr<Player::DecodeThread>> decodeWorkers_;
     std::uint64_t nbTicks_ = 0;
+    std::size_t memory_ = 0;
+    bool dragged_ = false;
+    bool standInsAllowed_ = false;
+    bool standsIn_ = false;  ///< Not all that is shown can be decoded at this speed.
 };
 
 Session::Impl::Impl(std::vector<std::shared_ptr<const RecordingIndex>> recordings,
@@ -138,6 +151,11 @@ Session::Impl::Impl(std::vector<std::shared_ptr<const RecordingIndex>> recording
     preloader_.SetExistingCacheUpdateQueues(&registry_);
     preloader_.SetDeliveryHook([this](const auto&, auto) { announcements_.Add(); });
     decoder_.SetDecodedHook([this](const auto&, auto) { announcements_.Add(); });
+    for (const auto& recording : recordings_) {
+        Track& track = tracks_.emplace_back();
+        track.needs = NeedsOf(*recording, LanesFor(*recording));
+    }
+    ShareOut(options.memoryBytes);
     for (std::size_t number = 0; number < recordings_.size(); ++number) {
         AddTrack(number);
     }
@@ -145,34 +163,56 @@ Session::Impl::Impl(std::vector<std::shared_ptr<const RecordingIndex>> recording
     StartWorkers();
 }
 
+LanePlan Session::Impl::LanesFor(const RecordingIndex& recording) const {
+    return PlanLanes(recording, recordings_.size(), options_.nbDecodeWorkers);
+}
+
+void Session::Impl::ShareOut(std::size_t nbBytes) {
+    std::vector<TrackNeeds> needs;
+    for (const Track& track : tracks_) {
+        needs.push_back(track.needs);
+    }
+    const std::size_t total = nbBytes == 0 ? DefaultMemory(needs) : nbBytes;
+    const auto shares = ShareMemory(total, needs, std::vector<std::size_t>(tracks_.size(), 1));
+    for (std::size_t number = 0; number < tracks_.size(); ++number) {
+        tracks_[number].bytes = shares[number];
+    }
+    memory_ = total;
+}
+
+void Session::Impl::SetMemory(std::size_t nbBytes) {
+    ShareOut(nbBytes);
+    for (const Track& track : tracks_) {
+        decoder_.SetPictureBytes(track.id, PictureRoom(track));
+    }
+    PlanWindows();
+}
+
 void Session::Impl::AddTrack(std::size_t number) {
-    const std::size_t nbTracks = recordings_.size();
     const std::shared_ptr<const RecordingIndex>& recording = recordings_[number];
-    Track track;
+    Track& track = tracks_[number];
     track.id = Player::TrackId(Player::StorageId(recording->File(), recording->Stream()),
                                static_cast<std::int64_t>(number));
-    track.bytes =
-        options_.decodedBytes == 0 ? DefaultTrackBytes(*recording) : options_.decodedBytes / nbTracks;
+    const LanePlan lanes = LanesFor(*recording);
     MediaDecoderOptions decoding;
-    decoding.storeBytes = track.bytes;
-    decoding.lane.nbThreads = NbDecoderThreads(*recording, nbTracks);
-    if (recording->IntraOnly()) {
-        decoding.nbLanes = std::max<std::size_t>(options_.nbDecodeWorkers, 1);
-    }
+    decoding.pictureBytes = PictureRoom(track);
+    decoding.lane.nbThreads = lanes.nbThreads;
+    decoding.nbLanes = lanes.nbLanes;
     preloader_.AddTrack(track.id, recording);
     decoder_.AddTrack(track.id, recording, decoding);
     track.stream =
         std::make_unique<MediaStream>(recording, track.id, displayRate_, StreamWindow(), registry_);
     track.stream->LinkPlayer(&player_);
     player_.AttachStream(track.stream.get());
-    tracks_.push_back(std::move(track));
 }
 
 /// As far ahead and behind as the speed asks for.
 void Session::Impl::PlanWindows() {
     for (std::size_t number = 0; number < tracks_.size(); ++number) {
-        tracks_[number].stream->SetWindow(PlanWindow(*recordings_[number], displayRate_, player_.GetSpeed(),
-                                                     tracks_[number].bytes, options_));
+        Track& track = tracks_[number];
+        const WindowRoom room{PictureRoom(track) - track.needs.working, track.needs.packets};
+        track.window = PlanWindow(*recordings_[number], displayRate_, player_.GetSpeed(), room, options_);
+        track.stream->SetWindow(track.window);
     }
 }
 
@@ -206,6 +246,10 @@ void Session::Impl::StartWorkers() {
 
 Session::Impl::~Impl() {
     player_.DetachAllStreams();
+    for (const Track& track : tracks_) {
+        preloader_.Abandon(track.id, std::nullopt);
+        decoder_.Abandon(track.id, std::nullopt);
+    }
     StopWorkers();
     // The streams take their queues off the registry themselves.
     tracks_.clear();
@@ -229,12 +273,13 @@ TickReport Session::Impl::Tick(const TimePoint& delta) {
     Intake();
     TickReport report;
     report.tick = nbTicks_++;
+    PlanReach();
     report.moved = AllReady();
     player_.Update(delta);
     report.time = player_.GetCurrentTimePoint();
     for (std::size_t number = 0; number < tracks_.size(); ++number) {
         Track& track = tracks_[number];
-        Look(track, delta != TimePoint());
+        Look(track, number, delta != TimePoint());
         NotePlace(track, number);
         track.stream->Plan();
         report.tracks.push_back(track.view);
@@ -249,9 +294,63 @@ void Session::Impl::NotePlace(const Track& track, std::size_t number) {
     PlayPlace place;
     place.picture = picture.value_or(recording.NbPictures());
     place.backward = player_.GetSpeed().Numerator() < 0;
-    const Time::Ratio stride = recording.Rate() / track.stream->FetchRate();
-    place.stride = static_cast<std::size_t>(stride.Numerator());
+    place.stride = StrideOf(track, number);
+    // What can be kept; the window alone would leave out what the store keeps for later.
+    const std::size_t nbFitting =
+        (PictureRoom(track) - track.needs.working) / std::max<std::size_t>(track.needs.picture, 1);
+    place.ahead = nbFitting * place.stride;
+    // On the way to the picture that is waited for, those before it are in nobody's window.
+    place.behind = track.view.status == SampleStatus::NotReady ? 0 : track.window.nbDecodedBehind * place.stride;
     decoder_.SetPlace(track.id, place);
+}
+
+/// Of so many pictures, one is fetched.
+std::size_t Session::Impl::StrideOf(const Track& track, std::size_t number) const {
+    const Time::Ratio stride = recordings_[number]->Rate() / track.stream->FetchRate();
+    return static_cast<std::size_t>(stride.Numerator());
+}
+
+/// The bytes of decoded pictures that playing takes at the present speed, of tracks not all of whose pictures
+/// are shown; zero when there is none.
+double Session::Impl::WantedBytesPerSecond() const {
+    double bytes = 0;
+    bool leavesOut = false;
+    const Time::Ratio speed = player_.GetSpeed();
+    for (std::size_t number = 0; number < tracks_.size(); ++number) {
+        const Time::Ratio rate = recordings_[number]->Rate() * speed;
+        const double perSecond = std::abs(static_cast<double>(rate.Numerator()) /
+                                          static_cast<double>(rate.Denominator()));
+        bytes += perSecond * static_cast<double>(tracks_[number].needs.picture);
+        leavesOut = leavesOut || StrideOf(tracks_[number], number) > 1;
+    }
+    return leavesOut ? bytes : 0;
+}
+
+/// How much of each group there is time for.
+void Session::Impl::PlanReach() {
+    const double wanted = standInsAllowed_ ? WantedBytesPerSecond() : 0;
+    const double possible = decoder_.Meter().BytesPerSecond();
+    // Once standing in, it takes more than the doubt to go back.
+    constexpr double kEnough = 1.0;
+    constexpr double kEnoughAgain = 1.25;
+    /// Of what is possible, some is lost on what comes too late.
+    constexpr double kUsable = 0.8;
+    standsIn_ = wanted > 0 && possible > 0 && possible < wanted * (standsIn_ ? kEnoughAgain : kEnough);
+    const double share = standsIn_ ? std::min(kUsable * possible / wanted, 0.99) : 1;
+    for (std::size_t number = 0; number < tracks_.size(); ++number) {
+        Track& track = tracks_[number];
+        const GroupReach reach = ReachFor(*recordings_[number], share);
+        track.stream->AllowStandIns(standsIn_);
+        if (reach != track.reach) {
+            track.reach = reach;
+            preloader_.SetReach(track.id, reach);
+            decoder_.SetReach(track.id, reach);
+        }
+    }
+}
+
+void Session::Impl::AllowStandIns(bool allowed) {
+    standInsAllowed_ = allowed;
 }
 
 void Session::Impl::Intake() {
@@ -261,22 +360,43 @@ void Session::Impl::Intake() {
 }
 
 bool Session::Impl::AllReady() {
-    return std::all_of(tracks_.begin(), tracks_.end(),
-                       [](const Track& track) { return track.stream->IsReady(); });
+    // Where not everything can be decoded, waiting for it would only hold up what can.
+    return standsIn_ || std::all_of(tracks_.begin(), tracks_.end(),
+                                    [](const Track& track) { return track.stream->IsReady(); });
 }
 
-void Session::Impl::Look(Track& track, bool isStep) {
+void Session::Impl::Look(Track& track, std::size_t number, bool isStep) {
     const TrackView before = track.view;
     TrackView& view = track.view;
     Player::ISample* sample = nullptr;
     view.status = track.stream->GetCurrentSample(&sample);
     view.missing = view.status == SampleStatus::Empty && track.stream->CurrentIsMissing();
+    view.standIn = false;
     if (sample != nullptr) {
-        view.picture = static_cast<const DecodedSample&>(*sample).Content();
+        const auto& decoded = static_cast<const DecodedSample&>(*sample);
+        view.picture = decoded.Content();
+        view.standIn = track.stream->IsStandIn(decoded);
+    } else if (view.status == SampleStatus::NotReady && (dragged_ || standsIn_)) {
+        StandIn(track, number);
     } else if (view.status == SampleStatus::Empty && !view.missing) {
         view.picture = nullptr;
     }
     Count(track, before, isStep);
+}
+
+/// Shows the nearest picture there is.
+void Session::Impl::StandIn(Track& track, std::size_t number) const {
+    const auto picture = recordings_[number]->PictureAtTime(player_.GetCurrentTimePoint());
+    const auto nearest = picture ? decoder_.Nearest(track.id, *picture) : nullptr;
+    if (nearest == nullptr) {
+        return;
+    }
+    const bool isNew = track.view.picture == nullptr || track.view.picture->Number() != nearest->Number();
+    track.view.picture = nearest;
+    track.view.standIn = true;
+    if (standsIn_) {
+        track.view.status = isNew ? SampleStatus::New : SampleStatus::Same;
+    }
 }
 
 /// A tick with a zero delta only looks again, so it counts only what it has newly found.
@@ -310,6 +430,7 @@ void Session::Impl::SetSpeed(const Time::Ratio& speed) {
     const Time::Ratio oldSpeed = player_.GetSpeed();
     const std::vector<SampleRate> oldRates = FetchRates();
     player_.SetSpeed(speed);
+    dragged_ = false;
     PlanWindows();
     const bool turns = oldSpeed.Positive() != speed.Positive();
     if (turns || oldRates != FetchRates()) {
@@ -326,9 +447,22 @@ std::vector<SampleRate> Session::Impl::FetchRates() const {
     return rates;
 }
 
-void Session::Impl::GoTo(const TimePoint& tp) {
+void Session::Impl::GoTo(const TimePoint& tp, bool dragged) {
     player_.GoTo(tp);
+    dragged_ = dragged;
+    AbandonAll();
     WithdrawAll();
+}
+
+/// Ends what is in progress for other places than the play head's.
+void Session::Impl::AbandonAll() {
+    for (std::size_t number = 0; number < tracks_.size(); ++number) {
+        const RecordingIndex& recording = *recordings_[number];
+        const auto picture = recording.PictureAtTime(player_.GetCurrentTimePoint());
+        const auto kept = picture ? std::optional(recording.Picture(*picture).group) : std::nullopt;
+        preloader_.Abandon(tracks_[number].id, kept);
+        decoder_.Abandon(tracks_[number].id, kept);
+    }
 }
 
 void Session::Impl::WithdrawAll() {
@@ -348,6 +482,8 @@ TrackInformation Session::Impl::GetInformation(std::size_t number) const {
         static_cast<std::size_t>(decoded.nbPendingSamples_ + compressed.nbPendingSamples_);
     information.reading = preloader_.GetInformation(track.id);
     information.decoding = decoder_.GetInformation(track.id);
+    information.memoryShare = track.bytes;
+    information.pictureBytes = decoder_.PictureBytes(track.id);
     return information;
 }
 
@@ -390,7 +526,23 @@ void Session::SetSpeed(const Time::Ratio& speed) {
 }
 
 void Session::GoTo(const TimePoint& tp) {
-    impl_->GoTo(tp);
+    impl_->GoTo(tp, false);
+}
+
+void Session::DragTo(const TimePoint& tp) {
+    impl_->GoTo(tp, true);
+}
+
+void Session::AllowStandIns(bool allowed) {
+    impl_->AllowStandIns(allowed);
+}
+
+void Session::SetMemory(std::size_t nbBytes) {
+    impl_->SetMemory(nbBytes);
+}
+
+std::size_t Session::Memory() const {
+    return impl_->Memory();
 }
 
 TickReport Session::Tick(const TimePoint& delta) {
