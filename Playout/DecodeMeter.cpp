@@ -4,8 +4,10 @@ namespace Tavrin::Playout {
 
 namespace {
 
-/// Decoding for less time than this says little.
-constexpr std::chrono::duration<double> kSpan{0.25};
+constexpr std::chrono::duration<double> kSpan{1.0};
+
+/// Decoding for less time than this says nothing: a decoder begins by putting out nothing.
+constexpr std::chrono::duration<double> kLeast{0.15};
 
 }  // namespace
 
@@ -24,18 +26,15 @@ void DecodeMeter::End(Clock::time_point now, std::size_t nbBytes) {
     since_ = now;
     --nbDecoding_;
     bytes_ += static_cast<double>(nbBytes);
-    if (busy_ < kSpan) {
-        return;
+    if (busy_ > kSpan) {
+        busy_ /= 2;
+        bytes_ /= 2;
     }
-    const double rate = bytes_ / busy_.count();
-    bytesPerSecond_ = bytesPerSecond_ == 0 ? rate : (bytesPerSecond_ + rate) / 2;
-    busy_ = {};
-    bytes_ = 0;
 }
 
 double DecodeMeter::BytesPerSecond() const {
     const std::lock_guard lock(mutex_);
-    return bytesPerSecond_;
+    return busy_ < kLeast ? 0 : bytes_ / busy_.count();
 }
 
 }  // namespace Tavrin::Playout

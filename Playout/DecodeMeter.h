@@ -9,8 +9,8 @@
 namespace Tavrin::Playout {
 
 /// Measures how fast pictures are decoded while decoding goes on, by however many workers: the bytes of the
-/// pictures put in, divided by the time in which at least one worker was decoding. Smoothed over the last
-/// second or so, so that it follows what else the machine has to do.
+/// pictures put in, divided by the time in which at least one worker was decoding. What is older than a second
+/// or so of decoding counts less and less, so that the figure follows what else the machine has to do.
 ///
 /// *Threads:* thread-safe. *Blocking:* never beyond the short internal lock.
 class TAVRIN_PLAYOUT_EXPORT DecodeMeter final {
@@ -22,7 +22,7 @@ public:
     /// It has ended, having decoded pictures of so many bytes.
     void End(Clock::time_point now, std::size_t nbBytes);
 
-    /// Bytes of decoded pictures per second; zero before anything worth measuring was decoded.
+    /// Bytes of decoded pictures per second; zero before enough was decoded to say.
     [[nodiscard]] double BytesPerSecond() const;
 
 private:
@@ -31,7 +31,6 @@ private:
     Clock::time_point since_;  ///< Up to which the time below is counted.
     std::chrono::duration<double> busy_{0};
     double bytes_ = 0;
-    double bytesPerSecond_ = 0;
 };
 
 }  // namespace Tavrin::Playout

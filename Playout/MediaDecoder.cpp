@@ -40,6 +40,7 @@ public:
         store_->SetPlace(place);
         const std::scoped_lock lock(mutex_);
         stride_ = place.stride;
+        dragged_ = place.dragged;
     }
 
     void SetReach(const GroupReach& reach) {
@@ -73,8 +74,12 @@ public:
         }
         const Visit visit(*this, group.Number());
         DecodeManner manner;
+        manner.isStale = [&] { return visit.IsStale(sample.PictureNumber()); };
+        if (HasNothingToShow(group)) {
+            manner.last = true;
+            static_cast<void>(visit.Where().Decode(group, group.Layout().firstPicture, manner, meter_));
+        }
         manner.last = visit.IsLast(sample.PictureNumber());
-        manner.isStale = [&] { return visit.IsStale(); };
         return visit.Where().Decode(group, sample.PictureNumber(), manner, meter_);
     }
 
@@ -90,6 +95,14 @@ public:
     }
 
 private:
+    /// Somebody drags the play head over a group of which no picture has been decoded: they are to see its first
+    /// one at once, and not only when the decoder is so far.
+    bool HasNothingToShow(const PacketGroup& group) {
+        const std::scoped_lock lock(mutex_);
+        const auto nearest = dragged_ ? store_->Nearest(group.Layout().firstPicture) : nullptr;
+        return dragged_ && (nearest == nullptr || index_->Picture(nearest->Number()).group != group.Number());
+    }
+
     /// What decoders take before the store next looks whether there is room.
     std::size_t StoreBytes(std::size_t bytes) const { return bytes - std::min(bytes, margin_); }
 
@@ -175,10 +188,12 @@ private:
 
         Place& Where() const { return *place_; }
 
-        /// The play head has gone where the visit's group is not needed.
-        bool IsStale() const {
+        /// The play head has gone where the visit's group is not needed; or, where there is not the time to
+        /// decode everything, it has passed the picture.
+        bool IsStale(std::size_t picture) const {
             const std::scoped_lock lock(track_.mutex_);
-            return track_.nbAbandonments_ != nbAbandonments_ && track_.kept_ != group_;
+            return (track_.nbAbandonments_ != nbAbandonments_ && track_.kept_ != group_) ||
+                   (!track_.reach_.IsWhole() && track_.store_->IsPassed(picture));
         }
 
         /// Of the pictures that are asked for, it is the last one of its group.
@@ -225,6 +240,7 @@ private:
     std::mutex mutex_;
     GroupReach reach_;
     std::size_t stride_ = 1;
+    bool dragged_ = false;
     std::optional<std::size_t> kept_;
     std::uint64_t nbAbandonments_ = 0;
     std::vector<std::unique_ptr<Place>> places_;

@@ -191,6 +191,12 @@ SampleStatus MediaStream::GetCurrentSample(ISample** sample) {
 }
 
 bool MediaStream::IsReady() {
+    // Where not everything can be decoded, waiting for it would only hold up what can.
+    return standInsAllowed_ || HasSettled();
+}
+
+/// What is known of the picture at the play head will not change soon.
+bool MediaStream::HasSettled() {
     if (!IsLinked() || !Exists(Now())) {
         return true;
     }
@@ -244,6 +250,10 @@ void MediaStream::Plan() {
     }
     Evict();
     RetryMissing();
+    if (standInsAllowed_ && !HasSettled()) {
+        // The play head does not wait: what it has passed must not be served before what comes.
+        WithdrawQueued();
+    }
     AskForCompressed(Needed());
     AskForDecoded(Needed());
     if (!preloading_) {
@@ -405,7 +415,7 @@ void MediaStream::ForgetAbandoned() {
     }
 }
 
-void MediaStream::Withdraw() {
+void MediaStream::WithdrawQueued() {
     Player::PreloadOrder preload;
     while (preloadQueue_.Pop(preload)) {
         AnswerWithNothing(*preload.queue_, preload.tp_);
@@ -419,6 +429,10 @@ void MediaStream::Withdraw() {
     }
     Intake();
     ForgetMissing();
+}
+
+void MediaStream::Withdraw() {
+    WithdrawQueued();
     begunCompressed_ = PendingIn(compressed_, index_->Rate());
     begunDecoded_ = PendingIn(decoded_, index_->Rate());
     hasJumped_ = true;

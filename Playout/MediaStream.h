@@ -125,7 +125,9 @@ private:
     void RetryMissing();
     void ForgetMissing();
     void ForgetAll();
+    [[nodiscard]] bool HasSettled();
     void ForgetAbandoned();
+    void WithdrawQueued();
     [[nodiscard]] std::optional<std::size_t> GroupAt(const Time::TimePoint& tp) const;
     [[nodiscard]] bool MayWait(const Time::TimePoint& tp) const;
     void ConfigurePlanners();

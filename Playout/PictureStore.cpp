@@ -71,6 +71,11 @@ bool PictureStore::Wants(std::size_t number) const {
            away <= (isBehind ? place_->behind : place_->ahead);
 }
 
+bool PictureStore::IsPassed(std::size_t number) const {
+    const std::lock_guard lock(mutex_);
+    return place_ && (place_->backward ? number > place_->picture : number < place_->picture);
+}
+
 void PictureStore::Add(std::shared_ptr<const Picture> picture, std::size_t wanted) {
     const auto number = picture->Number();
     const std::lock_guard lock(mutex_);

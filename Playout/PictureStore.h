@@ -23,6 +23,7 @@ struct PlayPlace {
     std::size_t stride = 1;           ///< Only every so many pictures are shown at this speed.
     std::size_t ahead = kAnyNumber;   ///< So many pictures in the direction of play are worth decoding,
     std::size_t behind = kAnyNumber;  ///< and so many on the other side.
+    bool dragged = false;             ///< Any picture near the place is wanted soon.
 };
 
 /// The decoded pictures of one recording, by number, bounded in bytes; one picture is always held, however
@@ -60,6 +61,9 @@ public:
     /// Whether a picture that comes along on the way to another one is worth decoding. Everything is, as long as
     /// nobody has said where the play head is.
     [[nodiscard]] bool Wants(std::size_t number) const;
+
+    /// Whether the play head has passed a picture; false as long as nobody has said where it is.
+    [[nodiscard]] bool IsPassed(std::size_t number) const;
 
     /// Holds \p picture, on the way to the picture numbered \p wanted, unless all that is held is nearer.
     void Add(std::shared_ptr<const Picture> picture, std::size_t wanted);

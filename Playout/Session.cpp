@@ -35,6 +35,9 @@ SampleRate HighestRate(const std::vector<std::shared_ptr<const RecordingIndex>>&
     return highest;
 }
 
+/// Decoded pictures that a machine can be taken to manage before it has shown what it can.
+constexpr double kAssumedBytesPerSecond = 300e6;
+
 /// Counts what the workers announce, so that the session's thread can wait for it.
 class Announcements {
 public:
@@ -295,6 +298,7 @@ void Session::Impl::NotePlace(const Track& track, std::size_t number) {
     place.picture = picture.value_or(recording.NbPictures());
     place.backward = player_.GetSpeed().Numerator() < 0;
     place.stride = StrideOf(track, number);
+    place.dragged = dragged_;
     // What can be kept; the window alone would leave out what the store keeps for later.
     const std::size_t nbFitting =
         (PictureRoom(track) - track.needs.working) / std::max<std::size_t>(track.needs.picture, 1);
@@ -329,13 +333,14 @@ double Session::Impl::WantedBytesPerSecond() const {
 /// How much of each group there is time for.
 void Session::Impl::PlanReach() {
     const double wanted = standInsAllowed_ ? WantedBytesPerSecond() : 0;
-    const double possible = decoder_.Meter().BytesPerSecond();
+    const double measured = decoder_.Meter().BytesPerSecond();
+    const double possible = measured > 0 ? measured : kAssumedBytesPerSecond;
     // Once standing in, it takes more than the doubt to go back.
     constexpr double kEnough = 1.0;
     constexpr double kEnoughAgain = 1.25;
-    /// Of what is possible, some is lost on what comes too late.
+    // Of what is possible, some is lost on what comes too late.
     constexpr double kUsable = 0.8;
-    standsIn_ = wanted > 0 && possible > 0 && possible < wanted * (standsIn_ ? kEnoughAgain : kEnough);
+    standsIn_ = wanted > 0 && possible < wanted * (standsIn_ ? kEnoughAgain : kEnough);
     const double share = standsIn_ ? std::min(kUsable * possible / wanted, 0.99) : 1;
     for (std::size_t number = 0; number < tracks_.size(); ++number) {
         Track& track = tracks_[number];
@@ -360,9 +365,8 @@ void Session::Impl::Intake() {
 }
 
 bool Session::Impl::AllReady() {
-    // Where not everything can be decoded, waiting for it would only hold up what can.
-    return standsIn_ || std::all_of(tracks_.begin(), tracks_.end(),
-                                    [](const Track& track) { return track.stream->IsReady(); });
+    return std::all_of(tracks_.begin(), tracks_.end(),
+                       [](const Track& track) { return track.stream->IsReady(); });
 }
 
 void Session::Impl::Look(Track& track, std::size_t number, bool isStep) {
@@ -376,7 +380,8 @@ void Session::Impl::Look(Track& track, std::size_t number, bool isStep) {
         const auto& decoded = static_cast<const DecodedSample&>(*sample);
         view.picture = decoded.Content();
         view.standIn = track.stream->IsStandIn(decoded);
-    } else if (view.status == SampleStatus::NotReady && (dragged_ || standsIn_)) {
+    } else if ((view.status == SampleStatus::NotReady && dragged_) ||
+               (standsIn_ && (view.status == SampleStatus::NotReady || view.missing))) {
         StandIn(track, number);
     } else if (view.status == SampleStatus::Empty && !view.missing) {
         view.picture = nullptr;

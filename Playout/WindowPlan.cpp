@@ -51,8 +51,9 @@ std::size_t LongestGroup(const RecordingIndex& recording) {
 
 StreamWindow PlanWindow(const RecordingIndex& recording, const SampleRate& displayRate, const Ratio& speed,
                         const WindowRoom& room, const SessionOptions& options) {
+    // Around a still play head enough is kept for steps, and for the start of playing either way.
     const bool isStill = speed.Numerator() == 0;
-    const Ratio passing = isStill ? Ratio(1, 1) : speed;
+    const Ratio passing = isStill ? Ratio(1, 3) : speed;
     const SampleRate rate = FetchRateOf(recording, displayRate, speed);
     const auto stride = static_cast<std::size_t>((recording.Rate() / rate).Numerator());
     const std::size_t nbFitting =
