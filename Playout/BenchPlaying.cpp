@@ -150,8 +150,8 @@ BenchFigures MeasureFast(BenchScene& scene, const Ratio& speed, double nbGroupsI
     SessionOptions options = scene.Options().session;
     if (nbGroupsInBudget > 0) {
         // What holds so many groups: their pictures beside what the track needs in any case.
-        const double bytes =
-            nbGroupsInBudget * static_cast<double>(scene.GroupBytes()) + static_cast<double>(scene.LeastBytes());
+        const double bytes = nbGroupsInBudget * static_cast<double>(scene.GroupBytes()) +
+                             static_cast<double>(scene.LeastBytes());
         if (bytes > static_cast<double>(std::size_t{2} << 30U)) {
             throw std::runtime_error("left out: so many pictures take " +
                                      std::to_string(static_cast<std::int64_t>(bytes / kMebibyte)) + " MiB");
