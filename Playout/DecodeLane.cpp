@@ -38,7 +38,7 @@ public:
     Impl(std::shared_ptr<const RecordingIndex> index, const DecodeLaneOptions& options,
          std::shared_ptr<PictureStore> store, std::shared_ptr<FramePool> pool)
         : index_(std::move(index)),
-          decoder_(*index_, options.nbThreads, std::move(pool)),
+          decoder_(*index_, options.nbThreads, Decoder::Begins::AtKeyFrames, std::move(pool)),
           store_(store != nullptr ? std::move(store) : std::make_shared<PictureStore>(options.storeBytes)) {}
 
     std::shared_ptr<const Picture> Decode(const PacketGroup& group, std::size_t picture,

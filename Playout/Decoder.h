@@ -28,8 +28,12 @@ class Decoder {
 public:
     enum class Event { Picture, WantsPacket, End };
 
+    /// Where decoding begins, at first and after each Flush.
+    enum class Begins { Anywhere, AtKeyFrames };
+
     /// Borrows the index for the decoder's life. The pictures' memory comes from \p pool, when there is one.
-    Decoder(const RecordingIndex& index, int nbThreads, std::shared_ptr<FramePool> pool = nullptr);
+    Decoder(const RecordingIndex& index, int nbThreads, Begins begins = Begins::Anywhere,
+            std::shared_ptr<FramePool> pool = nullptr);
 
     /// \p wanted false: its picture is not of interest, nor are errors in it, because what it is predicted
     /// from was not decoded.

@@ -47,8 +47,9 @@ bool StridesFor(AVCodecContext& context, const AVFrame& frame, int& height, std:
     height = frame.height;
     avcodec_align_dimensions2(&context, &width, &height, alignments.data());
     const auto isAligned = [&] {
-        return std::equal(strides.begin(), strides.end(), alignments.begin(),
-                          [](int stride, int alignment) { return alignment == 0 || stride % alignment == 0; });
+        return std::equal(strides.begin(), strides.end(), alignments.begin(), [](int stride, int alignment) {
+            return alignment == 0 || stride % alignment == 0;
+        });
     };
     const auto format = static_cast<AVPixelFormat>(frame.format);
     do {

@@ -61,8 +61,8 @@ GroupReach ReachFor(const RecordingIndex& recording, double share) {
         static_cast<double>(recording.NbPackets()) / static_cast<double>(recording.NbGroups());
     const double affordable = std::max(share, 0.001) * length;
     const double most = static_cast<double>(recording.NbGroups());
-    reach.everyGroups = static_cast<std::size_t>(
-        std::clamp(std::ceil((1 + kPacketsToBeginWith) / affordable), 1.0, most));
+    reach.everyGroups =
+        static_cast<std::size_t>(std::clamp(std::ceil((1 + kPacketsToBeginWith) / affordable), 1.0, most));
     const double room = affordable * static_cast<double>(reach.everyGroups) - kPacketsToBeginWith;
     reach.nbPackets = static_cast<std::size_t>(std::max(std::floor(room), 1.0));
     return reach;

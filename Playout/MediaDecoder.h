@@ -83,7 +83,8 @@ public:
 
     /// The nearest picture that some decoder of the track has put out and that is still held; null for an
     /// unknown track.
-    [[nodiscard]] std::shared_ptr<const Picture> Nearest(const Player::TrackId& track, std::size_t picture) const;
+    [[nodiscard]] std::shared_ptr<const Picture> Nearest(const Player::TrackId& track,
+                                                         std::size_t picture) const;
 
     /// How fast pictures are decoded, all tracks together.
     [[nodiscard]] const DecodeMeter& Meter() const { return *meter_; }

@@ -149,7 +149,7 @@ private:
 
     std::optional<std::size_t> shownPicture_;
     bool standInsAllowed_ = false;
-    bool hasJumped_ = false;  ///< And the picture there has not come yet.
+    bool hasJumped_ = false;                        ///< And the picture there has not come yet.
     std::vector<Time::TimePoint> begunCompressed_;  ///< In the hands of workers when orders were withdrawn.
     std::vector<Time::TimePoint> begunDecoded_;
     std::chrono::milliseconds retryDelay_;

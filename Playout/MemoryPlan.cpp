@@ -67,7 +67,8 @@ TrackNeeds NeedsOf(const RecordingIndex& recording, const LanePlan& lanes) {
     needs.working = nbWorking * needs.picture;
     needs.least = needs.packets + needs.working + (kFewestAhead + 2) * needs.picture;
     const std::size_t twoGroups = 2 * LongestGroup(recording) * needs.picture;
-    needs.usual = std::max(std::min(twoGroups, kMostUsualBytes), needs.least + 2 * kFewestAhead * needs.picture);
+    needs.usual =
+        std::max(std::min(twoGroups, kMostUsualBytes), needs.least + 2 * kFewestAhead * needs.picture);
     return needs;
 }
 

@@ -32,7 +32,8 @@ struct TrackNeeds {
 /// What playing a recording takes. Usual are two of its longest groups of decoded pictures, so that in reverse
 /// one can be shown while the one before it is decoded; bounded, since a group may be as long as the recording.
 /// A decoder is taken to hold as many pictures as the codec's reordering asks for and a few to refer to.
-[[nodiscard]] TAVRIN_PLAYOUT_EXPORT TrackNeeds NeedsOf(const RecordingIndex& recording, const LanePlan& lanes);
+[[nodiscard]] TAVRIN_PLAYOUT_EXPORT TrackNeeds NeedsOf(const RecordingIndex& recording,
+                                                       const LanePlan& lanes);
 
 /// Shares \p total among tracks: to each the least that it needs, and of the rest a part in proportion to its
 /// weight. Throws std::invalid_argument, naming the number that would do, when the least is more than that or

@@ -43,8 +43,8 @@ std::size_t NextUnit(std::span<const std::uint8_t> bytes, std::size_t lengthSize
 /// Bytes of the lengths before the units of an MP4 file's H.264; 0 when they begin with start codes.
 std::size_t H264LengthSize(const AVCodecParameters& parameters) {
     constexpr int kLeast = 7;
-    const bool hasLengths = parameters.codec_id == AV_CODEC_ID_H264 &&
-                            parameters.extradata_size >= kLeast && parameters.extradata[0] == 1;
+    const bool hasLengths = parameters.codec_id == AV_CODEC_ID_H264 && parameters.extradata_size >= kLeast &&
+                            parameters.extradata[0] == 1;
     return hasLengths ? (parameters.extradata[4] & 3U) + 1 : 0;
 }
 

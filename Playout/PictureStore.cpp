@@ -85,8 +85,8 @@ void PictureStore::Add(std::shared_ptr<const Picture> picture, std::size_t wante
     // Room is made first, so that the bound holds at every moment.
     while (!pictures_.empty() && Overflows(picture->ByteSize())) {
         const auto farthest = Farthest(wanted);
-        const bool isFarther = farthest == pictures_.end() ||
-                               Distance(number, wanted) > Distance(farthest->first, wanted);
+        const bool isFarther =
+            farthest == pictures_.end() || Distance(number, wanted) > Distance(farthest->first, wanted);
         if (number != wanted && isFarther) {
             return;
         }

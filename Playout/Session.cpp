@@ -304,7 +304,8 @@ void Session::Impl::NotePlace(const Track& track, std::size_t number) {
         (PictureRoom(track) - track.needs.working) / std::max<std::size_t>(track.needs.picture, 1);
     place.ahead = nbFitting * place.stride;
     // On the way to the picture that is waited for, those before it are in nobody's window.
-    place.behind = track.view.status == SampleStatus::NotReady ? 0 : track.window.nbDecodedBehind * place.stride;
+    place.behind =
+        track.view.status == SampleStatus::NotReady ? 0 : track.window.nbDecodedBehind * place.stride;
     decoder_.SetPlace(track.id, place);
 }
 
@@ -322,8 +323,8 @@ double Session::Impl::WantedBytesPerSecond() const {
     const Time::Ratio speed = player_.GetSpeed();
     for (std::size_t number = 0; number < tracks_.size(); ++number) {
         const Time::Ratio rate = recordings_[number]->Rate() * speed;
-        const double perSecond = std::abs(static_cast<double>(rate.Numerator()) /
-                                          static_cast<double>(rate.Denominator()));
+        const double perSecond =
+            std::abs(static_cast<double>(rate.Numerator()) / static_cast<double>(rate.Denominator()));
         bytes += perSecond * static_cast<double>(tracks_[number].needs.picture);
         leavesOut = leavesOut || StrideOf(tracks_[number], number) > 1;
     }

@@ -56,8 +56,7 @@ StreamWindow PlanWindow(const RecordingIndex& recording, const SampleRate& displ
     const Ratio passing = isStill ? Ratio(1, 3) : speed;
     const SampleRate rate = FetchRateOf(recording, displayRate, speed);
     const auto stride = static_cast<std::size_t>((recording.Rate() / rate).Numerator());
-    const std::size_t nbFitting =
-        room.pictures / std::max<std::size_t>(DecodedPictureBytes(recording), 1);
+    const std::size_t nbFitting = room.pictures / std::max<std::size_t>(DecodedPictureBytes(recording), 1);
     const std::size_t nbOfPackets = NbOfPackets(recording, stride, room.packets);
     const bool isForward = speed.Positive();
     StreamWindow window;
