@@ -199,6 +199,15 @@ bool MediaStream::CurrentIsMissing() {
     return IsLinked() && Exists(Now()) && Find(&sample) == Cache::Missing;
 }
 
+WaitCause MediaStream::WaitCause() {
+    if (IsReady()) {
+        return Playout::WaitCause::None;
+    }
+    ISample* sample = nullptr;
+    const bool isRead = compressed_.GetSample(Needed(), index_->Rate(), &sample, false) == Cache::Valid;
+    return isRead ? Playout::WaitCause::Decoder : Playout::WaitCause::Storage;
+}
+
 std::vector<CellState> MediaStream::CellStates(const CellRange& range) {
     const TimePoint now = IsLinked() ? Now() : begin_;
     return CellStatesOf(

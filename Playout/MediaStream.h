@@ -18,6 +18,7 @@
 #include "Playout/DecodedSample.h"
 #include "Playout/PlayoutExport.h"
 #include "Playout/RecordingIndex.h"
+#include "Playout/WaitCause.h"
 #include "Time/TimePoint.h"
 
 namespace Tavrin::Playout {
@@ -92,6 +93,9 @@ public:
 
     /// Whether the picture at the play head is one that cannot be had (rather than none being there).
     [[nodiscard]] bool CurrentIsMissing();
+
+    /// What the picture at the play head waits for; None whenever `IsReady`.
+    [[nodiscard]] Playout::WaitCause WaitCause();
 
     /// The rate that is fetched at the player's speed: the recording's, halved until the display can show it.
     [[nodiscard]] Player::SampleRate FetchRate() const;
