@@ -16,6 +16,16 @@ namespace {
 /// A picture that cannot be had is not asked for more seldom than this many times the first delay.
 constexpr int kLongestRetryFactor = 32;
 
+/// The orders that no worker has begun, oldest first.
+template <typename Order, typename Queue>
+std::vector<Order> TakeAll(Queue& queue) {
+    std::vector<Order> orders;
+    for (Order order; queue.Pop(order);) {
+        orders.push_back(order);
+    }
+    return orders;
+}
+
 }  // namespace
 
 MediaStream::MediaStream(std::shared_ptr<const RecordingIndex> index, const Player::TrackId& track,
@@ -328,17 +338,50 @@ void MediaStream::ForgetMissing() {
     }
 }
 
-void MediaStream::Withdraw() {
-    Player::PreloadOrder preload;
-    while (preloadQueue_.Pop(preload)) {
-        AnswerWithNothing(*preload.queue_, preload.tp_);
-        ++nbWithdrawn_;
+/// Withdraws an order that is in no queue any more.
+void MediaStream::Answer(const Player::PreloadOrder& order) {
+    AnswerWithNothing(*order.queue_, order.tp_);
+    ++nbWithdrawn_;
+}
+
+void MediaStream::Answer(const Player::DecodeOrder& order) {
+    order.toDecode_->Unprotect(1);
+    AnswerWithNothing(*order.queue_, order.orderTp_);
+    ++nbWithdrawn_;
+}
+
+bool MediaStream::HasPassed(const TimePoint& tp) const {
+    const Time::Ratio speed = player_->GetSpeed();
+    const TimePoint needed = Needed();
+    return speed.Positive() ? tp < needed : speed < Time::Ratio() && tp > needed;
+}
+
+void MediaStream::WithdrawPassed() {
+    // Putting an order back wakes a worker, perhaps for nothing: not at every tick while storage is silent.
+    if (preloadQueue_.GetSize() > 2 * parameters_.nbPreloading_) {
+        for (const Player::PreloadOrder& order : TakeAll<Player::PreloadOrder>(preloadQueue_)) {
+            if (HasPassed(order.tp_)) {
+                Answer(order);
+            } else {
+                preloadQueue_.Push(order);
+            }
+        }
     }
-    Player::DecodeOrder decode;
-    while (decodeQueue_.Pop(decode)) {
-        decode.toDecode_->Unprotect(1);
-        AnswerWithNothing(*decode.queue_, decode.orderTp_);
-        ++nbWithdrawn_;
+    for (const Player::DecodeOrder& order : TakeAll<Player::DecodeOrder>(decodeQueue_)) {
+        if (HasPassed(order.orderTp_)) {
+            Answer(order);
+        } else {
+            decodeQueue_.Push(order);
+        }
+    }
+}
+
+void MediaStream::Withdraw() {
+    for (const Player::PreloadOrder& order : TakeAll<Player::PreloadOrder>(preloadQueue_)) {
+        Answer(order);
+    }
+    for (const Player::DecodeOrder& order : TakeAll<Player::DecodeOrder>(decodeQueue_)) {
+        Answer(order);
     }
     Intake();
     ForgetMissing();

@@ -91,6 +91,10 @@ public:
     /// which `Plan` orders what matters then.
     void Withdraw();
 
+    /// Takes out and answers only the orders for what the play head has left behind: for a track that the
+    /// others do not wait for, whose workers would otherwise be busy with what nobody sees any more.
+    void WithdrawPassed();
+
     /// Whether the picture at the play head is one that cannot be had (rather than none being there).
     [[nodiscard]] bool CurrentIsMissing();
 
@@ -119,6 +123,9 @@ private:
     void AnswerWithNothing(Player::CacheUpdateQueue& queue, const Time::TimePoint& tp);
     void Evict();
     void Evict(Player::Cache& cache, std::size_t nbAhead, std::size_t nbBehind);
+    void Answer(const Player::PreloadOrder& order);
+    void Answer(const Player::DecodeOrder& order);
+    [[nodiscard]] bool HasPassed(const Time::TimePoint& tp) const;
     void RetryMissing();
     void ForgetMissing();
     void ConfigurePlanners();

@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <mutex>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <utility>
 
@@ -13,6 +14,9 @@
 #include "Player/PreloadThread.h"
 #include "Playout/MediaDecoder.h"
 #include "Playout/MediaStream.h"
+#include "Playout/SpeedMeter.h"
+#include "Playout/TickGate.h"
+#include "Playout/TrackPlayer.h"
 #include "Playout/WindowPlan.h"
 
 namespace Tavrin::Playout {
@@ -23,12 +27,56 @@ using Time::TimePoint;
 
 namespace {
 
-SampleRate HighestRate(const std::vector<std::shared_ptr<const RecordingIndex>>& recordings) {
+SampleRate HighestRate(const std::vector<SessionTrack>& tracks) {
     SampleRate highest;
-    for (const auto& recording : recordings) {
-        highest = recording->Rate() > highest ? recording->Rate() : highest;
+    for (const SessionTrack& track : tracks) {
+        highest = track.recording->Rate() > highest ? track.recording->Rate() : highest;
     }
     return highest;
+}
+
+std::vector<SessionTrack> AllFromTheOrigin(std::vector<std::shared_ptr<const RecordingIndex>> recordings) {
+    std::vector<SessionTrack> tracks;
+    for (auto& recording : recordings) {
+        tracks.push_back({std::move(recording), {}, {}, 1});
+    }
+    return tracks;
+}
+
+std::vector<ReadinessRule> RulesOf(const std::vector<SessionTrack>& tracks) {
+    std::vector<ReadinessRule> rules;
+    rules.reserve(tracks.size());
+    for (const SessionTrack& track : tracks) {
+        rules.push_back(track.rule);
+    }
+    return rules;
+}
+
+/// What could never be shown as asked is refused here, and not found out at three in the morning.
+void Check(const SessionTrack& track, std::size_t number) {
+    const std::string name = "Session: track " + std::to_string(number);
+    if (track.recording == nullptr) {
+        throw std::invalid_argument(name + " has no recording");
+    }
+    if (track.weight == 0) {
+        throw std::invalid_argument(name + ", " + track.recording->File() +
+                                    ": its weight is 0; the memory is shared by weights of at least 1");
+    }
+    if (track.offset + track.recording->End() <= TimePoint()) {
+        throw std::invalid_argument(
+            name + ", " + track.recording->File() + ": with an offset of " + track.offset.ToDurationString() +
+            " it is over before playing begins: it lasts " + track.recording->Duration().ToDurationString());
+    }
+}
+
+std::vector<SessionTrack> Checked(std::vector<SessionTrack> tracks) {
+    if (tracks.empty()) {
+        throw std::invalid_argument("Session: no recordings, at least one is needed");
+    }
+    for (std::size_t number = 0; number < tracks.size(); ++number) {
+        Check(tracks[number], number);
+    }
+    return tracks;
 }
 
 /// Threads for a decoder, so that a single track keeps all cores busy and many tracks do not get in each
@@ -66,29 +114,31 @@ private:
 }  // namespace
 
 bool TickReport::IsReady() const {
-    return std::none_of(tracks.begin(), tracks.end(),
-                        [](const TrackView& view) { return view.status == SampleStatus::NotReady; });
+    return std::none_of(waits.begin(), waits.end(), [](const TrackWait& wait) { return wait.holds; });
 }
 
 class Session::Impl {
 public:
-    Impl(std::vector<std::shared_ptr<const RecordingIndex>> recordings, const SessionOptions& options);
+    Impl(std::vector<SessionTrack> tracks, const SessionOptions& options);
     ~Impl();
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
 
     TickReport Tick(const TimePoint& delta);
+    TickReport TickTo(const TimePoint& head);
     bool WaitForProgress(std::chrono::milliseconds timeout);
     void SetSpeed(const Time::Ratio& speed);
     void GoTo(const TimePoint& tp);
     TrackInformation GetInformation(std::size_t track) const;
 
-    const RecordingIndex& Recording(std::size_t track) const { return *recordings_.at(track); }
-    std::size_t NbTracks() const { return recordings_.size(); }
+    const SessionTrack& TrackAt(std::size_t track) const { return settings_.at(track); }
+    const RecordingIndex& Recording(std::size_t track) const { return *TrackAt(track).recording; }
+    std::size_t NbTracks() const { return settings_.size(); }
     const SampleRate& DisplayRate() const { return displayRate_; }
     const Player::Player& PlayHead() const { return player_; }
     std::vector<CellState> CellStates(std::size_t track, const CellRange& range) const {
-        return tracks_.at(track).stream->CellStates(range);
+        const TimePoint offset = TrackAt(track).offset;
+        return tracks_.at(track).stream->CellStates({range.from - offset, range.to - offset, range.nbCells});
     }
     MediaPreloader& Preloader() { return preloader_; }
 
@@ -96,6 +146,7 @@ private:
     struct Track {
         Player::TrackId id;
         std::size_t bytes = 0;  ///< Its share of the memory.
+        std::unique_ptr<TrackPlayer> player;
         std::unique_ptr<MediaStream> stream;
         TrackView view;
         TrackInformation counts;
@@ -105,7 +156,9 @@ private:
     void StartWorkers();
     void StopWorkers();
     void Intake();
-    bool AllReady();
+    bool NoteReadiness();
+    TickReport LookAround(bool moved, bool isStep);
+    void NoteWaits(TickReport& report);
     void Look(Track& track, bool isStep);
     static void Count(Track& track, const TrackView& before, bool isStep);
     void WithdrawAll();
@@ -115,8 +168,10 @@ private:
     std::uint64_t NbAnswers() const;
 
     SessionOptions options_;
-    std::vector<std::shared_ptr<const RecordingIndex>> recordings_;
+    std::vector<SessionTrack> settings_;
     SampleRate displayRate_;
+    TickGate gate_;
+    SpeedMeter meter_;
     Announcements announcements_;
     Player::ExistingCacheUpdateQueues registry_;
     MediaPreloader preloader_;
@@ -128,17 +183,16 @@ private:
     std::uint64_t nbTicks_ = 0;
 };
 
-Session::Impl::Impl(std::vector<std::shared_ptr<const RecordingIndex>> recordings,
-                    const SessionOptions& options)
-    : options_(options), recordings_(std::move(recordings)) {
-    if (recordings_.empty()) {
-        throw std::invalid_argument("Session: no recordings, at least one is needed");
-    }
-    displayRate_ = options.displayRate.Positive() ? options.displayRate : HighestRate(recordings_);
+Session::Impl::Impl(std::vector<SessionTrack> tracks, const SessionOptions& options)
+    : options_(options),
+      settings_(Checked(std::move(tracks))),
+      displayRate_(options.displayRate.Positive() ? options.displayRate : HighestRate(settings_)),
+      gate_(RulesOf(settings_)),
+      meter_(displayRate_) {
     preloader_.SetExistingCacheUpdateQueues(&registry_);
     preloader_.SetDeliveryHook([this](const auto&, auto) { announcements_.Add(); });
     decoder_.SetDecodedHook([this](const auto&, auto) { announcements_.Add(); });
-    for (std::size_t number = 0; number < recordings_.size(); ++number) {
+    for (std::size_t number = 0; number < settings_.size(); ++number) {
         AddTrack(number);
     }
     PlanWindows();
@@ -146,8 +200,8 @@ Session::Impl::Impl(std::vector<std::shared_ptr<const RecordingIndex>> recording
 }
 
 void Session::Impl::AddTrack(std::size_t number) {
-    const std::size_t nbTracks = recordings_.size();
-    const std::shared_ptr<const RecordingIndex>& recording = recordings_[number];
+    const std::size_t nbTracks = settings_.size();
+    const std::shared_ptr<const RecordingIndex>& recording = settings_[number].recording;
     Track track;
     track.id = Player::TrackId(Player::StorageId(recording->File(), recording->Stream()),
                                static_cast<std::int64_t>(number));
@@ -163,7 +217,8 @@ void Session::Impl::AddTrack(std::size_t number) {
     decoder_.AddTrack(track.id, recording, decoding);
     track.stream =
         std::make_unique<MediaStream>(recording, track.id, displayRate_, StreamWindow(), registry_);
-    track.stream->LinkPlayer(&player_);
+    track.player = std::make_unique<TrackPlayer>(player_, settings_[number].offset);
+    track.stream->LinkPlayer(track.player.get());
     player_.AttachStream(track.stream.get());
     tracks_.push_back(std::move(track));
 }
@@ -171,8 +226,8 @@ void Session::Impl::AddTrack(std::size_t number) {
 /// As far ahead and behind as the speed asks for.
 void Session::Impl::PlanWindows() {
     for (std::size_t number = 0; number < tracks_.size(); ++number) {
-        tracks_[number].stream->SetWindow(PlanWindow(*recordings_[number], displayRate_, player_.GetSpeed(),
-                                                     tracks_[number].bytes, options_));
+        tracks_[number].stream->SetWindow(
+            PlanWindow(Recording(number), displayRate_, player_.GetSpeed(), tracks_[number].bytes, options_));
     }
 }
 
@@ -227,27 +282,83 @@ void Session::Impl::StopWorkers() {
 
 TickReport Session::Impl::Tick(const TimePoint& delta) {
     Intake();
+    const bool moves = NoteReadiness();
+    player_.Update(delta);
+    return LookAround(moves, delta != TimePoint());
+}
+
+TickReport Session::Impl::TickTo(const TimePoint& head) {
+    Intake();
+    const bool moves = NoteReadiness();
+    // Lets the player note who makes it wait; it then is put where its own steps would lead but for rounding.
+    player_.Update(TimePoint());
+    if (moves) {
+        player_.GoTo(head);
+    }
+    return LookAround(moves, true);
+}
+
+/// Only the tracks that are waited for are attached to the player. Whether none of them holds it.
+bool Session::Impl::NoteReadiness() {
+    const auto now = TickGate::Clock::now();
+    for (std::size_t number = 0; number < tracks_.size(); ++number) {
+        MediaStream& stream = *tracks_[number].stream;
+        gate_.Note(number, stream.IsReady(), now);
+        gate_.IsLeftBehind(number) ? player_.DetachStream(&stream) : player_.AttachStream(&stream);
+    }
+    return gate_.IsOpen();
+}
+
+TickReport Session::Impl::LookAround(bool moved, bool isStep) {
     TickReport report;
     report.tick = nbTicks_++;
-    report.moved = AllReady();
-    player_.Update(delta);
+    report.moved = moved;
     report.time = player_.GetCurrentTimePoint();
     for (std::size_t number = 0; number < tracks_.size(); ++number) {
         Track& track = tracks_[number];
-        Look(track, delta != TimePoint());
+        Look(track, isStep);
         NotePlace(track, number);
+        if (moved && gate_.IsLeftBehind(number)) {
+            track.stream->WithdrawPassed();
+        }
         track.stream->Plan();
         report.tracks.push_back(track.view);
     }
+    NoteWaits(report);
+    const auto now = SpeedMeter::Clock::now();
+    if (meter_.HasBegun() ? moved && isStep : report.IsReady()) {
+        meter_.Note(now, report.time);
+    }
+    const Time::Ratio speed = player_.GetSpeed();
+    report.heldSpeed =
+        meter_.Held(now, static_cast<double>(speed.Numerator()) / static_cast<double>(speed.Denominator()));
     return report;
+}
+
+void Session::Impl::NoteWaits(TickReport& report) {
+    const auto now = TickGate::Clock::now();
+    for (std::size_t number = 0; number < tracks_.size(); ++number) {
+        const bool isReady = report.tracks[number].status != SampleStatus::NotReady;
+        gate_.Note(number, isReady, now);
+        if (isReady) {
+            continue;
+        }
+        TrackWait wait;
+        wait.track = number;
+        wait.cause = tracks_[number].stream->WaitCause();
+        wait.waited = gate_.Waited(number);
+        wait.holds = gate_.Holds(number);
+        wait.left = wait.holds ? gate_.Left(number) : std::nullopt;
+        report.waits.push_back(wait);
+    }
 }
 
 /// Tells the decoders' store what is near.
 void Session::Impl::NotePlace(const Track& track, std::size_t number) {
-    const RecordingIndex& recording = *recordings_[number];
-    const auto picture = recording.PictureAtTime(player_.GetCurrentTimePoint());
+    const RecordingIndex& recording = Recording(number);
+    const TimePoint& head = track.player->GetCurrentTimePoint();
     PlayPlace place;
-    place.picture = picture.value_or(recording.NbPictures());
+    place.picture = recording.PictureAtTime(std::max(head, TimePoint())).value_or(recording.NbPictures());
     place.backward = player_.GetSpeed().Numerator() < 0;
     const Time::Ratio stride = recording.Rate() / track.stream->FetchRate();
     place.stride = static_cast<std::size_t>(stride.Numerator());
@@ -258,11 +369,6 @@ void Session::Impl::Intake() {
     for (Track& track : tracks_) {
         track.stream->Intake();
     }
-}
-
-bool Session::Impl::AllReady() {
-    return std::all_of(tracks_.begin(), tracks_.end(),
-                       [](const Track& track) { return track.stream->IsReady(); });
 }
 
 void Session::Impl::Look(Track& track, bool isStep) {
@@ -310,6 +416,9 @@ void Session::Impl::SetSpeed(const Time::Ratio& speed) {
     const Time::Ratio oldSpeed = player_.GetSpeed();
     const std::vector<SampleRate> oldRates = FetchRates();
     player_.SetSpeed(speed);
+    if (speed != oldSpeed) {
+        meter_.Restart();
+    }
     PlanWindows();
     const bool turns = oldSpeed.Positive() != speed.Positive();
     if (turns || oldRates != FetchRates()) {
@@ -328,6 +437,8 @@ std::vector<SampleRate> Session::Impl::FetchRates() const {
 
 void Session::Impl::GoTo(const TimePoint& tp) {
     player_.GoTo(tp);
+    gate_.Restart();
+    meter_.Restart();
     WithdrawAll();
 }
 
@@ -352,13 +463,21 @@ TrackInformation Session::Impl::GetInformation(std::size_t number) const {
 }
 
 Session::Session(std::vector<std::shared_ptr<const RecordingIndex>> recordings, const SessionOptions& options)
-    : impl_(std::make_unique<Impl>(std::move(recordings), options)) {
+    : Session(AllFromTheOrigin(std::move(recordings)), options) {
+}
+
+Session::Session(std::vector<SessionTrack> tracks, const SessionOptions& options)
+    : impl_(std::make_unique<Impl>(std::move(tracks), options)) {
 }
 
 Session::~Session() = default;
 
 std::size_t Session::NbTracks() const {
     return impl_->NbTracks();
+}
+
+const SessionTrack& Session::Track(std::size_t track) const {
+    return impl_->TrackAt(track);
 }
 
 const RecordingIndex& Session::Recording(std::size_t track) const {
@@ -369,12 +488,24 @@ const SampleRate& Session::DisplayRate() const {
     return impl_->DisplayRate();
 }
 
+TimePoint Session::Begin(std::size_t track) const {
+    return Track(track).offset;
+}
+
+TimePoint Session::End(std::size_t track) const {
+    return Track(track).offset + Recording(track).End();
+}
+
 TimePoint Session::End() const {
     TimePoint end;
     for (std::size_t track = 0; track < NbTracks(); ++track) {
-        end = std::max(end, Recording(track).End());
+        end = std::max(end, End(track));
     }
     return end;
+}
+
+std::optional<std::size_t> Session::PictureAtTime(std::size_t track, const TimePoint& tp) const {
+    return Recording(track).PictureAtTime(tp - Track(track).offset);
 }
 
 const TimePoint& Session::CurrentTime() const {
@@ -395,6 +526,10 @@ void Session::GoTo(const TimePoint& tp) {
 
 TickReport Session::Tick(const TimePoint& delta) {
     return impl_->Tick(delta);
+}
+
+TickReport Session::TickTo(const TimePoint& head) {
+    return impl_->TickTo(head);
 }
 
 bool Session::WaitForProgress(std::chrono::milliseconds timeout) {
