@@ -14,29 +14,36 @@ bool IsBackward(const Ratio& speed) {
     return speed < Ratio();
 }
 
-/// The finest rate has the narrowest samples: a play head kept off their edges stays off those of the others.
-const RecordingIndex& Finest(const Session& session) {
+/// The finest rate has the narrowest samples: a play head kept off their edges is in each of them.
+std::size_t Finest(const Session& session) {
     std::size_t finest = 0;
     for (std::size_t track = 1; track < session.NbTracks(); ++track) {
         if (session.Recording(track).Rate() > session.Recording(finest).Rate()) {
             finest = track;
         }
     }
-    return session.Recording(finest);
+    return finest;
 }
 
-const RecordingIndex& Longest(const Session& session) {
-    std::size_t longest = 0;
+std::size_t LastToEnd(const Session& session) {
+    std::size_t last = 0;
     for (std::size_t track = 1; track < session.NbTracks(); ++track) {
-        if (session.Recording(track).End() > session.Recording(longest).End()) {
-            longest = track;
+        if (session.End(track) > session.End(last)) {
+            last = track;
         }
     }
-    return session.Recording(longest);
+    return last;
 }
 
 TickSchedule ScheduleFor(const Session& session, const Ratio& speed) {
-    return {Finest(session).Rate(), session.DisplayRate(), speed};
+    return {session.Recording(Finest(session)).Rate(), session.DisplayRate(), speed};
+}
+
+/// The place of a schedule for a track's recording, in the session's time.
+TimePoint StartIn(const Session& session, std::size_t track, const TickSchedule& schedule,
+                  const TimePoint& at) {
+    const TimePoint begin = session.Begin(track);
+    return begin + schedule.Start(at - begin);
 }
 
 }  // namespace
@@ -92,12 +99,15 @@ TimePoint Course::Start() const {
 /// The schedule's place for a position, which may lie outside of the recordings.
 TimePoint Course::Inside(const TimePoint& position) const {
     const TimePoint at = std::clamp(position, TimePoint(), LastMoment());
-    const TimePoint place = schedule_.Start(at);
-    if (place < session_.End()) {
-        return place;
+    TimePoint place = StartIn(session_, Finest(session_), schedule_, at);
+    if (place >= session_.End()) {
+        // The finest recording's sample there reaches beyond the end of all recordings.
+        const std::size_t last = LastToEnd(session_);
+        const TickSchedule schedule(session_.Recording(last).Rate(), session_.DisplayRate(), speed_);
+        place = StartIn(session_, last, schedule, at);
     }
-    // The finest recording's sample there reaches beyond the end of the longest one.
-    return TickSchedule(Longest(session_).Rate(), session_.DisplayRate(), speed_).Start(at);
+    // The sample may begin before the origin, where no play head gets.
+    return std::max(place, TimePoint());
 }
 
 /// Where the play head is, or where commands have put it for the next tick.
@@ -160,16 +170,19 @@ void Course::Do(const Quit& /*command*/) {
 
 /// From the picture on display in the finest recording; outside of that by its samples.
 TimePoint Course::Stepped(std::int64_t nbPictures) const {
-    const RecordingIndex& recording = Finest(session_);
-    const TimePoint here = std::clamp(Here(), TimePoint(), LastMoment());
+    const std::size_t track = Finest(session_);
+    const RecordingIndex& recording = session_.Recording(track);
+    const TimePoint here = std::clamp(Here(), TimePoint(), LastMoment()) - session_.Begin(track);
     const auto picture = recording.PictureAtTime(here);
+    std::int64_t sample = here.SampleNumber(recording.Rate()) + nbPictures;
     if (picture) {
-        const auto target = std::max<std::int64_t>(static_cast<std::int64_t>(*picture) + nbPictures, 0);
-        if (target < static_cast<std::int64_t>(recording.NbPictures())) {
-            return recording.SampleStart(recording.Picture(static_cast<std::size_t>(target)).sample);
-        }
+        const std::int64_t target = static_cast<std::int64_t>(*picture) + nbPictures;
+        const auto nb = static_cast<std::int64_t>(recording.NbPictures());
+        sample = target < 0     ? target
+                 : target >= nb ? recording.NbSamples() + target - nb
+                                : recording.Picture(static_cast<std::size_t>(target)).sample;
     }
-    return TimePoint::StartOfSample(here.SampleNumber(recording.Rate()) + nbPictures, recording.Rate());
+    return session_.Begin(track) + TimePoint::StartOfSample(sample, recording.Rate());
 }
 
 /// Finds the place of the next tick, from what all commands since the last one want.
@@ -178,12 +191,19 @@ void Course::Plan() {
     if (!hasBegun_) {
         return;
     }
-    next_ = position_ ? TickSchedule::Place{Inside(*position_), 0} : schedule_.After(session_.CurrentTime());
+    next_ = position_ ? TickSchedule::Place{Inside(*position_), 0} : After(session_.CurrentTime());
     // What stands there already is not asked for again.
     if (speed_ == session_.Speed() && next_->head == session_.CurrentTime() && speed_ == Ratio()) {
         position_.reset();
         next_.reset();
     }
+}
+
+TickSchedule::Place Course::After(const TimePoint& head) const {
+    const TimePoint begin = session_.Begin(Finest(session_));
+    TickSchedule::Place place = schedule_.After(head - begin);
+    place.head += begin;
+    return place;
 }
 
 bool Course::EndsNext() const {
@@ -202,7 +222,7 @@ void Course::Halt() {
 
 TickReport Course::Tick() {
     if (!next_) {
-        TickReport report = session_.Tick(schedule_.Delta(nbMoves_));
+        TickReport report = session_.TickTo(schedule_.Next(session_.CurrentTime(), nbMoves_));
         nbMoves_ += report.moved ? 1 : 0;
         return report;
     }

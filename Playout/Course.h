@@ -66,6 +66,7 @@ private:
     [[nodiscard]] Time::TimePoint DefaultStart() const;
     [[nodiscard]] Time::TimePoint Here() const;
     [[nodiscard]] Time::TimePoint Inside(const Time::TimePoint& position) const;
+    [[nodiscard]] TickSchedule::Place After(const Time::TimePoint& head) const;
     [[nodiscard]] Time::TimePoint Stepped(std::int64_t nbPictures) const;
     void Plan();
 

@@ -13,6 +13,7 @@ namespace Tavrin::Playout {
 struct ShownTick {
     std::uint64_t tick = 0;  ///< Counted from 0.
     Time::TimePoint time;    ///< The play head.
+    double heldSpeed = 0;    ///< The speed that is really made; see TickReport::heldSpeed.
     /// One for each track, in the order of the tracks; null where a track has nothing to show.
     std::vector<std::shared_ptr<const Picture>> pictures;
 };

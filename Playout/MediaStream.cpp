@@ -16,6 +16,16 @@ namespace {
 /// A picture that cannot be had is not asked for more seldom than this many times the first delay.
 constexpr int kLongestRetryFactor = 32;
 
+/// The orders that no worker has begun, oldest first.
+template <typename Order, typename Queue>
+std::vector<Order> TakeAll(Queue& queue) {
+    std::vector<Order> orders;
+    for (Order order; queue.Pop(order);) {
+        orders.push_back(order);
+    }
+    return orders;
+}
+
 }  // namespace
 
 MediaStream::MediaStream(std::shared_ptr<const RecordingIndex> index, const Player::TrackId& track,
@@ -231,6 +241,15 @@ bool MediaStream::CurrentIsMissing() {
     return IsLinked() && Exists(Now()) && Find(&sample) == Cache::Missing;
 }
 
+WaitCause MediaStream::WaitCause() {
+    if (IsReady()) {
+        return Playout::WaitCause::None;
+    }
+    ISample* sample = nullptr;
+    const bool isRead = compressed_.GetSample(Needed(), index_->Rate(), &sample, false) == Cache::Valid;
+    return isRead ? Playout::WaitCause::Decoder : Playout::WaitCause::Storage;
+}
+
 std::vector<CellState> MediaStream::CellStates(const CellRange& range) {
     const TimePoint now = IsLinked() ? Now() : begin_;
     return CellStatesOf(
@@ -252,7 +271,7 @@ void MediaStream::Plan() {
     RetryMissing();
     if (standInsAllowed_ && !HasSettled()) {
         // The play head does not wait: what it has passed must not be served before what comes.
-        WithdrawQueued();
+        WithdrawPassed();
     }
     AskForCompressed(Needed());
     AskForDecoded(Needed());
@@ -415,24 +434,53 @@ void MediaStream::ForgetAbandoned() {
     }
 }
 
-void MediaStream::WithdrawQueued() {
-    Player::PreloadOrder preload;
-    while (preloadQueue_.Pop(preload)) {
-        AnswerWithNothing(*preload.queue_, preload.tp_);
-        ++nbWithdrawn_;
+/// Withdraws an order that is in no queue any more.
+void MediaStream::Answer(const Player::PreloadOrder& order) {
+    AnswerWithNothing(*order.queue_, order.tp_);
+    ++nbWithdrawn_;
+}
+
+void MediaStream::Answer(const Player::DecodeOrder& order) {
+    order.toDecode_->Unprotect(1);
+    AnswerWithNothing(*order.queue_, order.orderTp_);
+    ++nbWithdrawn_;
+}
+
+bool MediaStream::HasPassed(const TimePoint& tp) const {
+    const Time::Ratio speed = player_->GetSpeed();
+    const TimePoint needed = Needed();
+    return speed.Positive() ? tp < needed : speed < Time::Ratio() && tp > needed;
+}
+
+void MediaStream::WithdrawPassed() {
+    // Putting an order back wakes a worker, perhaps for nothing: not at every tick while storage is silent.
+    if (preloadQueue_.GetSize() > 2 * parameters_.nbPreloading_) {
+        for (const Player::PreloadOrder& order : TakeAll<Player::PreloadOrder>(preloadQueue_)) {
+            if (HasPassed(order.tp_)) {
+                Answer(order);
+            } else {
+                preloadQueue_.Push(order);
+            }
+        }
     }
-    Player::DecodeOrder decode;
-    while (decodeQueue_.Pop(decode)) {
-        decode.toDecode_->Unprotect(1);
-        AnswerWithNothing(*decode.queue_, decode.orderTp_);
-        ++nbWithdrawn_;
+    for (const Player::DecodeOrder& order : TakeAll<Player::DecodeOrder>(decodeQueue_)) {
+        if (HasPassed(order.orderTp_)) {
+            Answer(order);
+        } else {
+            decodeQueue_.Push(order);
+        }
     }
-    Intake();
-    ForgetMissing();
 }
 
 void MediaStream::Withdraw() {
-    WithdrawQueued();
+    for (const Player::PreloadOrder& order : TakeAll<Player::PreloadOrder>(preloadQueue_)) {
+        Answer(order);
+    }
+    for (const Player::DecodeOrder& order : TakeAll<Player::DecodeOrder>(decodeQueue_)) {
+        Answer(order);
+    }
+    Intake();
+    ForgetMissing();
     begunCompressed_ = PendingIn(compressed_, index_->Rate());
     begunDecoded_ = PendingIn(decoded_, index_->Rate());
     hasJumped_ = true;

@@ -18,6 +18,7 @@
 #include "Playout/DecodedSample.h"
 #include "Playout/PlayoutExport.h"
 #include "Playout/RecordingIndex.h"
+#include "Playout/WaitCause.h"
 #include "Time/TimePoint.h"
 
 namespace Tavrin::Playout {
@@ -90,6 +91,10 @@ public:
     /// which `Plan` orders what matters then.
     void Withdraw();
 
+    /// Takes out and answers only the orders for what the play head has left behind: for a track that the
+    /// others do not wait for, whose workers would otherwise be busy with what nobody sees any more.
+    void WithdrawPassed();
+
     /// Whether the picture at the play head is one that cannot be had (rather than none being there).
     [[nodiscard]] bool CurrentIsMissing();
 
@@ -99,6 +104,8 @@ public:
 
     /// Whether a decoded sample shows another picture than the one that is on display at its time point.
     [[nodiscard]] bool IsStandIn(const DecodedSample& sample) const;
+    /// What the picture at the play head waits for; None whenever `IsReady`.
+    [[nodiscard]] Playout::WaitCause WaitCause();
 
     /// The rate that is fetched at the player's speed: the recording's, halved until the display can show it.
     [[nodiscard]] Player::SampleRate FetchRate() const;
@@ -122,12 +129,14 @@ private:
     void AnswerWithNothing(Player::CacheUpdateQueue& queue, const Time::TimePoint& tp);
     void Evict();
     void Evict(Player::Cache& cache, std::size_t nbAhead, std::size_t nbBehind);
+    void Answer(const Player::PreloadOrder& order);
+    void Answer(const Player::DecodeOrder& order);
+    [[nodiscard]] bool HasPassed(const Time::TimePoint& tp) const;
     void RetryMissing();
     void ForgetMissing();
     void ForgetAll();
     [[nodiscard]] bool HasSettled();
     void ForgetAbandoned();
-    void WithdrawQueued();
     [[nodiscard]] std::optional<std::size_t> GroupAt(const Time::TimePoint& tp) const;
     [[nodiscard]] bool MayWait(const Time::TimePoint& tp) const;
     void ConfigurePlanners();

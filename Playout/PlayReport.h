@@ -15,6 +15,12 @@ struct TrackReport {
     std::uint64_t nbLate = 0;  ///< The picture of the tick before, as the tick's own ones were not all ready.
     std::uint64_t nbMissing = 0;  ///< The picture cannot be read or decoded.
     std::uint64_t nbEmpty = 0;    ///< The play head stood outside of the recording.
+
+    /// Of the late ones: those at which the play head stood for this track. Its other late ones are those at
+    /// which it stood for another track, or went on without this one.
+    std::uint64_t nbHeld = 0;
+    std::uint64_t nbLeftBehind =
+        0;  ///< Of the late ones: those at which the others went on without this one.
 };
 
 /// Why playing ended.
@@ -29,7 +35,7 @@ enum class PlayEnd {
 struct PlayReport {
     PlayEnd end = PlayEnd::Reached;
     std::uint64_t nbTicks = 0;      ///< Handed out.
-    std::uint64_t nbLateTicks = 0;  ///< Of these, those at which a track was not ready.
+    std::uint64_t nbLateTicks = 0;  ///< Of these, those at which the play head stood for a track.
     std::uint64_t nbSleptThrough =
         0;                         ///< Ticks due in real time that the caller or the machine slept through.
     std::uint64_t nbCommands = 0;  ///< Obeyed.
@@ -37,6 +43,11 @@ struct PlayReport {
     Time::TimePoint last;          ///< The play head at the last one.
     std::chrono::nanoseconds untilFirst{0};  ///< Wall time from the start of playing to the first tick.
     std::chrono::nanoseconds elapsed{0};     ///< Wall time from the first tick to the last one.
+
+    /// The speed that was held: the way of the play head from tick to tick, jumps apart, divided by `elapsed`.
+    /// Zero with a single tick. Below the speed that was asked for when the machine cannot hold that.
+    double heldSpeed = 0;
+
     std::vector<TrackReport> tracks;
 };
 

@@ -94,6 +94,7 @@ private:
             if (!AwaitReady()) {
                 return false;
             }
+            jumps_ = course_.JumpsNext();
             tick_ = course_.Tick();
         } while (!tick_.moved);
         return AwaitReady();
@@ -101,8 +102,7 @@ private:
 
     void PlayInRealTime() {
         Pacer pacer(session_.DisplayRate(), firstShown_);
-        while (!IsOver() && WaitFor(pacer.Due())) {
-            report_.nbSleptThrough += pacer.Begin(Clock::now());
+        while (!IsOver() && AwaitTick(pacer)) {
             Obey(pacer.Elapsed());
             if (IsOver()) {
                 return;
@@ -111,10 +111,36 @@ private:
             if (owes_ && !course_.JumpsNext()) {
                 tick_ = session_.Tick(TimePoint());
             } else {
+                jumps_ = course_.JumpsNext();
                 tick_ = course_.Tick();
                 owes_ = tick_.moved;
+                AwaitBriefly(pacer);
             }
             tick_.IsReady() || course_.IsDragged() ? Show() : ShowLate();
+        }
+    }
+
+    /// Waits until the next tick begins: when it is due, or when what is owed is there, so that it stands no
+    /// longer than it has to, and the next one as long as it should. False when stopped.
+    bool AwaitTick(Pacer& pacer) {
+        if (owes_ ? !WaitUntilReady(pacer.Due()) : !WaitFor(pacer.Due())) {
+            return false;
+        }
+        const auto now = Clock::now();
+        if (now < pacer.Due()) {
+            pacer.Resume(now);
+        } else {
+            report_.nbSleptThrough += pacer.Begin(now);
+        }
+        return true;
+    }
+
+    /// A picture that comes within a quarter of its tick is shown then, and the next tick is in time.
+    void AwaitBriefly(const Pacer& pacer) {
+        const std::chrono::nanoseconds tick(
+            TimePoint::StartOfSample(1, session_.DisplayRate()).Nanoseconds());
+        if (!course_.IsDragged()) {
+            WaitUntilReady(pacer.Due() - tick + tick / 4);
         }
     }
 
@@ -180,6 +206,17 @@ private:
         return true;
     }
 
+    /// Waits until nothing holds the play head, at most until then; false when stopped.
+    bool WaitUntilReady(Clock::time_point latest) {
+        for (auto now = Clock::now(); !tick_.IsReady() && now < latest; now = Clock::now()) {
+            if (IsStopped()) {
+                return false;
+            }
+            WaitForProgress(std::min<Clock::duration>(latest - now, kLongestWait));
+        }
+        return true;
+    }
+
     /// Waits until the time is there, and meanwhile moves on the pictures that are late; false when stopped.
     bool WaitFor(Clock::time_point due) {
         for (auto now = Clock::now(); now < due; now = Clock::now()) {
@@ -190,15 +227,19 @@ private:
             if (tick_.IsReady()) {
                 std::this_thread::sleep_for(slice);
             } else {
-                WaitForProgress(std::chrono::duration_cast<std::chrono::milliseconds>(slice));
+                WaitForProgress(slice);
             }
         }
         return true;
     }
 
-    /// Waits for an answer of storage or decoder and files it.
-    void WaitForProgress(std::chrono::milliseconds longest) {
-        const bool progressed = session_.WaitForProgress(longest);
+    /// Waits for an answer of storage or decoder and files it; no longer than the play head is held.
+    void WaitForProgress(Clock::duration longest) {
+        for (const TrackWait& wait : tick_.waits) {
+            longest = wait.left ? std::min<Clock::duration>(longest, *wait.left) : longest;
+        }
+        const bool progressed =
+            session_.WaitForProgress(std::chrono::ceil<std::chrono::milliseconds>(longest));
         const auto now = Clock::now();
         lastProgress_ = progressed ? now : lastProgress_;
         tick_ = session_.Tick(TimePoint());
@@ -206,19 +247,18 @@ private:
             lastReady_ = now;
         } else if (now - std::max(lastProgress_, lastReady_) >= options_.stallTimeout ||
                    now - lastReady_ >= options_.stallTimeout * kMostStallTimes) {
-            Fail(now - lastReady_);
+            Fail();
         }
     }
 
-    [[noreturn]] void Fail(Clock::duration waited) const {
-        const auto unready =
-            std::find_if(tick_.tracks.begin(), tick_.tracks.end(),
-                         [](const TrackView& view) { return view.status == SampleStatus::NotReady; });
-        const auto track = static_cast<std::size_t>(unready - tick_.tracks.begin());
-        throw std::runtime_error(
-            session_.Recording(track).File() + ": playing stalled at " + tick_.time.ToDurationString() +
-            ": neither storage nor decoder delivered the picture within " +
-            std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(waited).count()) + " ms");
+    [[noreturn]] void Fail() const {
+        const auto wait = std::find_if(tick_.waits.begin(), tick_.waits.end(),
+                                       [](const TrackWait& each) { return each.holds; });
+        const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(wait->waited);
+        throw std::runtime_error(session_.Recording(wait->track).File() + ": playing stalled at " +
+                                 tick_.time.ToDurationString() + ": track " + std::to_string(wait->track) +
+                                 " has waited " + std::to_string(waited.count()) + " ms for " +
+                                 (wait->cause == WaitCause::Storage ? "storage" : "its decoder"));
     }
 
     void Show() {
@@ -231,6 +271,7 @@ private:
         shown_ = std::move(shown);
         report_.nbLateTicks += tick_.IsReady() ? 0 : 1;
         owes_ = false;
+        CountWaits();
         HandOut();
     }
 
@@ -255,17 +296,38 @@ private:
             ++track.nbLate;
         }
         ++report_.nbLateTicks;
+        CountWaits();
         HandOut();
     }
 
+    void CountWaits() {
+        for (const TrackWait& wait : tick_.waits) {
+            ++(wait.holds ? report_.tracks[wait.track].nbHeld : report_.tracks[wait.track].nbLeftBehind);
+        }
+    }
+
     void HandOut() {
+        NoteWay();
         shown_.tick = report_.nbTicks++;
         shown_.time = tick_.time;
+        shown_.heldSpeed = tick_.heldSpeed;
         report_.last = tick_.time;
-        report_.elapsed = Clock::now() - firstShown_;
         if (!show_(shown_, tick_)) {
             report_.end = PlayEnd::Stopped;
         }
+    }
+
+    /// Jumps lead elsewhere at no speed.
+    void NoteWay() {
+        if (report_.nbTicks > 0 && !jumps_) {
+            way_ += tick_.time - report_.last;
+        }
+        jumps_ = false;
+        report_.elapsed = Clock::now() - firstShown_;
+        const double wall = std::chrono::duration<double>(report_.elapsed).count();
+        const double way =
+            std::chrono::duration<double>(std::chrono::nanoseconds(way_.Nanoseconds())).count();
+        report_.heldSpeed = report_.nbTicks > 0 && wall > 0 ? way / wall : 0;
     }
 
     const PlaybackOptions& options_;
@@ -281,7 +343,9 @@ private:
     Clock::time_point lastProgress_;
     TickReport tick_;
     ShownTick shown_;
-    bool owes_ = false;  ///< The play head has moved to where nothing has been shown yet.
+    bool jumps_ = false;  ///< The play head has come to where it is by a command.
+    TimePoint way_;       ///< Of the play head, but for jumps.
+    bool owes_ = false;   ///< The play head has moved to where nothing has been shown yet.
     PlayReport report_;
 };
 

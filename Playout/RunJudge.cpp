@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 namespace Tavrin::Playout {
@@ -26,10 +27,16 @@ TimePoint WithoutSign(const TimePoint& time) {
 
 }  // namespace
 
-RunJudge::RunJudge(std::vector<NumberedRecording> recordings, const SampleRate& display, const Ratio& speed)
+RunJudge::RunJudge(std::vector<NumberedRecording> recordings, const SampleRate& display, const Ratio& speed,
+                   const std::vector<TimePoint>& offsets)
     : display_(display), period_(PeriodOf(display)) {
-    for (NumberedRecording& recording : recordings) {
-        tracks_.push_back({std::move(recording), {}, nullptr, {}, {}, 0});
+    if (!offsets.empty() && offsets.size() != recordings.size()) {
+        throw std::invalid_argument("RunJudge: " + std::to_string(offsets.size()) + " offsets for " +
+                                    std::to_string(recordings.size()) + " recordings");
+    }
+    for (std::size_t i = 0; i < recordings.size(); ++i) {
+        const TimePoint offset = offsets.empty() ? TimePoint() : offsets[i];
+        tracks_.push_back({std::move(recordings[i]), offset, {}, nullptr, {}, {}, 0});
     }
     Begin(speed);
 }
@@ -54,7 +61,8 @@ TimePoint RunJudge::DueHead(Clock::time_point now) const {
     return first_->head + TimePoint::StartOfSample(tick, display_) * speed_;
 }
 
-bool RunJudge::Belongs(const Track& track, const TimePoint& at) {
+bool RunJudge::Belongs(const Track& track, const TimePoint& head) {
+    const TimePoint at = head - track.offset;
     const NumberedRecording& recording = track.recording;
     const auto exact = recording.Index()->PictureAtTime(at);
     if (!exact || track.shown == nullptr) {
@@ -67,7 +75,8 @@ bool RunJudge::Belongs(const Track& track, const TimePoint& at) {
     return fetched && recording.Distance(*track.number, *fetched) == 0;
 }
 
-bool RunJudge::IsNear(const Track& track, const TimePoint& at) {
+bool RunJudge::IsNear(const Track& track, const TimePoint& head) {
+    const TimePoint at = head - track.offset;
     const auto exact = track.recording.Index()->PictureAtTime(at);
     if (!exact || track.shown == nullptr) {
         return !exact && track.shown == nullptr;

@@ -44,15 +44,17 @@ struct RunFigures {
 /// second what somebody with a watch sees.
 ///
 /// *Threads:* externally synchronised. *Blocking:* never. *Ownership:* keeps the recordings' indexes alive.
-/// *Errors:* the constructor throws std::invalid_argument when the display's rate is zero.
+/// *Errors:* the constructor throws std::invalid_argument when the display's rate is zero, or when there are
+/// offsets for more or fewer recordings than there are.
 class TAVRIN_PLAYOUT_EXPORT RunJudge final {
 public:
     using Clock = std::chrono::steady_clock;
 
     static constexpr std::int64_t kNearPictures = 16;
 
+    /// Where the recordings begin on the play head's timeline; none given: all at the origin.
     RunJudge(std::vector<NumberedRecording> recordings, const Player::SampleRate& display,
-             const Time::Ratio& speed);
+             const Time::Ratio& speed, const std::vector<Time::TimePoint>& offsets = {});
 
     /// The next tick is the first one of another run, with a speed of its own.
     void Begin(const Time::Ratio& speed);
@@ -67,6 +69,7 @@ public:
 private:
     struct Track {
         NumberedRecording recording;
+        Time::TimePoint offset;
         Player::SampleRate fetched;
         std::shared_ptr<const Picture> shown;
         std::optional<std::uint64_t> number;  ///< That it was read to have.
@@ -76,8 +79,8 @@ private:
 
     [[nodiscard]] bool IsFirst() const { return !first_.has_value(); }
     [[nodiscard]] Time::TimePoint DueHead(Clock::time_point now) const;
-    [[nodiscard]] static bool Belongs(const Track& track, const Time::TimePoint& at);
-    [[nodiscard]] static bool IsNear(const Track& track, const Time::TimePoint& at);
+    [[nodiscard]] static bool Belongs(const Track& track, const Time::TimePoint& head);
+    [[nodiscard]] static bool IsNear(const Track& track, const Time::TimePoint& head);
     void NoteStand(const Track& track, Clock::time_point until);
     void NoteProgress(const Time::TimePoint& head, const Time::TimePoint& due, Clock::time_point now);
     bool NoteTrack(Track& track, const std::shared_ptr<const Picture>& picture, const Time::TimePoint& head,

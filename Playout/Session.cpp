@@ -6,6 +6,7 @@
 #include <mutex>
 #include <optional>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <utility>
 
@@ -17,6 +18,9 @@
 #include "Playout/MediaDecoder.h"
 #include "Playout/MediaStream.h"
 #include "Playout/MemoryPlan.h"
+#include "Playout/SpeedMeter.h"
+#include "Playout/TickGate.h"
+#include "Playout/TrackPlayer.h"
 #include "Playout/WindowPlan.h"
 
 namespace Tavrin::Playout {
@@ -27,16 +31,60 @@ using Time::TimePoint;
 
 namespace {
 
-SampleRate HighestRate(const std::vector<std::shared_ptr<const RecordingIndex>>& recordings) {
+SampleRate HighestRate(const std::vector<SessionTrack>& tracks) {
     SampleRate highest;
-    for (const auto& recording : recordings) {
-        highest = recording->Rate() > highest ? recording->Rate() : highest;
+    for (const SessionTrack& track : tracks) {
+        highest = track.recording->Rate() > highest ? track.recording->Rate() : highest;
     }
     return highest;
 }
 
 /// Decoded pictures that a machine can be taken to manage before it has shown what it can.
 constexpr double kAssumedBytesPerSecond = 300e6;
+
+std::vector<SessionTrack> AllFromTheOrigin(std::vector<std::shared_ptr<const RecordingIndex>> recordings) {
+    std::vector<SessionTrack> tracks;
+    for (auto& recording : recordings) {
+        tracks.push_back({std::move(recording), {}, {}, 1});
+    }
+    return tracks;
+}
+
+std::vector<ReadinessRule> RulesOf(const std::vector<SessionTrack>& tracks) {
+    std::vector<ReadinessRule> rules;
+    rules.reserve(tracks.size());
+    for (const SessionTrack& track : tracks) {
+        rules.push_back(track.rule);
+    }
+    return rules;
+}
+
+/// What could never be shown as asked is refused here, and not found out at three in the morning.
+void Check(const SessionTrack& track, std::size_t number) {
+    const std::string name = "Session: track " + std::to_string(number);
+    if (track.recording == nullptr) {
+        throw std::invalid_argument(name + " has no recording");
+    }
+    if (track.weight == 0) {
+        throw std::invalid_argument(name + ", " + track.recording->File() +
+                                    ": its weight is 0; the memory is shared by weights of at least 1");
+    }
+    if (track.offset + track.recording->End() <= TimePoint()) {
+        throw std::invalid_argument(
+            name + ", " + track.recording->File() + ": with an offset of " + track.offset.ToDurationString() +
+            " it is over before playing begins: it lasts " + track.recording->Duration().ToDurationString());
+    }
+}
+
+std::vector<SessionTrack> Checked(std::vector<SessionTrack> tracks) {
+    if (tracks.empty()) {
+        throw std::invalid_argument("Session: no recordings, at least one is needed");
+    }
+    for (std::size_t number = 0; number < tracks.size(); ++number) {
+        Check(tracks[number], number);
+    }
+    return tracks;
+}
 
 /// Counts what the workers announce, so that the session's thread can wait for it.
 class Announcements {
@@ -64,18 +112,18 @@ private:
 }  // namespace
 
 bool TickReport::IsReady() const {
-    return std::none_of(tracks.begin(), tracks.end(),
-                        [](const TrackView& view) { return view.status == SampleStatus::NotReady; });
+    return std::none_of(waits.begin(), waits.end(), [](const TrackWait& wait) { return wait.holds; });
 }
 
 class Session::Impl {
 public:
-    Impl(std::vector<std::shared_ptr<const RecordingIndex>> recordings, const SessionOptions& options);
+    Impl(std::vector<SessionTrack> tracks, const SessionOptions& options);
     ~Impl();
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
 
     TickReport Tick(const TimePoint& delta);
+    TickReport TickTo(const TimePoint& head);
     bool WaitForProgress(std::chrono::milliseconds timeout);
     void SetSpeed(const Time::Ratio& speed);
     void GoTo(const TimePoint& tp, bool dragged);
@@ -84,12 +132,14 @@ public:
     std::size_t Memory() const { return memory_; }
     TrackInformation GetInformation(std::size_t track) const;
 
-    const RecordingIndex& Recording(std::size_t track) const { return *recordings_.at(track); }
-    std::size_t NbTracks() const { return recordings_.size(); }
+    const SessionTrack& TrackAt(std::size_t track) const { return settings_.at(track); }
+    const RecordingIndex& Recording(std::size_t track) const { return *TrackAt(track).recording; }
+    std::size_t NbTracks() const { return settings_.size(); }
     const SampleRate& DisplayRate() const { return displayRate_; }
     const Player::Player& PlayHead() const { return player_; }
     std::vector<CellState> CellStates(std::size_t track, const CellRange& range) const {
-        return tracks_.at(track).stream->CellStates(range);
+        const TimePoint offset = TrackAt(track).offset;
+        return tracks_.at(track).stream->CellStates({range.from - offset, range.to - offset, range.nbCells});
     }
     MediaPreloader& Preloader() { return preloader_; }
 
@@ -100,6 +150,7 @@ private:
         std::size_t bytes = 0;  ///< Its share of the memory.
         StreamWindow window;
         GroupReach reach;
+        std::unique_ptr<TrackPlayer> player;
         std::unique_ptr<MediaStream> stream;
         TrackView view;
         TrackInformation counts;
@@ -109,7 +160,9 @@ private:
     void StartWorkers();
     void StopWorkers();
     void Intake();
-    bool AllReady();
+    bool NoteReadiness();
+    TickReport LookAround(bool moved, bool isStep);
+    void NoteWaits(TickReport& report);
     void Look(Track& track, std::size_t number, bool isStep);
     static void Count(Track& track, const TrackView& before, bool isStep);
     void WithdrawAll();
@@ -127,8 +180,10 @@ private:
     std::uint64_t NbAnswers() const;
 
     SessionOptions options_;
-    std::vector<std::shared_ptr<const RecordingIndex>> recordings_;
+    std::vector<SessionTrack> settings_;
     SampleRate displayRate_;
+    TickGate gate_;
+    SpeedMeter meter_;
     Announcements announcements_;
     Player::ExistingCacheUpdateQueues registry_;
     MediaPreloader preloader_;
@@ -144,22 +199,20 @@ private:
     bool standsIn_ = false;  ///< Not all that is shown can be decoded at this speed.
 };
 
-Session::Impl::Impl(std::vector<std::shared_ptr<const RecordingIndex>> recordings,
-                    const SessionOptions& options)
-    : options_(options), recordings_(std::move(recordings)) {
-    if (recordings_.empty()) {
-        throw std::invalid_argument("Session: no recordings, at least one is needed");
-    }
-    displayRate_ = options.displayRate.Positive() ? options.displayRate : HighestRate(recordings_);
+Session::Impl::Impl(std::vector<SessionTrack> tracks, const SessionOptions& options)
+    : options_(options),
+      settings_(Checked(std::move(tracks))),
+      displayRate_(options.displayRate.Positive() ? options.displayRate : HighestRate(settings_)),
+      gate_(RulesOf(settings_)),
+      meter_(displayRate_) {
     preloader_.SetExistingCacheUpdateQueues(&registry_);
     preloader_.SetDeliveryHook([this](const auto&, auto) { announcements_.Add(); });
     decoder_.SetDecodedHook([this](const auto&, auto) { announcements_.Add(); });
-    for (const auto& recording : recordings_) {
-        Track& track = tracks_.emplace_back();
-        track.needs = NeedsOf(*recording, LanesFor(*recording));
+    for (const SessionTrack& track : settings_) {
+        tracks_.emplace_back().needs = NeedsOf(*track.recording, LanesFor(*track.recording));
     }
     ShareOut(options.memoryBytes);
-    for (std::size_t number = 0; number < recordings_.size(); ++number) {
+    for (std::size_t number = 0; number < settings_.size(); ++number) {
         AddTrack(number);
     }
     PlanWindows();
@@ -167,16 +220,18 @@ Session::Impl::Impl(std::vector<std::shared_ptr<const RecordingIndex>> recording
 }
 
 LanePlan Session::Impl::LanesFor(const RecordingIndex& recording) const {
-    return PlanLanes(recording, recordings_.size(), options_.nbDecodeWorkers);
+    return PlanLanes(recording, settings_.size(), options_.nbDecodeWorkers);
 }
 
 void Session::Impl::ShareOut(std::size_t nbBytes) {
     std::vector<TrackNeeds> needs;
-    for (const Track& track : tracks_) {
-        needs.push_back(track.needs);
+    std::vector<std::size_t> weights;
+    for (std::size_t number = 0; number < tracks_.size(); ++number) {
+        needs.push_back(tracks_[number].needs);
+        weights.push_back(settings_[number].weight);
     }
     const std::size_t total = nbBytes == 0 ? DefaultMemory(needs) : nbBytes;
-    const auto shares = ShareMemory(total, needs, std::vector<std::size_t>(tracks_.size(), 1));
+    const auto shares = ShareMemory(total, needs, weights);
     for (std::size_t number = 0; number < tracks_.size(); ++number) {
         tracks_[number].bytes = shares[number];
     }
@@ -192,7 +247,7 @@ void Session::Impl::SetMemory(std::size_t nbBytes) {
 }
 
 void Session::Impl::AddTrack(std::size_t number) {
-    const std::shared_ptr<const RecordingIndex>& recording = recordings_[number];
+    const std::shared_ptr<const RecordingIndex>& recording = settings_[number].recording;
     Track& track = tracks_[number];
     track.id = Player::TrackId(Player::StorageId(recording->File(), recording->Stream()),
                                static_cast<std::int64_t>(number));
@@ -205,7 +260,8 @@ void Session::Impl::AddTrack(std::size_t number) {
     decoder_.AddTrack(track.id, recording, decoding);
     track.stream =
         std::make_unique<MediaStream>(recording, track.id, displayRate_, StreamWindow(), registry_);
-    track.stream->LinkPlayer(&player_);
+    track.player = std::make_unique<TrackPlayer>(player_, settings_[number].offset);
+    track.stream->LinkPlayer(track.player.get());
     player_.AttachStream(track.stream.get());
 }
 
@@ -214,7 +270,7 @@ void Session::Impl::PlanWindows() {
     for (std::size_t number = 0; number < tracks_.size(); ++number) {
         Track& track = tracks_[number];
         const WindowRoom room{PictureRoom(track) - track.needs.working, track.needs.packets};
-        track.window = PlanWindow(*recordings_[number], displayRate_, player_.GetSpeed(), room, options_);
+        track.window = PlanWindow(Recording(number), displayRate_, player_.GetSpeed(), room, options_);
         track.stream->SetWindow(track.window);
     }
 }
@@ -274,28 +330,84 @@ void Session::Impl::StopWorkers() {
 
 TickReport Session::Impl::Tick(const TimePoint& delta) {
     Intake();
+    const bool moves = NoteReadiness();
+    player_.Update(delta);
+    return LookAround(moves, delta != TimePoint());
+}
+
+TickReport Session::Impl::TickTo(const TimePoint& head) {
+    Intake();
+    const bool moves = NoteReadiness();
+    // Lets the player note who makes it wait; it then is put where its own steps would lead but for rounding.
+    player_.Update(TimePoint());
+    if (moves) {
+        player_.GoTo(head);
+    }
+    return LookAround(moves, true);
+}
+
+/// Only the tracks that are waited for are attached to the player. Whether none of them holds it.
+bool Session::Impl::NoteReadiness() {
+    const auto now = TickGate::Clock::now();
+    for (std::size_t number = 0; number < tracks_.size(); ++number) {
+        MediaStream& stream = *tracks_[number].stream;
+        gate_.Note(number, stream.IsReady(), now);
+        gate_.IsLeftBehind(number) ? player_.DetachStream(&stream) : player_.AttachStream(&stream);
+    }
+    return gate_.IsOpen();
+}
+
+TickReport Session::Impl::LookAround(bool moved, bool isStep) {
+    PlanReach();
     TickReport report;
     report.tick = nbTicks_++;
-    PlanReach();
-    report.moved = AllReady();
-    player_.Update(delta);
+    report.moved = moved;
     report.time = player_.GetCurrentTimePoint();
     for (std::size_t number = 0; number < tracks_.size(); ++number) {
         Track& track = tracks_[number];
-        Look(track, number, delta != TimePoint());
+        Look(track, number, isStep);
         NotePlace(track, number);
+        if (moved && gate_.IsLeftBehind(number)) {
+            track.stream->WithdrawPassed();
+        }
         track.stream->Plan();
         report.tracks.push_back(track.view);
     }
+    NoteWaits(report);
+    const auto now = SpeedMeter::Clock::now();
+    if (meter_.HasBegun() ? moved && isStep : report.IsReady()) {
+        meter_.Note(now, report.time);
+    }
+    const Time::Ratio speed = player_.GetSpeed();
+    report.heldSpeed =
+        meter_.Held(now, static_cast<double>(speed.Numerator()) / static_cast<double>(speed.Denominator()));
     return report;
+}
+
+void Session::Impl::NoteWaits(TickReport& report) {
+    const auto now = TickGate::Clock::now();
+    for (std::size_t number = 0; number < tracks_.size(); ++number) {
+        const bool isReady = report.tracks[number].status != SampleStatus::NotReady;
+        gate_.Note(number, isReady, now);
+        if (isReady) {
+            continue;
+        }
+        TrackWait wait;
+        wait.track = number;
+        wait.cause = tracks_[number].stream->WaitCause();
+        wait.waited = gate_.Waited(number);
+        wait.holds = gate_.Holds(number);
+        wait.left = wait.holds ? gate_.Left(number) : std::nullopt;
+        report.waits.push_back(wait);
+    }
 }
 
 /// Tells the decoders' store what is near.
 void Session::Impl::NotePlace(const Track& track, std::size_t number) {
-    const RecordingIndex& recording = *recordings_[number];
-    const auto picture = recording.PictureAtTime(player_.GetCurrentTimePoint());
+    const RecordingIndex& recording = Recording(number);
+    const TimePoint& head = track.player->GetCurrentTimePoint();
     PlayPlace place;
-    place.picture = picture.value_or(recording.NbPictures());
+    place.picture = recording.PictureAtTime(std::max(head, TimePoint())).value_or(recording.NbPictures());
     place.backward = player_.GetSpeed().Numerator() < 0;
     place.stride = StrideOf(track, number);
     place.dragged = dragged_;
@@ -311,7 +423,7 @@ void Session::Impl::NotePlace(const Track& track, std::size_t number) {
 
 /// Of so many pictures, one is fetched.
 std::size_t Session::Impl::StrideOf(const Track& track, std::size_t number) const {
-    const Time::Ratio stride = recordings_[number]->Rate() / track.stream->FetchRate();
+    const Time::Ratio stride = Recording(number).Rate() / track.stream->FetchRate();
     return static_cast<std::size_t>(stride.Numerator());
 }
 
@@ -322,7 +434,7 @@ double Session::Impl::WantedBytesPerSecond() const {
     bool leavesOut = false;
     const Time::Ratio speed = player_.GetSpeed();
     for (std::size_t number = 0; number < tracks_.size(); ++number) {
-        const Time::Ratio rate = recordings_[number]->Rate() * speed;
+        const Time::Ratio rate = Recording(number).Rate() * speed;
         const double perSecond =
             std::abs(static_cast<double>(rate.Numerator()) / static_cast<double>(rate.Denominator()));
         bytes += perSecond * static_cast<double>(tracks_[number].needs.picture);
@@ -345,7 +457,7 @@ void Session::Impl::PlanReach() {
     const double share = standsIn_ ? std::min(kUsable * possible / wanted, 0.99) : 1;
     for (std::size_t number = 0; number < tracks_.size(); ++number) {
         Track& track = tracks_[number];
-        const GroupReach reach = ReachFor(*recordings_[number], share);
+        const GroupReach reach = ReachFor(Recording(number), share);
         track.stream->AllowStandIns(standsIn_);
         if (reach != track.reach) {
             track.reach = reach;
@@ -363,11 +475,6 @@ void Session::Impl::Intake() {
     for (Track& track : tracks_) {
         track.stream->Intake();
     }
-}
-
-bool Session::Impl::AllReady() {
-    return std::all_of(tracks_.begin(), tracks_.end(),
-                       [](const Track& track) { return track.stream->IsReady(); });
 }
 
 void Session::Impl::Look(Track& track, std::size_t number, bool isStep) {
@@ -392,7 +499,7 @@ void Session::Impl::Look(Track& track, std::size_t number, bool isStep) {
 
 /// Shows the nearest picture there is.
 void Session::Impl::StandIn(Track& track, std::size_t number) const {
-    const auto picture = recordings_[number]->PictureAtTime(player_.GetCurrentTimePoint());
+    const auto picture = Recording(number).PictureAtTime(track.player->GetCurrentTimePoint());
     const auto nearest = picture ? decoder_.Nearest(track.id, *picture) : nullptr;
     if (nearest == nullptr) {
         return;
@@ -437,6 +544,9 @@ void Session::Impl::SetSpeed(const Time::Ratio& speed) {
     const std::vector<SampleRate> oldRates = FetchRates();
     player_.SetSpeed(speed);
     dragged_ = false;
+    if (speed != oldSpeed) {
+        meter_.Restart();
+    }
     PlanWindows();
     const bool turns = oldSpeed.Positive() != speed.Positive();
     if (turns || oldRates != FetchRates()) {
@@ -457,14 +567,16 @@ void Session::Impl::GoTo(const TimePoint& tp, bool dragged) {
     player_.GoTo(tp);
     dragged_ = dragged;
     AbandonAll();
+    gate_.Restart();
+    meter_.Restart();
     WithdrawAll();
 }
 
 /// Ends what is in progress for other places than the play head's.
 void Session::Impl::AbandonAll() {
     for (std::size_t number = 0; number < tracks_.size(); ++number) {
-        const RecordingIndex& recording = *recordings_[number];
-        const auto picture = recording.PictureAtTime(player_.GetCurrentTimePoint());
+        const RecordingIndex& recording = Recording(number);
+        const auto picture = recording.PictureAtTime(tracks_[number].player->GetCurrentTimePoint());
         const auto kept = picture ? std::optional(recording.Picture(*picture).group) : std::nullopt;
         preloader_.Abandon(tracks_[number].id, kept);
         decoder_.Abandon(tracks_[number].id, kept);
@@ -494,13 +606,21 @@ TrackInformation Session::Impl::GetInformation(std::size_t number) const {
 }
 
 Session::Session(std::vector<std::shared_ptr<const RecordingIndex>> recordings, const SessionOptions& options)
-    : impl_(std::make_unique<Impl>(std::move(recordings), options)) {
+    : Session(AllFromTheOrigin(std::move(recordings)), options) {
+}
+
+Session::Session(std::vector<SessionTrack> tracks, const SessionOptions& options)
+    : impl_(std::make_unique<Impl>(std::move(tracks), options)) {
 }
 
 Session::~Session() = default;
 
 std::size_t Session::NbTracks() const {
     return impl_->NbTracks();
+}
+
+const SessionTrack& Session::Track(std::size_t track) const {
+    return impl_->TrackAt(track);
 }
 
 const RecordingIndex& Session::Recording(std::size_t track) const {
@@ -511,12 +631,24 @@ const SampleRate& Session::DisplayRate() const {
     return impl_->DisplayRate();
 }
 
+TimePoint Session::Begin(std::size_t track) const {
+    return Track(track).offset;
+}
+
+TimePoint Session::End(std::size_t track) const {
+    return Track(track).offset + Recording(track).End();
+}
+
 TimePoint Session::End() const {
     TimePoint end;
     for (std::size_t track = 0; track < NbTracks(); ++track) {
-        end = std::max(end, Recording(track).End());
+        end = std::max(end, End(track));
     }
     return end;
+}
+
+std::optional<std::size_t> Session::PictureAtTime(std::size_t track, const TimePoint& tp) const {
+    return Recording(track).PictureAtTime(tp - Track(track).offset);
 }
 
 const TimePoint& Session::CurrentTime() const {
@@ -553,6 +685,10 @@ std::size_t Session::Memory() const {
 
 TickReport Session::Tick(const TimePoint& delta) {
     return impl_->Tick(delta);
+}
+
+TickReport Session::TickTo(const TimePoint& head) {
+    return impl_->TickTo(head);
 }
 
 bool Session::WaitForProgress(std::chrono::milliseconds timeout) {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "Player/IStream.h"
@@ -15,6 +16,8 @@
 #include "Playout/PlayoutExport.h"
 #include "Playout/RecordingIndex.h"
 #include "Playout/SessionOptions.h"
+#include "Playout/SessionTrack.h"
+#include "Playout/WaitCause.h"
 #include "Time/Ratio.h"
 #include "Time/TimePoint.h"
 
@@ -38,14 +41,32 @@ struct TrackView {
     bool standIn = false;
 };
 
+/// A track whose picture is still on its way, and what that means for the others.
+struct TrackWait {
+    std::size_t track = 0;
+    Playout::WaitCause cause = WaitCause::None;  ///< What it waits for.
+    std::chrono::nanoseconds waited{0};          ///< Wall time since it had its picture, or since the jump.
+    bool holds = false;                          ///< The play head stands for it; else the others go on.
+
+    /// With `holds`: the wall time after which the others go on without it; nothing where they never do.
+    std::optional<std::chrono::nanoseconds> left;
+};
+
 /// What a tick came to.
 struct TAVRIN_PLAYOUT_EXPORT TickReport {
     std::uint64_t tick = 0;  ///< Counted from 0 over the life of the session.
     Time::TimePoint time;    ///< The play head after the tick.
-    bool moved = false;      ///< The play head was let go; false while a track is not ready.
+    bool moved = false;      ///< The play head was let go; false while it stands for a track.
     std::vector<TrackView> tracks;
+    std::vector<TrackWait> waits;  ///< One for each track that is `NotReady`, in the order of the tracks.
 
-    /// No track is still waiting for its picture.
+    /// The speed that the play head has really made over the last second of wall time, or since the latest
+    /// jump or change of speed: its way from the first of its moves in that time to the latest, divided by the
+    /// wall time between them (while the next move is overdue: the wall time up to now, less a tick). The
+    /// speed asked for as long as there is no such move. For people and counters, never to count with.
+    double heldSpeed = 0;
+
+    /// The play head stands for no track: those whose pictures are still on their way are not waited for.
     [[nodiscard]] bool IsReady() const;
 };
 
@@ -70,29 +91,45 @@ struct TrackInformation {
 /// says when; as fast as possible, `WaitForProgress` and `Tick` with a zero delta until the report is ready,
 /// then the next step.
 ///
+/// All tracks show the same moment of the session's timeline, each at its own place of its own recording. A
+/// track whose recording has not begun yet or is over is empty, and holds nobody up.
+///
 /// *Threads:* bound to one thread. It runs its own workers.
-/// *Blocking:* `Tick`, `GoTo` and `SetSpeed` never wait for storage or a decoder. `WaitForProgress` waits as
-/// long as it is told to. The destructor gives up the read and the decodes in progress
-/// and waits until they have noticed.
+/// *Blocking:* `Tick`, `TickTo`, `GoTo` and `SetSpeed` never wait for storage or a decoder. `WaitForProgress`
+/// waits as long as it is told to. The destructor gives up the read and the decodes in progress and waits until
+/// they have noticed.
 /// *Ownership:* owns everything it needs and shares the indexes; the pictures in a report are shared and may
 /// be kept as long as wanted (they then count against nobody's budget but the caller's). *Errors:* the
-/// constructor throws `std::invalid_argument` without recordings and when the memory is too little to play them, and
-/// `std::runtime_error` when a recording cannot be opened. A picture that cannot be read or decoded is reported as missing, and asked for again
+/// constructor throws `std::invalid_argument` without recordings, for a track that can never be shown and when
+/// the memory is too little to play them, and `std::runtime_error` when a recording cannot be opened. A picture
+/// that cannot be read or decoded is reported as missing, and asked for again
 /// later.
 class TAVRIN_PLAYOUT_EXPORT Session final {
 public:
+    /// All recordings begin at the origin and are required.
     explicit Session(std::vector<std::shared_ptr<const RecordingIndex>> recordings,
                      const SessionOptions& options = {});
+    explicit Session(std::vector<SessionTrack> tracks, const SessionOptions& options = {});
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
     [[nodiscard]] std::size_t NbTracks() const;
+    [[nodiscard]] const SessionTrack& Track(std::size_t track) const;
     [[nodiscard]] const RecordingIndex& Recording(std::size_t track) const;
     [[nodiscard]] const Player::SampleRate& DisplayRate() const;
 
-    /// The end of the longest recording: the first time point at which none has a picture.
+    /// Where a track's recording begins and ends on the session's timeline.
+    [[nodiscard]] Time::TimePoint Begin(std::size_t track) const;
+    [[nodiscard]] Time::TimePoint End(std::size_t track) const;
+
+    /// The end of the recording that ends last: the first time point from which on there is no picture. The
+    /// beginning is the origin, whether a recording begins there or not.
     [[nodiscard]] Time::TimePoint End() const;
+
+    /// The picture of a track that belongs to a time of the session; nothing outside of its recording.
+    [[nodiscard]] std::optional<std::size_t> PictureAtTime(std::size_t track,
+                                                           const Time::TimePoint& tp) const;
 
     [[nodiscard]] const Time::TimePoint& CurrentTime() const;
     [[nodiscard]] Time::Ratio Speed() const;
@@ -123,9 +160,13 @@ public:
     [[nodiscard]] std::size_t Memory() const;
 
     /// Files what the workers have delivered, advances the play head by `delta` (wall time since the tick
-    /// before) times the speed unless a track is not ready, looks up what each track shows, orders what will
+    /// before) times the speed unless it stands for a track, looks up what each track shows, orders what will
     /// be needed and drops what will not.
     TickReport Tick(const Time::TimePoint& delta);
+
+    /// The same, to exactly `head` (the origin at the earliest), which the caller has reckoned: where each
+    /// step is rounded by itself, hours of them drift.
+    TickReport TickTo(const Time::TimePoint& head);
 
     /// Waits until the workers have delivered something since the last tick, at most `timeout`; whether they
     /// have.
@@ -133,7 +174,8 @@ public:
 
     [[nodiscard]] TrackInformation GetInformation(std::size_t track) const;
 
-    /// What is known of a track's pictures, for a timeline; cheap enough to be asked at every tick.
+    /// What is known of a track's pictures, for a timeline; cheap enough to be asked at every tick. The range
+    /// is one of the session's time, and may reach beyond the recording.
     [[nodiscard]] std::vector<CellState> CellStates(std::size_t track, const CellRange& range) const;
 
     /// The preloader, for hooks that tests put into reading; not to be used for anything else.

@@ -29,6 +29,9 @@ TickSchedule::TickSchedule(const SampleRate& stream, const SampleRate& display, 
     }
     fetched_ = SampleRate::StreamPreloadRate(stream, SampleRate::TimeSamplingRate(stream, speed, display));
     nbPlaces_ = NbPlaces(stream, display, speed);
+    if (speed != Ratio()) {
+        ticks_ = SampleRate(display / speed);
+    }
 }
 
 TimePoint TickSchedule::Start(const TimePoint& at) const {
@@ -47,8 +50,14 @@ TimePoint TickSchedule::Delta(std::uint64_t tick) const {
     return TimePoint::StartOfSample(number + 1, display_) - TimePoint::StartOfSample(number, display_);
 }
 
+/// From tick 0 to this one, rounded up whichever way it goes.
+TimePoint TickSchedule::WayAt(std::uint64_t tick) const {
+    const auto number = static_cast<std::int64_t>(tick);
+    return TimePoint::StartOfSample(speed_ < Ratio() ? -number : number, ticks_);
+}
+
 TimePoint TickSchedule::Next(const TimePoint& head, std::uint64_t tick) const {
-    return head + Delta(tick) * speed_;
+    return head + (WayAt(tick + 1) - WayAt(tick));
 }
 
 /// The picture at a place is the one fetched for it, which may begin long before it. A play head that ticks have

@@ -12,12 +12,14 @@ namespace Tavrin::Playout {
 /// Where the play head stands at each tick of an output, so that rounding never moves it into a neighbouring
 /// sample.
 ///
-/// Tick k of the output begins at the start of sample k of the display rate; the play head moves by the time
-/// from one tick to the next, times the speed. As these times add up to sample starts, they do not drift at
-/// whole speeds; at others each tick adds half a nanosecond at most.
+/// Tick k of the output begins at the start of sample k of the display rate. The play head then has gone
+/// k/display * speed seconds from where it started, rounded up to a whole nanosecond once and not step by step:
+/// it never drifts, at whatever speed and however long it plays. As sample starts are rounded up too, a
+/// place that lies exactly on the edge between two samples of some other recording stays on its side of it:
+/// recordings of any rates stay in exact step.
 ///
-/// Times such as n*1001/30000 s are no whole nanoseconds, so a play head that was put on the start of a
-/// sample would sooner or later fall just before it. It therefore starts inside of one: the ticks fall on q
+/// Times such as n*1001/30000 s are no whole nanoseconds, so a play head that is put on the start of a
+/// sample and moved by rounded steps sooner or later falls just before it. It therefore starts inside of one: the ticks fall on q
 /// places of a stream's sample, q being the denominator of the samples that pass in one tick, and the start
 /// is half of such a place away from the edge.
 ///
@@ -40,7 +42,8 @@ public:
     [[nodiscard]] Time::TimePoint Delta(std::uint64_t tick) const;
 
     /// Where the play head that is at `head` at tick `tick` comes to at the one after it: before the origin
-    /// too, where a player would stop.
+    /// too, where a player would stop. Ticks follow one another from that of a place: the roundings of
+    /// several steps then cancel.
     [[nodiscard]] Time::TimePoint Next(const Time::TimePoint& head, std::uint64_t tick) const;
 
     /// A place of the play head and the tick at which it stands there.
@@ -56,10 +59,12 @@ public:
 
 private:
     [[nodiscard]] bool IsBeyond(const Time::TimePoint& place, const Time::TimePoint& head) const;
+    [[nodiscard]] Time::TimePoint WayAt(std::uint64_t tick) const;
 
     Player::SampleRate stream_;
     Player::SampleRate display_;
     Time::Ratio speed_;
+    Player::SampleRate ticks_;    ///< Ticks in a second of the stream's time; zero at speed zero.
     Player::SampleRate fetched_;  ///< The stream's rate, halved until the display can show it.
     std::int64_t nbPlaces_ = 1;   ///< Of the ticks within a sample of the stream.
 };

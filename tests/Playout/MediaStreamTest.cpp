@@ -9,6 +9,7 @@
 
 #include "Player/DecodeThread.h"
 #include "Player/ExistingCacheUpdateQueues.h"
+#include "Player/Player.h"
 #include "Player/PreloadThread.h"
 #include "Playout/MediaDecoder.h"
 #include "Playout/MediaPreloader.h"
@@ -59,3 +60,80 @@ struct MediaStreamAdaptor : StreamAdaptor {
 INSTANTIATE_TYPED_TEST_SUITE_P(MediaStream, StreamContract, testing::Types<MediaStreamAdaptor>, );
 
 }  // namespace Tavrin::Player::Contracts
+
+namespace Tavrin::Playout {
+
+namespace {
+
+/// A stream whose workers are the test: each order is carried out when it says so.
+class DrivenStream {
+public:
+    DrivenStream() {
+        preloader_.AddTrack(track_, index_);
+        decoder_.AddTrack(track_, index_);
+        stream_.LinkPlayer(&player_);
+        stream_.Plan();
+    }
+
+    MediaStream& Get() { return stream_; }
+
+    void ReadFirst() {
+        Player::PreloadOrder order;
+        ASSERT_TRUE(stream_.GetStreamParameters().preloadQueue_->Pop(order));
+        preloader_.Preload(order);
+        FileAndPlan();
+    }
+
+    void DecodeFirst() {
+        Player::DecodeOrder order;
+        ASSERT_TRUE(stream_.GetStreamParameters().decodeQueue_->Pop(order));
+        Player::Output output;
+        output.tp_ = order.orderTp_;
+        output.sample_ = decoder_.Decode(order);
+        order.toDecode_->Unprotect(1);
+        order.queue_->Push(output);
+        FileAndPlan();
+    }
+
+private:
+    void FileAndPlan() {
+        stream_.Intake();
+        stream_.Plan();
+    }
+
+    Player::TrackId track_{Player::StorageId("clip", 0), 1};
+    std::shared_ptr<const RecordingIndex> index_ = RecordingIndex::Build(Support::Clips::OpenGroups());
+    MediaPreloader preloader_;
+    MediaDecoder decoder_;
+    Player::ExistingCacheUpdateQueues registry_;
+    Player::Player player_;
+    MediaStream stream_{index_, track_, index_->Rate(), {}, registry_};
+};
+
+}  // namespace
+
+TEST(MediaStreamWaitCause, IsStorageUntilThePictureAtThePlayHeadIsRead) {
+    DrivenStream driven;
+    EXPECT_EQ(driven.Get().WaitCause(), WaitCause::Storage);
+}
+
+TEST(MediaStreamWaitCause, IsDecoderFromThenUntilItIsDecoded) {
+    DrivenStream driven;
+    driven.ReadFirst();
+    EXPECT_EQ(driven.Get().WaitCause(), WaitCause::Decoder);
+}
+
+TEST(MediaStreamWaitCause, IsNoneOnceItIsDecoded) {
+    DrivenStream driven;
+    driven.ReadFirst();
+    driven.DecodeFirst();
+    EXPECT_EQ(driven.Get().WaitCause(), WaitCause::None);
+}
+
+TEST(MediaStreamWaitCause, IsNoneOutsideOfTheRecording) {
+    DrivenStream driven;
+    driven.Get().SetBegin(Time::TimePoint().FromSeconds(1));
+    EXPECT_EQ(driven.Get().WaitCause(), WaitCause::None);
+}
+
+}  // namespace Tavrin::Playout

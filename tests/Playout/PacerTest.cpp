@@ -51,5 +51,16 @@ TEST(Pacer, TheTimeOfATickCountsThoseSleptThrough) {
     EXPECT_EQ(pacer.Elapsed(), Time::TimePoint().FromMilliseconds(200));
 }
 
+TEST(Pacer, ATickThatWasHeldUpDelaysTheOnesAfterIt) {
+    Pacer pacer(SampleRate(25, 1), kStart);
+    pacer.Begin(pacer.Due());
+    pacer.Resume(kStart + 55ms);
+    EXPECT_EQ(pacer.Elapsed(), Time::TimePoint().FromMilliseconds(55));
+    EXPECT_EQ(pacer.Due(), kStart + 95ms);
+    EXPECT_EQ(pacer.Begin(pacer.Due()), 0U);
+    EXPECT_EQ(pacer.Due(), kStart + 135ms);
+    EXPECT_EQ(pacer.Begin(kStart + 180ms), 1U) << "what is slept through counts from there";
+}
+
 }  // namespace
 }  // namespace Tavrin::Playout

@@ -181,5 +181,15 @@ TEST(RunJudge, RefusesDisplayWithoutRate) {
     EXPECT_THROW(RunJudge({}, SampleRate(), Ratio(1, 1)), std::invalid_argument);
 }
 
+TEST_F(RunJudgeTest, ATrackWithAnOffsetIsJudgedByItsOwnTime) {
+    const TimePoint offset = MiddleOf(3) - MiddleOf(0);
+    RunJudge judge({Recording(), Recording()}, SampleRate(25, 1), Ratio(1, 1), {TimePoint(), offset});
+    EXPECT_TRUE(judge.Note(MiddleOf(5), {Pictures()[5], Pictures()[2]}, start_));
+    EXPECT_FALSE(judge.Note(MiddleOf(6), {Pictures()[6], Pictures()[6]}, start_));
+    EXPECT_TRUE(judge.Note(MiddleOf(2), {Pictures()[2], nullptr}, start_)) << "it has not begun there";
+    EXPECT_THROW(RunJudge({Recording()}, SampleRate(25, 1), Ratio(1, 1), {offset, offset}),
+                 std::invalid_argument);
+}
+
 }  // namespace
 }  // namespace Tavrin::Playout

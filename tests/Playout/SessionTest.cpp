@@ -81,7 +81,8 @@ void ExpectPicture(const TickReport& report, std::size_t track, std::size_t numb
 }
 
 TEST(Session, WithoutRecordingsIsRefused) {
-    EXPECT_THROW(Session({}), std::invalid_argument);
+    EXPECT_THROW(Session(std::vector<SessionTrack>()), std::invalid_argument);
+    EXPECT_THROW(Session(std::vector<std::shared_ptr<const RecordingIndex>>()), std::invalid_argument);
 }
 
 TEST(Session, DisplayRateIsTheHighestOfTheRecordingsUnlessItIsSet) {

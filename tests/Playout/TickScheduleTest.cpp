@@ -86,12 +86,26 @@ TEST(TickSchedule, TicksOfAnotherDisplayRateFallInTheirOwnSamplesToo) {
     }
 }
 
-TEST(TickSchedule, APlayHeadOnTheStartsOfSamplesWouldShowNeighbours) {
+/// As a player's own updates do it.
+TimePoint MovedByARoundedStep(const TimePoint& head, const TickSchedule& schedule, std::int64_t tick,
+                              const Ratio& speed) {
+    return head + schedule.Delta(static_cast<std::uint64_t>(tick)) * speed;
+}
+
+TEST(TickSchedule, APlayHeadOnTheStartsOfSamplesThatMovesByRoundedStepsWouldShowNeighbours) {
     const SampleRate rate(30000, 1001);
     const TickSchedule schedule(rate, rate, Ratio(-1, 1));
     const std::int64_t first = FirstSample(Ratio(-1, 1));
     const TimePoint onEdge = TimePoint::StartOfSample(first, rate);
-    EXPECT_NE(FirstWrongTick(schedule, onEdge, rate, first, Ratio(-1, 1), kNbTicks), -1);
+    TimePoint head = onEdge;
+    bool isRight = true;
+    for (std::int64_t tick = 0; tick < kNbTicks; ++tick) {
+        isRight = isRight && head.SampleNumber(rate) == first - tick;
+        head = MovedByARoundedStep(head, schedule, tick, Ratio(-1, 1));
+    }
+    EXPECT_FALSE(isRight);
+    EXPECT_EQ(FirstWrongTick(schedule, onEdge, rate, first, Ratio(-1, 1), kNbTicks), -1)
+        << "the schedule's own steps keep even there to the samples";
 }
 
 TEST(TickSchedule, ItStaysInTheSamplesThatAreFetchedAtHighSpeed) {
@@ -113,7 +127,7 @@ TEST(TickSchedule, WholeSpeedsDoNotDrift) {
         for (std::int64_t tick = 0; tick < kNbTicks; ++tick) {
             head = schedule.Next(head, static_cast<std::uint64_t>(tick));
         }
-        EXPECT_EQ(head - start, TimePoint::StartOfSample(kNbTicks, rate) * 2) << rate;
+        EXPECT_EQ(head - start, TimePoint::StartOfSample(2 * kNbTicks, rate)) << rate;
     }
 }
 
