@@ -226,14 +226,10 @@ bool MediaStream::IsStandIn(const DecodedSample& sample) const {
     return index_->PictureAtTime(sample.GetTimePoint()) != sample.PictureNumber();
 }
 
-std::optional<std::size_t> MediaStream::GroupAt(const TimePoint& tp) const {
-    const auto picture = index_->PictureAtTime(tp);
-    return picture ? std::optional(index_->Picture(*picture).group) : std::nullopt;
-}
-
-/// After a jump, decoding other groups would take time from the one that is waited for.
-bool MediaStream::MayWait(const TimePoint& tp) const {
-    return hasJumped_ && !standInsAllowed_ && !index_->IntraOnly() && GroupAt(tp) != GroupAt(Now());
+/// After a jump, decoding anything else would take time from the picture that is waited for; unless each is
+/// decoded by itself.
+bool MediaStream::OthersMayWait() const {
+    return dragged_ || (hasJumped_ && !standInsAllowed_ && !index_->IntraOnly());
 }
 
 bool MediaStream::CurrentIsMissing() {
@@ -283,11 +279,12 @@ void MediaStream::Plan() {
     while (compressedPlanner_.Get(tp)) {
         AskForCompressed(tp);
     }
+    if (OthersMayWait()) {
+        return;
+    }
     decodedPlanner_.Update(player_);
     while (decodedPlanner_.Get(tp)) {
-        if (!MayWait(tp)) {
-            AskForDecoded(tp);
-        }
+        AskForDecoded(tp);
     }
 }
 

@@ -102,6 +102,10 @@ public:
     /// dropped where they are found, and asked for anew.
     void AllowStandIns(bool allowed);
 
+    /// While the play head is dragged, only the picture under it is decoded: what is around it now is not when it
+    /// has come.
+    void SetDragged(bool dragged) { dragged_ = dragged; }
+
     /// Whether a decoded sample shows another picture than the one that is on display at its time point.
     [[nodiscard]] bool IsStandIn(const DecodedSample& sample) const;
     /// What the picture at the play head waits for; None whenever `IsReady`.
@@ -137,8 +141,7 @@ private:
     void ForgetAll();
     [[nodiscard]] bool HasSettled();
     void ForgetAbandoned();
-    [[nodiscard]] std::optional<std::size_t> GroupAt(const Time::TimePoint& tp) const;
-    [[nodiscard]] bool MayWait(const Time::TimePoint& tp) const;
+    [[nodiscard]] bool OthersMayWait() const;
     void ConfigurePlanners();
 
     std::shared_ptr<const RecordingIndex> index_;
@@ -158,6 +161,7 @@ private:
 
     std::optional<std::size_t> shownPicture_;
     bool standInsAllowed_ = false;
+    bool dragged_ = false;
     bool hasJumped_ = false;                        ///< And the picture there has not come yet.
     std::vector<Time::TimePoint> begunCompressed_;  ///< In the hands of workers when orders were withdrawn.
     std::vector<Time::TimePoint> begunDecoded_;

@@ -153,6 +153,7 @@ private:
         std::unique_ptr<TrackPlayer> player;
         std::unique_ptr<MediaStream> stream;
         TrackView view;
+        std::chrono::steady_clock::time_point shownSince;  ///< A picture that stands in.
         TrackInformation counts;
     };
 
@@ -410,14 +411,16 @@ void Session::Impl::NotePlace(const Track& track, std::size_t number) {
     place.picture = recording.PictureAtTime(std::max(head, TimePoint())).value_or(recording.NbPictures());
     place.backward = player_.GetSpeed().Numerator() < 0;
     place.stride = StrideOf(track, number);
-    place.dragged = dragged_;
     // What can be kept; the window alone would leave out what the store keeps for later.
     const std::size_t nbFitting =
         (PictureRoom(track) - track.needs.working) / std::max<std::size_t>(track.needs.picture, 1);
     place.ahead = nbFitting * place.stride;
-    // On the way to the picture that is waited for, those before it are in nobody's window.
-    place.behind =
-        track.view.status == SampleStatus::NotReady ? 0 : track.window.nbDecodedBehind * place.stride;
+    // On the way to the picture that is waited for, those before it are in nobody's window; but a hand that drags
+    // goes back and forth.
+    constexpr std::size_t kBehindHand = 16;
+    const bool isAwaited = track.view.status == SampleStatus::NotReady && !dragged_;
+    const std::size_t nbBehind = std::max(track.window.nbDecodedBehind, dragged_ ? kBehindHand : 0);
+    place.behind = isAwaited ? 0 : nbBehind * place.stride;
     decoder_.SetPlace(track.id, place);
 }
 
@@ -497,15 +500,24 @@ void Session::Impl::Look(Track& track, std::size_t number, bool isStep) {
     Count(track, before, isStep);
 }
 
-/// Shows the nearest picture there is.
+/// Shows the nearest picture there is; or, for a hand that has seen the same one for too long, the one that has
+/// come out last, so that it sees something move.
 void Session::Impl::StandIn(Track& track, std::size_t number) const {
+    constexpr std::chrono::milliseconds kLongestStand{50};
     const auto picture = Recording(number).PictureAtTime(track.player->GetCurrentTimePoint());
-    const auto nearest = picture ? decoder_.Nearest(track.id, *picture) : nullptr;
-    if (nearest == nullptr) {
+    auto found = picture ? decoder_.Nearest(track.id, *picture) : nullptr;
+    const auto now = std::chrono::steady_clock::now();
+    const bool stands = found != nullptr && found == track.view.picture;
+    if (dragged_ && stands && now - track.shownSince > kLongestStand) {
+        const auto newest = decoder_.Newest(track.id);
+        found = newest != nullptr ? newest : found;
+    }
+    if (found == nullptr) {
         return;
     }
-    const bool isNew = track.view.picture == nullptr || track.view.picture->Number() != nearest->Number();
-    track.view.picture = nearest;
+    const bool isNew = found != track.view.picture;
+    track.shownSince = isNew ? now : track.shownSince;
+    track.view.picture = std::move(found);
     track.view.standIn = true;
     if (standsIn_) {
         track.view.status = isNew ? SampleStatus::New : SampleStatus::Same;
@@ -579,12 +591,13 @@ void Session::Impl::AbandonAll() {
         const auto picture = recording.PictureAtTime(tracks_[number].player->GetCurrentTimePoint());
         const auto kept = picture ? std::optional(recording.Picture(*picture).group) : std::nullopt;
         preloader_.Abandon(tracks_[number].id, kept);
-        decoder_.Abandon(tracks_[number].id, kept);
+        decoder_.Abandon(tracks_[number].id, picture);
     }
 }
 
 void Session::Impl::WithdrawAll() {
     for (Track& track : tracks_) {
+        track.stream->SetDragged(dragged_);
         track.stream->Withdraw();
     }
 }

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "Playout/Playback.h"
+#include "Playout/MemoryPlan.h"
 #include "Playout/RecordingIndex.h"
 #include "Playout/Session.h"
 #include "Playout/Support/Clips.h"
@@ -76,7 +77,9 @@ protected:
         oracle_ = std::make_unique<Oracle>(index_);
         ASSERT_EQ(oracle_->result.nbPictures, index_->NbPictures()) << "this recording is not whole";
         SessionOptions options;
-        options.decodedBytes = std::max<std::size_t>(oracle_->pictureBytes * LongestGroup(*index_) / 4, 1);
+        const LanePlan lanes = PlanLanes(*index_, 1, options.nbDecodeWorkers);
+        options.memoryBytes =
+            NeedsOf(*index_, lanes).least + oracle_->pictureBytes * LongestGroup(*index_) / 4;
         session_ = std::make_unique<Session>(std::vector{index_}, options);
     }
 
