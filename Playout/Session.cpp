@@ -153,7 +153,8 @@ private:
         std::unique_ptr<TrackPlayer> player;
         std::unique_ptr<MediaStream> stream;
         TrackView view;
-        std::chrono::steady_clock::time_point shownSince;  ///< A picture that stands in.
+        std::shared_ptr<const Picture> nearest;  ///< That last stood in.
+        std::chrono::steady_clock::time_point nearestSince;
         TrackInformation counts;
     };
 
@@ -487,6 +488,9 @@ void Session::Impl::Look(Track& track, std::size_t number, bool isStep) {
     view.status = track.stream->GetCurrentSample(&sample);
     view.missing = view.status == SampleStatus::Empty && track.stream->CurrentIsMissing();
     view.standIn = false;
+    if (view.status != SampleStatus::NotReady) {
+        track.nearest.reset();
+    }
     if (sample != nullptr) {
         const auto& decoded = static_cast<const DecodedSample&>(*sample);
         view.picture = decoded.Content();
@@ -507,8 +511,10 @@ void Session::Impl::StandIn(Track& track, std::size_t number) const {
     const auto picture = Recording(number).PictureAtTime(track.player->GetCurrentTimePoint());
     auto found = picture ? decoder_.Nearest(track.id, *picture) : nullptr;
     const auto now = std::chrono::steady_clock::now();
-    const bool stands = found != nullptr && found == track.view.picture;
-    if (dragged_ && stands && now - track.shownSince > kLongestStand) {
+    if (found != track.nearest) {
+        track.nearest = found;
+        track.nearestSince = now;
+    } else if (dragged_ && found != nullptr && now - track.nearestSince > kLongestStand) {
         const auto newest = decoder_.Newest(track.id);
         found = newest != nullptr ? newest : found;
     }
@@ -516,7 +522,6 @@ void Session::Impl::StandIn(Track& track, std::size_t number) const {
         return;
     }
     const bool isNew = found != track.view.picture;
-    track.shownSince = isNew ? now : track.shownSince;
     track.view.picture = std::move(found);
     track.view.standIn = true;
     if (standsIn_) {
