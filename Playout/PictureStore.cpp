@@ -28,8 +28,9 @@ void PictureStore::SetMaxBytes(std::size_t maxBytes) {
 }
 
 bool PictureStore::Overflows(std::size_t nbMoreBytes) const {
-    // What comes in is in the pool already.
-    return pool_ == nullptr ? bytes_ + nbMoreBytes > maxBytes_ : pool_->UsedBytes() > maxBytes_;
+    // What comes from the pool is counted there. Some decoders do not use it: they hand out memory of their own,
+    // or the packet's.
+    return bytes_ + nbMoreBytes > maxBytes_ || (pool_ != nullptr && pool_->UsedBytes() > maxBytes_);
 }
 
 bool PictureStore::MayDrop(const std::shared_ptr<const Picture>& picture) const {

@@ -31,10 +31,11 @@ using Time::TimePoint;
 
 namespace {
 
-SampleRate HighestRate(const std::vector<SessionTrack>& tracks) {
+SampleRate HighestRate(const std::vector<SessionTrack>& tracks, FieldOutput fields) {
     SampleRate highest;
     for (const SessionTrack& track : tracks) {
-        highest = track.recording->Rate() > highest ? track.recording->Rate() : highest;
+        const bool isByFields = fields == FieldOutput::Fields;
+        highest = std::max(highest, isByFields ? FieldRate(*track.recording) : track.recording->Rate());
     }
     return highest;
 }
@@ -136,6 +137,7 @@ public:
     const RecordingIndex& Recording(std::size_t track) const { return *TrackAt(track).recording; }
     std::size_t NbTracks() const { return settings_.size(); }
     const SampleRate& DisplayRate() const { return displayRate_; }
+    const FieldOrder& Samples(std::size_t track) const { return tracks_.at(track).stream->Fields(); }
     const Player::Player& PlayHead() const { return player_; }
     std::vector<CellState> CellStates(std::size_t track, const CellRange& range) const {
         const TimePoint offset = TrackAt(track).offset;
@@ -204,7 +206,8 @@ private:
 Session::Impl::Impl(std::vector<SessionTrack> tracks, const SessionOptions& options)
     : options_(options),
       settings_(Checked(std::move(tracks))),
-      displayRate_(options.displayRate.Positive() ? options.displayRate : HighestRate(settings_)),
+      displayRate_(options.displayRate.Positive() ? options.displayRate
+                                                  : HighestRate(settings_, options.fields)),
       gate_(RulesOf(settings_)),
       meter_(displayRate_) {
     preloader_.SetExistingCacheUpdateQueues(&registry_);
@@ -260,8 +263,8 @@ void Session::Impl::AddTrack(std::size_t number) {
     decoding.nbLanes = lanes.nbLanes;
     preloader_.AddTrack(track.id, recording);
     decoder_.AddTrack(track.id, recording, decoding);
-    track.stream =
-        std::make_unique<MediaStream>(recording, track.id, displayRate_, StreamWindow(), registry_);
+    track.stream = std::make_unique<MediaStream>(recording, track.id, displayRate_, StreamWindow(), registry_,
+                                                 options_.fields);
     track.player = std::make_unique<TrackPlayer>(player_, settings_[number].offset);
     track.stream->LinkPlayer(track.player.get());
     player_.AttachStream(track.stream.get());
@@ -494,6 +497,7 @@ void Session::Impl::Look(Track& track, std::size_t number, bool isStep) {
     if (sample != nullptr) {
         const auto& decoded = static_cast<const DecodedSample&>(*sample);
         view.picture = decoded.Content();
+        view.field = decoded.Field();
         view.standIn = track.stream->IsStandIn(decoded);
     } else if ((view.status == SampleStatus::NotReady && dragged_) ||
                (standsIn_ && (view.status == SampleStatus::NotReady || view.missing))) {
@@ -523,6 +527,7 @@ void Session::Impl::StandIn(Track& track, std::size_t number) const {
     }
     const bool isNew = found != track.view.picture;
     track.view.picture = std::move(found);
+    track.view.field = PictureField::Frame;
     track.view.standIn = true;
     if (standsIn_) {
         track.view.status = isNew ? SampleStatus::New : SampleStatus::Same;
@@ -655,6 +660,10 @@ TimePoint Session::Begin(std::size_t track) const {
 
 TimePoint Session::End(std::size_t track) const {
     return Track(track).offset + Recording(track).End();
+}
+
+const FieldOrder& Session::Samples(std::size_t track) const {
+    return impl_->Samples(track);
 }
 
 TimePoint Session::End() const {

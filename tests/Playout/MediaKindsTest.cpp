@@ -16,8 +16,8 @@
 #include <utility>
 #include <vector>
 
-#include "Playout/Playback.h"
 #include "Playout/MemoryPlan.h"
+#include "Playout/Playback.h"
 #include "Playout/RecordingIndex.h"
 #include "Playout/Session.h"
 #include "Playout/Support/Clips.h"
@@ -77,9 +77,9 @@ protected:
         oracle_ = std::make_unique<Oracle>(index_);
         ASSERT_EQ(oracle_->result.nbPictures, index_->NbPictures()) << "this recording is not whole";
         SessionOptions options;
-        const LanePlan lanes = PlanLanes(*index_, 1, options.nbDecodeWorkers);
-        options.memoryBytes =
-            NeedsOf(*index_, lanes).least + oracle_->pictureBytes * LongestGroup(*index_) / 4;
+        // Beside what the decoders themselves work on.
+        const TrackNeeds needs = NeedsOf(*index_, PlanLanes(*index_, 1, options.nbDecodeWorkers));
+        options.memoryBytes = needs.least + needs.picture * LongestGroup(*index_) / 4;
         session_ = std::make_unique<Session>(std::vector{index_}, options);
     }
 
