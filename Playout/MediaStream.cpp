@@ -295,6 +295,7 @@ void MediaStream::AskForCompressed(const TimePoint& tp) {
     if (!Exists(tp) || compressed_.InsertPendingEntry(tp)) {
         return;
     }
+    Record("order", "read", {"sample", tp.SampleNumber(index_->Rate())});
     preloadQueue_.Push(
         Player::PreloadOrder(tp, index_->Rate(), compressed_.GetQueue(), parameters_.trackId_));
 }
@@ -331,6 +332,7 @@ void MediaStream::Decode(ISample& compressed, const TimePoint& tp) {
     order.width_ = parameters_.width_;
     order.height_ = parameters_.height_;
     compressed.Protect(1);
+    Record("order", "decode", {"sample", tp.SampleNumber(index_->Rate())});
     decodeQueue_.Push(order);
 }
 
@@ -342,11 +344,24 @@ void MediaStream::AnswerWithNothing(Player::CacheUpdateQueue& queue, const TimeP
 }
 
 void MediaStream::Evict() {
-    Evict(decoded_, window_.nbDecodedAhead, window_.nbDecodedBehind);
-    Evict(compressed_, std::max(parameters_.nbPreloading_, window_.nbDecodedAhead), window_.nbDecodedBehind);
+    const std::size_t nbDecoded = Evict(decoded_, window_.nbDecodedAhead, window_.nbDecodedBehind);
+    const std::size_t nbCompressed = Evict(
+        compressed_, std::max(parameters_.nbPreloading_, window_.nbDecodedAhead), window_.nbDecodedBehind);
+    if (nbDecoded > 0) {
+        Record("cache", "evict decoded", {"samples", static_cast<std::int64_t>(nbDecoded)});
+    }
+    if (nbCompressed > 0) {
+        Record("cache", "evict compressed", {"samples", static_cast<std::int64_t>(nbCompressed)});
+    }
 }
 
-void MediaStream::Evict(Cache& cache, std::size_t nbAhead, std::size_t nbBehind) {
+void MediaStream::Record(const char* category, const char* name, const TraceArgument& argument) const {
+    if (trace_ != nullptr) {
+        trace_->Mark(category, name, {{"track", parameters_.trackId_.Id()}, argument});
+    }
+}
+
+std::size_t MediaStream::Evict(Cache& cache, std::size_t nbAhead, std::size_t nbBehind) {
     const SampleRate rate = FetchRate();
     const std::int64_t number = Now().SampleNumber(rate);
     auto before = static_cast<std::int64_t>(nbBehind);
@@ -356,8 +371,8 @@ void MediaStream::Evict(Cache& cache, std::size_t nbAhead, std::size_t nbBehind)
     } else if (!player_->GetSpeed().Positive()) {
         std::swap(before, after);
     }
-    cache.EraseBefore(TimePoint::StartOfSample(std::max<std::int64_t>(number - before, 0), rate));
-    cache.EraseAfter(TimePoint::StartOfSample(number + after + 1, rate), Cache::Not_Found);
+    return cache.EraseBefore(TimePoint::StartOfSample(std::max<std::int64_t>(number - before, 0), rate)) +
+           cache.EraseAfter(TimePoint::StartOfSample(number + after + 1, rate), Cache::Not_Found);
 }
 
 void MediaStream::RetryMissing() {
@@ -473,12 +488,14 @@ void MediaStream::WithdrawPassed() {
 }
 
 void MediaStream::Withdraw() {
+    const std::uint64_t nbBefore = nbWithdrawn_;
     for (const Player::PreloadOrder& order : TakeAll<Player::PreloadOrder>(preloadQueue_)) {
         Answer(order);
     }
     for (const Player::DecodeOrder& order : TakeAll<Player::DecodeOrder>(decodeQueue_)) {
         Answer(order);
     }
+    Record("order", "withdraw", {"orders", static_cast<std::int64_t>(nbWithdrawn_ - nbBefore)});
     Intake();
     ForgetMissing();
     begunCompressed_ = PendingIn(compressed_, index_->Rate());

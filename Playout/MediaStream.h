@@ -18,6 +18,7 @@
 #include "Playout/DecodedSample.h"
 #include "Playout/PlayoutExport.h"
 #include "Playout/RecordingIndex.h"
+#include "Playout/Trace.h"
 #include "Playout/WaitCause.h"
 #include "Time/TimePoint.h"
 
@@ -77,6 +78,9 @@ public:
     void SetCompressedPreloadNumber(std::size_t nb) override;
     [[nodiscard]] std::int32_t DebugPreloadQueueSize() override;
 
+    /// Records orders and evictions there from now on; null: nowhere. Borrowed.
+    void SetTrace(Trace* trace) { trace_ = trace; }
+
     /// From the next `Plan` on.
     void SetWindow(const StreamWindow& window);
 
@@ -131,10 +135,11 @@ private:
     void Decode(Player::ISample& compressed, const Time::TimePoint& tp);
     void AnswerWithNothing(Player::CacheUpdateQueue& queue, const Time::TimePoint& tp);
     void Evict();
-    void Evict(Player::Cache& cache, std::size_t nbAhead, std::size_t nbBehind);
+    [[nodiscard]] std::size_t Evict(Player::Cache& cache, std::size_t nbAhead, std::size_t nbBehind);
     void Answer(const Player::PreloadOrder& order);
     void Answer(const Player::DecodeOrder& order);
     [[nodiscard]] bool HasPassed(const Time::TimePoint& tp) const;
+    void Record(const char* category, const char* name, const TraceArgument& argument) const;
     void RetryMissing();
     void ForgetMissing();
     void ForgetAll();
@@ -151,6 +156,7 @@ private:
     Time::TimePoint begin_;
     Time::TimePoint end_;
     Player::IPlayer* player_ = nullptr;
+    Trace* trace_ = nullptr;
 
     Player::Cache compressed_;
     Player::Cache decoded_;
