@@ -34,6 +34,8 @@ constexpr CounterMetric kReused{"tavrin_reused_reads", Kind::Total, Unit::Count,
                                 "Orders served by a group that had been read before."};
 constexpr CounterMetric kFailedReads{"tavrin_failed_reads", Kind::Total, Unit::Count,
                                      "Reads that ended in an error."};
+constexpr CounterMetric kAbandonedReads{"tavrin_abandoned_reads", Kind::Total, Unit::Count,
+                                        "Reads given up because of a jump."};
 constexpr CounterMetric kMissingPackets{"tavrin_missing_packets", Kind::Total, Unit::Count,
                                         "Packets that reads found not to be in the file."};
 constexpr CounterMetric kReadLatency{"tavrin_read_latency_seconds", Kind::Total, Unit::Seconds,
@@ -42,8 +44,12 @@ constexpr CounterMetric kFromStore{"tavrin_stored_decodes", Kind::Total, Unit::C
                                    "Decode orders whose picture had been decoded on the way to another."};
 constexpr CounterMetric kPackets{"tavrin_decoded_packets", Kind::Total, Unit::Count,
                                  "Packets given to the decoders."};
+constexpr CounterMetric kPacketsLeftOut{"tavrin_left_out_packets", Kind::Total, Unit::Count,
+                                        "Packets passed over, as nobody needed their pictures."};
 constexpr CounterMetric kPasses{"tavrin_decode_passes", Kind::Total, Unit::Count,
                                 "Times that a group was begun at its key frame."};
+constexpr CounterMetric kAbandonedDecodes{"tavrin_abandoned_decodes", Kind::Total, Unit::Count,
+                                          "Decodes given up because of a jump."};
 constexpr CounterMetric kDecodeErrors{"tavrin_decode_errors", Kind::Total, Unit::Count,
                                       "Errors that the decoders reported."};
 constexpr CounterMetric kDecodeLatency{"tavrin_decode_latency_seconds", Kind::Total, Unit::Seconds,
@@ -52,6 +58,9 @@ constexpr CounterMetric kBytesRead{"tavrin_read_bytes", Kind::Total, Unit::Bytes
                                    "Bytes taken from storage."};
 constexpr CounterMetric kBytesHeld{"tavrin_held_bytes", Kind::Level, Unit::Bytes,
                                    "Bytes in memory, by what they are."};
+
+constexpr CounterMetric kBudget{"tavrin_budget_bytes", Kind::Level, Unit::Bytes,
+                                "Bytes that the track may take."};
 
 constexpr std::uint64_t ToInteger(std::uint64_t value) {
     return value;
@@ -118,15 +127,20 @@ constexpr std::array kFields{
     Field<kReadsOf, &R::nbReads>("reads", "groups", kReads),
     Field<kReadsOf, &R::nbReused>("reads", "reused", kReused),
     Field<kReadsOf, &R::nbFailed>("reads", "failed", kFailedReads),
+    Field<kReadsOf, &R::nbAbandoned>("reads", "abandoned", kAbandonedReads),
     Field<kReadsOf, &R::nbMissingPackets>("reads", "missingPackets", kMissingPackets),
     Field<kDecodesOf, &D::nbFromStore>("decodes", "fromStore", kFromStore),
     Field<kDecodesOf, &D::nbPackets>("decodes", "packets", kPackets),
+    Field<kDecodesOf, &D::nbPacketsLeftOut>("decodes", "packetsLeftOut", kPacketsLeftOut),
     Field<kDecodesOf, &D::nbPasses>("decodes", "passes", kPasses),
+    Field<kDecodesOf, &D::nbAbandoned>("decodes", "abandoned", kAbandonedDecodes),
     Field<kDecodesOf, &D::nbErrors>("decodes", "errors", kDecodeErrors),
     Field<kBytesOf, &B::read>("bytes", "read", kBytesRead),
     Field<kBytesOf, &B::compressed>("bytes", "compressed", kBytesHeld, "kind", "compressed"),
     Field<kBytesOf, &B::decoded>("bytes", "decoded", kBytesHeld, "kind", "decoded"),
     Field<kBytesOf, &B::store>("bytes", "store", kBytesHeld, "kind", "store"),
+    Field<kBytesOf, &B::pictures>("bytes", "pictures", kBytesHeld, "kind", "pictures"),
+    Field<kBytesOf, &B::budget>("bytes", "budget", kBudget),
 };
 
 constexpr std::array kLatencies{

@@ -45,25 +45,31 @@ struct ReadCounters {
     std::uint64_t nbReads = 0;           ///< Groups read from the file.
     std::uint64_t nbReused = 0;          ///< Orders served by a group that had been read before.
     std::uint64_t nbFailed = 0;          ///< Reads that ended in an error.
+    std::uint64_t nbAbandoned = 0;       ///< Reads given up, or not begun any more, because of a jump.
     std::uint64_t nbMissingPackets = 0;  ///< Packets that reads found not to be in the file.
-    LatencyHistogram latency;            ///< Of each read of a group.
+    LatencyHistogram latency;            ///< Of each read of a group, however it ended.
 };
 
 /// Decoding, by orders for a picture and by packets.
 struct DecodeCounters {
-    std::uint64_t nbFromStore = 0;  ///< Orders whose picture had been decoded on the way to another.
-    std::uint64_t nbPackets = 0;    ///< Given to the decoders.
-    std::uint64_t nbPasses = 0;     ///< Times that a group was begun at its key frame.
-    std::uint64_t nbErrors = 0;     ///< Reported by the decoders.
-    LatencyHistogram latency;       ///< Of each order that a decoder was needed for.
+    std::uint64_t nbFromStore = 0;       ///< Orders whose picture had been decoded on the way to another.
+    std::uint64_t nbPackets = 0;         ///< Given to the decoders.
+    std::uint64_t nbPacketsLeftOut = 0;  ///< Passed over, as nobody needed their pictures.
+    std::uint64_t nbPasses = 0;          ///< Times that a group was begun at its key frame.
+    std::uint64_t nbAbandoned = 0;       ///< Decodes given up because of a jump.
+    std::uint64_t nbErrors = 0;          ///< Reported by the decoders.
+    LatencyHistogram latency;            ///< Of each order that a decoder was needed for, however it ended.
 };
 
-/// Bytes. A picture that is both ready and in the decoders' store is in memory once, and counts in both.
+/// Bytes. A picture that is both ready and in the decoders' store is in memory once; it counts in both, and once
+/// in all pictures.
 struct ByteCounters {
     std::uint64_t read = 0;        ///< Taken from storage since the beginning.
     std::uint64_t compressed = 0;  ///< Packets in memory now.
     std::uint64_t decoded = 0;     ///< Pictures ready now.
     std::uint64_t store = 0;       ///< Pictures in the decoders' store now.
+    std::uint64_t pictures = 0;    ///< All pictures in memory now, those that decoders work on included.
+    std::uint64_t budget = 0;      ///< What the track may take now: packets and pictures.
 };
 
 /// What playing a track has come to since the session began.

@@ -160,12 +160,12 @@ private:
             return;
         }
         for (const PlayCommand& command : commands_->Take(at)) {
+            if (session_.GetTrace() != nullptr) {
+                session_.GetTrace()->Mark("command", NameOf(command));
+            }
             if (std::holds_alternative<Quit>(command)) {
                 report_.end = PlayEnd::Quit;
                 return;
-            }
-            if (session_.GetTrace() != nullptr) {
-                session_.GetTrace()->Mark("command", NameOf(command));
             }
             course_.Apply(command);
             ++report_.nbCommands;

@@ -648,11 +648,17 @@ TrackCounters Session::Impl::CountersOf(const Track& track) const {
     counters.fetches.nbProtected = static_cast<std::uint64_t>(decoded.nbProtectedSamples_);
     counters.fetches.nbPending =
         static_cast<std::uint64_t>(decoded.nbPendingSamples_ + compressed.nbPendingSamples_);
-    counters.reads = {reading.nbReads, reading.nbReused, reading.nbFailedReads, reading.nbMissingPackets,
-                      preloader_.GetLatency(track.id)};
-    counters.decodes = {answers.nbFromStore, decoding.nbPacketsDecoded, decoding.nbPasses, decoding.nbErrors,
+    counters.reads = {reading.nbReads,          reading.nbReused,         reading.nbFailedReads,
+                      reading.nbAbandonedReads, reading.nbMissingPackets, preloader_.GetLatency(track.id)};
+    counters.decodes = {answers.nbFromStore, decoding.nbPacketsDecoded, decoding.nbPacketsLeftOut,
+                        decoding.nbPasses,   decoding.nbAbandoned,      decoding.nbErrors,
                         answers.latency};
-    counters.bytes = {reading.nbBytesRead, reading.nbBytesHeld, answers.samples.bytes, decoding.storedBytes};
+    counters.bytes = {reading.nbBytesRead,
+                      reading.nbBytesHeld,
+                      answers.samples.bytes,
+                      decoding.storedBytes,
+                      decoder_.PictureBytes(track.id),
+                      track.bytes};
     return counters;
 }
 

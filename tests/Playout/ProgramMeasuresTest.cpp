@@ -107,7 +107,7 @@ TEST(ProgramMeasures, MetricsPassTheParserOfACollector) {
             .Finish();
     EXPECT_EQ(parsed.status, 0) << parsed.errors;
     EXPECT_TRUE(Contains(parsed.output, "tavrin_pictures counter  6\n")) << parsed.output;
-    EXPECT_TRUE(Contains(parsed.output, "tavrin_held_bytes gauge bytes 3\n")) << parsed.output;
+    EXPECT_TRUE(Contains(parsed.output, "tavrin_held_bytes gauge bytes 4\n")) << parsed.output;
 }
 
 TEST(ProgramMeasures, TheTraceOfARunIsOneThatViewersOpen) {
