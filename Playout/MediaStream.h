@@ -111,9 +111,6 @@ public:
     /// What the picture at the play head waits for; None whenever `IsReady`.
     [[nodiscard]] Playout::WaitCause WaitCause();
 
-    /// What the picture at the play head waits for; None whenever `IsReady`.
-    [[nodiscard]] Playout::WaitCause WaitCause();
-
     /// The rate that is fetched at the player's speed: the recording's, halved until the display can show it.
     [[nodiscard]] Player::SampleRate FetchRate() const;
 
