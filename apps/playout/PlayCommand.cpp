@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <exception>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
@@ -14,6 +15,7 @@
 #include "apps/playout/CommonOptions.h"
 #include "apps/playout/Desk.h"
 #include "apps/playout/Interrupt.h"
+#include "apps/playout/Measures.h"
 #include "apps/playout/Output.h"
 #include "apps/playout/PlaySummary.h"
 #include "apps/playout/ProgressLine.h"
@@ -32,6 +34,7 @@ struct PlayArguments {
     bool fast = false;
     bool realTime = false;
     DeskOptions desk;
+    MeasureOptions measures;
     PlaybackOptions playback;
     SessionOptions session;
 };
@@ -67,7 +70,7 @@ std::string DescribeProgress(const Session& session, const ShownTick& shown, con
 }
 
 PlayReport Run(Playback& playback, const Session& session, Desk& desk, IPictureSink* sink,
-               MissingPictures& missing) {
+               MissingPictures& missing, Measures& measures) {
     ProgressLine line;
     std::uint64_t nbLate = 0;
     const auto show = [&](const ShownTick& shown, const TickReport& tick) {
@@ -76,6 +79,7 @@ PlayReport Run(Playback& playback, const Session& session, Desk& desk, IPictureS
         }
         desk.Show(shown);
         missing.Note(tick);
+        measures.Note(session);
         nbLate += tick.IsReady() ? 0 : 1;
         if (line.IsDue()) {
             line.Show(DescribeProgress(session, shown, tick, nbLate));
@@ -90,6 +94,23 @@ PlayReport Run(Playback& playback, const Session& session, Desk& desk, IPictureS
         sink->Finish();
     }
     return report;
+}
+
+/// How it went so far is worth knowing above all when it goes wrong; only then what cannot be written does not
+/// matter any more.
+PlayReport RunToTheEnd(Playback& playback, const Session& session, Desk& desk, IPictureSink* sink,
+                       MissingPictures& missing, Measures& measures) {
+    try {
+        return Run(playback, session, desk, sink, missing, measures);
+    } catch (...) {
+        const auto failure = std::current_exception();
+        try {
+            measures.Finish(session);
+        } catch (const std::exception& error) {
+            std::cerr << "playout: " << error.what() << '\n';
+        }
+        std::rethrow_exception(failure);
+    }
 }
 
 bool HasShownNothing(const PlayReport& report) {
@@ -110,7 +131,11 @@ void RefuseContradictions(const PlayArguments& arguments) {
 int Play(const PlayArguments& arguments) {
     RefuseContradictions(arguments);
     const PlaybackOptions options = OptionsFor(arguments);
-    Session session(OpenRecordings(arguments), arguments.session);
+    const auto recordings = OpenRecordings(arguments);
+    Measures measures(arguments.measures, arguments.files);
+    SessionOptions sessionOptions = arguments.session;
+    sessionOptions.trace = measures.GetTrace();
+    Session session(recordings, sessionOptions);
     Playback playback = PreparePlayback(session, options);
     Desk desk(arguments.desk, session, options);
     const auto sink = OpenOutput(arguments.output, session);
@@ -119,8 +144,9 @@ int Play(const PlayArguments& arguments) {
         out << "window     none: " << desk.WhyNoWindow() << std::endl;
     }
     MissingPictures missing(session);
-    const PlayReport report = Run(playback, session, desk, sink.get(), missing);
+    const PlayReport report = RunToTheEnd(playback, session, desk, sink.get(), missing, measures);
     PrintSummary(out, session, report, missing);
+    measures.Finish(session);
     if (HasShownNothing(report)) {
         std::cout.flush();
         std::cerr << "playout: none of the pictures that were to be played can be read and decoded\n";
@@ -174,6 +200,21 @@ void AddPacingOptions(CLI::App& command, PlayArguments& arguments) {
         ->check(Between(std::uint32_t{1}, kMostSeconds));
 }
 
+void AddMeasureOptions(CLI::App& command, MeasureOptions& measures) {
+    command.add_option("--counters", measures.counters, "Write at the end what playing came to, as JSON")
+        ->type_name("FILE");
+    command
+        .add_option("--metrics", measures.metrics,
+                    "Write the same as OpenMetrics text, every second and at\n"
+                    "the end; the file is always whole")
+        ->type_name("FILE");
+    command
+        .add_option("--trace", measures.trace,
+                    "Write what happens when and on which thread, as Chrome\n"
+                    "trace events")
+        ->type_name("FILE");
+}
+
 void AddDeskOptions(CLI::App& command, DeskOptions& desk) {
     command.add_flag("--window", desk.isWanted,
                      "Show the pictures in a window (default in real time when\n"
@@ -207,6 +248,7 @@ void AddPlayCommand(CLI::App& program, int& status) {
               "The FILE - is standard output.");
     AddPacingOptions(*command, *arguments);
     AddDeskOptions(*command, arguments->desk);
+    AddMeasureOptions(*command, arguments->measures);
     AddMemoryOption(*command, arguments->session.memoryBytes);
     AddStreamOption(*command, arguments->stream);
     command->footer(
