@@ -358,7 +358,7 @@ void Session::Impl::NotePlace(const Track& track, std::size_t number) {
     const RecordingIndex& recording = Recording(number);
     const TimePoint& head = track.player->GetCurrentTimePoint();
     PlayPlace place;
-    place.picture = recording.PictureAtTime(std::max(head, TimePoint())).value_or(recording.NbPictures());
+    place.picture = recording.PictureAtOrAfter(head);
     place.backward = player_.GetSpeed().Numerator() < 0;
     const Time::Ratio stride = recording.Rate() / track.stream->FetchRate();
     place.stride = static_cast<std::size_t>(stride.Numerator());
