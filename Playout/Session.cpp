@@ -54,7 +54,7 @@ std::vector<ReadinessRule> RulesOf(const std::vector<SessionTrack>& tracks) {
 
 /// What could never be shown as asked is refused here, and not found out at three in the morning.
 void Check(const SessionTrack& track, std::size_t number) {
-    const std::string name = "Session: track " + std::to_string(number);
+    const std::string name = "track " + std::to_string(number);
     if (track.recording == nullptr) {
         throw std::invalid_argument(name + " has no recording");
     }
