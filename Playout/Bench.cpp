@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "Playout/BenchScene.h"
+#include "Playout/MemoryPlan.h"
 
 namespace Tavrin::Playout {
 
@@ -143,6 +144,11 @@ std::size_t BenchScene::GroupBytes() const {
         longest = std::max(longest, Index().Group(group).nbPictures);
     }
     return longest * recording_.PictureBytes();
+}
+
+std::size_t BenchScene::LeastBytes() const {
+    const LanePlan lanes = PlanLanes(Index(), nbTracks_, options_.session.nbDecodeWorkers);
+    return nbTracks_ * NeedsOf(Index(), lanes).least;
 }
 
 TimePoint BenchScene::MiddleOf(std::size_t picture) const {

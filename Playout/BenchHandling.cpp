@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "Playout/BenchScene.h"
-#include "Playout/Desk.h"
 #include "Playout/RunJudge.h"
+#include "Playout/TimedOperator.h"
 
 namespace Tavrin::Playout {
 
@@ -36,28 +36,28 @@ public:
     explicit Handling(BenchScene& scene)
         : scene_(scene),
           session_(scene.OpenSession()),
-          desk_(*session_),
+          hands_(*session_),
           judge_(scene.Tracks(), session_->DisplayRate(), kForward) {}
 
     [[nodiscard]] BenchScene& Scene() { return scene_; }
-    [[nodiscard]] Desk& Hands() { return desk_; }
+    [[nodiscard]] TimedOperator& Hands() { return hands_; }
 
     void Stand(std::size_t picture) {
-        desk_.Start(scene_.MiddleOf(picture), Ratio());
-        desk_.Settle(std::chrono::seconds(2));
+        hands_.Start(scene_.MiddleOf(picture), Ratio());
+        hands_.Settle(std::chrono::seconds(2));
     }
 
     /// What a command took that should have led to that picture.
-    void NoteCommand(Desk::Milliseconds time, std::size_t picture) {
+    void NoteCommand(TimedOperator::Milliseconds time, std::size_t picture) {
         times_.Add(time.count());
-        nbWrong_ += scene_.Shows(desk_.Shown(), picture) ? 0 : 1;
+        nbWrong_ += scene_.Shows(hands_.Shown(), picture) ? 0 : 1;
     }
 
     /// Plays in real time at that speed, and counts the ticks that are not right.
     void Play(std::size_t nbTicks, const Ratio& speed) {
         judge_.Begin(speed);
         Judge();
-        desk_.Play(nbTicks, [this] { Judge(); });
+        hands_.Play(nbTicks, [this] { Judge(); });
     }
 
     [[nodiscard]] std::size_t ShownPicture() const {
@@ -69,7 +69,7 @@ public:
         const RunFigures run = judge_.Figures();
         BenchFigures figures;
         AddLatencies(figures, times_);
-        figures.emplace_back("tickMs", Desk::Milliseconds(desk_.Period()).count());
+        figures.emplace_back("tickMs", TimedOperator::Milliseconds(hands_.Period()).count());
         figures.emplace_back("wrong", static_cast<double>(nbWrong_));
         figures.emplace_back("ticksAfter", static_cast<double>(run.nbTicks));
         figures.emplace_back("wrongAfter", static_cast<double>(run.nbTicks - run.nbRight));
@@ -77,11 +77,11 @@ public:
     }
 
 private:
-    void Judge() { judge_.Note(desk_.Shown().time, PicturesOf(desk_.Shown()), Clock::now()); }
+    void Judge() { judge_.Note(hands_.Shown().time, PicturesOf(hands_.Shown()), Clock::now()); }
 
     BenchScene& scene_;
     std::shared_ptr<Session> session_;
-    Desk desk_;
+    TimedOperator hands_;
     RunJudge judge_;
     Percentiles times_;
     std::size_t nbWrong_ = 0;
@@ -189,7 +189,7 @@ public:
     }
 
     [[nodiscard]] std::size_t NbNew() const { return nbNew_; }
-    [[nodiscard]] double LongestGapMs() const { return Desk::Milliseconds(longestGap_).count(); }
+    [[nodiscard]] double LongestGapMs() const { return TimedOperator::Milliseconds(longestGap_).count(); }
 
 private:
     static constexpr std::chrono::nanoseconds kStep{1'000'000'000 / 60};

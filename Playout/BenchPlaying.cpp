@@ -5,9 +5,9 @@
 #include <stdexcept>
 
 #include "Playout/BenchScene.h"
-#include "Playout/Desk.h"
 #include "Playout/Playback.h"
 #include "Playout/RunJudge.h"
+#include "Playout/TimedOperator.h"
 
 namespace Tavrin::Playout {
 
@@ -49,10 +49,10 @@ void AddFigures(BenchFigures& figures, const RunFigures& run) {
 /// The first picture that belongs to a speed, and what it took to show it.
 double FirstPictureMs(const BenchScene& scene, Session& session, const Ratio& speed, const TimePoint& from) {
     const bool backward = speed < Ratio();
-    Desk desk(session);
-    const double time = desk.Start(from, speed).count();
+    TimedOperator hands(session);
+    const double time = hands.Start(from, speed).count();
     const std::size_t expected = scene.Index().PictureAtTime(from).value();
-    if (!scene.Shows(desk.Shown(), expected)) {
+    if (!scene.Shows(hands.Shown(), expected)) {
         throw std::runtime_error(scene.Index().File() + ": the first picture " +
                                  (backward ? "backward" : "forward") + " is not the right one");
     }
@@ -123,9 +123,9 @@ BenchFigures MeasureOpening(const std::string& file, const BenchOptions& options
         const auto index = RecordingIndex::Build(file);
         indexing.Add(Milliseconds(Clock::now() - begin).count());
         Session session({index}, options.session);
-        Desk desk(session);
-        desk.Start(backward ? index->End() - TimePoint().FromNanoseconds(1) : TimePoint(),
-                   Ratio(backward ? -1 : 1, 1));
+        TimedOperator hands(session);
+        hands.Start(backward ? index->End() - TimePoint().FromNanoseconds(1) : TimePoint(),
+                    Ratio(backward ? -1 : 1, 1));
         times.Add(Milliseconds(Clock::now() - begin).count());
     }
     BenchFigures figures;
@@ -149,12 +149,14 @@ BenchFigures MeasureReverseStart(BenchScene& scene) {
 BenchFigures MeasureFast(BenchScene& scene, const Ratio& speed, double nbGroupsInBudget) {
     SessionOptions options = scene.Options().session;
     if (nbGroupsInBudget > 0) {
-        const double bytes = nbGroupsInBudget * static_cast<double>(scene.GroupBytes());
+        // What holds so many groups: their pictures beside what the track needs in any case.
+        const double bytes = nbGroupsInBudget * static_cast<double>(scene.GroupBytes()) +
+                             static_cast<double>(scene.LeastBytes());
         if (bytes > static_cast<double>(std::size_t{2} << 30U)) {
             throw std::runtime_error("left out: so many pictures take " +
                                      std::to_string(static_cast<std::int64_t>(bytes / kMebibyte)) + " MiB");
         }
-        options.decodedBytes = static_cast<std::size_t>(bytes);
+        options.memoryBytes = static_cast<std::size_t>(bytes);
     }
     const ProcessUsage usage;
     const auto session = scene.OpenSession(options);
@@ -171,7 +173,7 @@ BenchFigures MeasureFast(BenchScene& scene, const Ratio& speed, double nbGroupsI
     BenchFigures figures{{"ticks", static_cast<double>(run.nbTicks)},
                          {"rightPercent", PercentOf(run.nbRight, run.nbTicks)},
                          {"picturesPerSecond", static_cast<double>(run.nbNew) / elapsed},
-                         {"budgetMiB", static_cast<double>(options.decodedBytes) / kMebibyte}};
+                         {"budgetMiB", static_cast<double>(options.memoryBytes) / kMebibyte}};
     AddUsage(figures, usage, run.nbNew);
     return figures;
 }

@@ -35,6 +35,9 @@ public:
     /// Bytes of the largest group's pictures, decoded.
     [[nodiscard]] std::size_t GroupBytes() const;
 
+    /// The least memory that the tracks can be played with.
+    [[nodiscard]] std::size_t LeastBytes() const;
+
     /// The middle of the time in which a picture is on display.
     [[nodiscard]] Time::TimePoint MiddleOf(std::size_t picture) const;
 

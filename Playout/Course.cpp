@@ -227,7 +227,11 @@ TickReport Course::Tick() {
         return report;
     }
     session_.SetSpeed(speed_);
-    session_.GoTo(next_->head);
+    if (IsDragged()) {
+        session_.DragTo(next_->head);
+    } else {
+        session_.GoTo(next_->head);
+    }
     nbMoves_ = next_->tick;
     position_.reset();
     next_.reset();

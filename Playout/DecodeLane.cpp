@@ -20,10 +20,15 @@ struct Standing {
     std::size_t nextPacket = 0;
     bool ended = false;                 ///< The decoder was told that no packet follows.
     std::optional<std::size_t> latest;  ///< Picture put out in this pass.
+    std::vector<std::size_t> leftOut;   ///< Packets of this pass, ascending.
     /// Over all passes: which pictures came out, from the group's first one on, and up to where the others
     /// are known not to.
     std::vector<bool> came;
     std::size_t decided = 0;
+
+    bool WasLeftOut(std::size_t packet) const {
+        return std::binary_search(leftOut.begin(), leftOut.end(), packet);
+    }
 };
 
 }  // namespace
@@ -31,12 +36,13 @@ struct Standing {
 class DecodeLane::Impl {
 public:
     Impl(std::shared_ptr<const RecordingIndex> index, const DecodeLaneOptions& options,
-         std::shared_ptr<PictureStore> store)
+         std::shared_ptr<PictureStore> store, std::shared_ptr<FramePool> pool)
         : index_(std::move(index)),
-          decoder_(*index_, options.nbThreads),
+          decoder_(*index_, options.nbThreads, Decoder::Begins::AtKeyFrames, std::move(pool)),
           store_(store != nullptr ? std::move(store) : std::make_shared<PictureStore>(options.storeBytes)) {}
 
-    std::shared_ptr<const Picture> Decode(const PacketGroup& group, std::size_t picture);
+    std::shared_ptr<const Picture> Decode(const PacketGroup& group, std::size_t picture,
+                                          const DecodeManner& manner);
     void Reset();
     Information GetInformation() const;
 
@@ -44,9 +50,15 @@ private:
     void Check(const PacketGroup& group, std::size_t picture) const;
     void Enter(const PacketGroup& group);
     void BeginPass(const PacketGroup& group);
-    std::shared_ptr<const Picture> GoOnTo(const PacketGroup& group, std::size_t wanted);
+    std::shared_ptr<const Picture> GoOnTo(const PacketGroup& group, std::size_t wanted,
+                                          const DecodeManner& manner);
+    bool IsStale(const DecodeManner& manner);
+    void NoteEnd(const PacketGroup& group);
     std::shared_ptr<const Picture> Accept(const PacketGroup& group, std::size_t wanted);
-    void Feed(const PacketGroup& group);
+    void Feed(const PacketGroup& group, std::size_t wanted, bool last);
+    bool EndedEarly(const PacketGroup& group) const;
+    bool MayLeaveOut(const PacketGroup& group, std::size_t packet, std::size_t wanted) const;
+    void LeaveOut(const PacketGroup& group, std::size_t packet);
     bool IsLeading(const PacketGroup& group, std::size_t packet) const;
     bool NeverComes(const PacketGroup& group, std::size_t picture) const;
 
@@ -57,6 +69,8 @@ private:
     /// The decoder's order of pictures is not that of the time stamps: a picture passed over may yet come.
     bool disordered_ = false;
     std::uint64_t nbPasses_ = 0;
+    std::uint64_t nbPacketsLeftOut_ = 0;
+    std::uint64_t nbAbandoned_ = 0;
 };
 
 void DecodeLane::Impl::Check(const PacketGroup& group, std::size_t picture) const {
@@ -67,7 +81,8 @@ void DecodeLane::Impl::Check(const PacketGroup& group, std::size_t picture) cons
     }
 }
 
-std::shared_ptr<const Picture> DecodeLane::Impl::Decode(const PacketGroup& group, std::size_t picture) {
+std::shared_ptr<const Picture> DecodeLane::Impl::Decode(const PacketGroup& group, std::size_t picture,
+                                                        const DecodeManner& manner) {
     Check(group, picture);
     if (auto stored = store_->Find(picture)) {
         return stored;
@@ -78,10 +93,11 @@ std::shared_ptr<const Picture> DecodeLane::Impl::Decode(const PacketGroup& group
         Enter(group);
     } else if (NeverComes(group, picture)) {
         return nullptr;
-    } else if (standing_->latest && picture <= *standing_->latest) {
+    } else if (EndedEarly(group) || (standing_->latest && picture <= *standing_->latest) ||
+               standing_->WasLeftOut(index_->Picture(picture).packet)) {
         BeginPass(group);
     }
-    return GoOnTo(group, picture);
+    return GoOnTo(group, picture, manner);
 }
 
 void DecodeLane::Impl::Enter(const PacketGroup& group) {
@@ -97,6 +113,7 @@ void DecodeLane::Impl::BeginPass(const PacketGroup& group) {
     standing_->nextPacket = group.Layout().firstPacket;
     standing_->ended = false;
     standing_->latest.reset();
+    standing_->leftOut.clear();
     ++nbPasses_;
 }
 
@@ -105,7 +122,8 @@ bool DecodeLane::Impl::NeverComes(const PacketGroup& group, std::size_t picture)
     return place < standing_->decided && !standing_->came[place];
 }
 
-std::shared_ptr<const Picture> DecodeLane::Impl::GoOnTo(const PacketGroup& group, std::size_t wanted) {
+std::shared_ptr<const Picture> DecodeLane::Impl::GoOnTo(const PacketGroup& group, std::size_t wanted,
+                                                        const DecodeManner& manner) {
     while (true) {
         switch (decoder_.Receive()) {
             case Decoder::Event::Picture: {
@@ -117,13 +135,30 @@ std::shared_ptr<const Picture> DecodeLane::Impl::GoOnTo(const PacketGroup& group
                 break;
             }
             case Decoder::Event::WantsPacket:
-                Feed(group);
+                if (IsStale(manner)) {
+                    return nullptr;
+                }
+                Feed(group, wanted, manner.last);
                 break;
             case Decoder::Event::End:
-                standing_->latest = group.Layout().EndPicture();
-                standing_->decided = group.Layout().nbPictures;
+                NoteEnd(group);
                 return nullptr;
         }
+    }
+}
+
+bool DecodeLane::Impl::IsStale(const DecodeManner& manner) {
+    // A pass that is always given up before its first picture would never show anything.
+    const bool stale = standing_->latest && manner.isStale && manner.isStale();
+    nbAbandoned_ += stale ? 1 : 0;
+    return stale;
+}
+
+/// Nothing more comes out of the pass; what has not come by now never will, if all was put in.
+void DecodeLane::Impl::NoteEnd(const PacketGroup& group) {
+    standing_->latest = group.Layout().EndPicture();
+    if (standing_->nextPacket == group.Layout().EndPacket()) {
+        standing_->decided = group.Layout().nbPictures;
     }
 }
 
@@ -153,14 +188,40 @@ bool DecodeLane::Impl::IsLeading(const PacketGroup& group, std::size_t packet) c
     return picture && *picture < group.Layout().firstPicture;
 }
 
-void DecodeLane::Impl::Feed(const PacketGroup& group) {
-    if (standing_->nextPacket == group.Layout().EndPacket()) {
+/// The decoder was made to put out a picture at once, and cannot go on from there.
+bool DecodeLane::Impl::EndedEarly(const PacketGroup& group) const {
+    return standing_->ended && standing_->nextPacket != group.Layout().EndPacket();
+}
+
+/// Whether the decoder need not see it on the way to the wanted picture.
+bool DecodeLane::Impl::MayLeaveOut(const PacketGroup& group, std::size_t packet, std::size_t wanted) const {
+    const bool hasTwoFields = packet + 1 < index_->NbPackets() && index_->Packet(packet + 1).secondField;
+    const auto picture = index_->PictureOfPacket(packet);
+    return index_->Packet(packet).disposable && !hasTwoFields && picture && *picture != wanted &&
+           !IsLeading(group, packet) && !store_->Wants(*picture);
+}
+
+void DecodeLane::Impl::LeaveOut(const PacketGroup& group, std::size_t packet) {
+    ++nbPacketsLeftOut_;
+    standing_->leftOut.push_back(packet);
+    const std::size_t picture = *index_->PictureOfPacket(packet);
+    if (picture < group.Layout().EndPicture()) {
+        // It can be had: asked for later, it gets a pass of its own.
+        standing_->came[picture - group.Layout().firstPicture] = true;
+    }
+}
+
+void DecodeLane::Impl::Feed(const PacketGroup& group, std::size_t wanted, bool last) {
+    const bool isPast = last && standing_->nextPacket > index_->Picture(wanted).packet;
+    if (isPast || standing_->nextPacket == group.Layout().EndPacket()) {
         decoder_.SendEnd();
         standing_->ended = true;
         return;
     }
     const auto number = standing_->nextPacket++;
-    if (const auto packet = group.Packet(number)) {
+    if (MayLeaveOut(group, number, wanted)) {
+        LeaveOut(group, number);
+    } else if (const auto packet = group.Packet(number)) {
         decoder_.Send(*packet, number, !IsLeading(group, number));
     } else {
         decoder_.SkipPacket(number);
@@ -176,6 +237,8 @@ DecodeLane::Information DecodeLane::Impl::GetInformation() const {
     Information information;
     information.nbPacketsDecoded = decoder_.NbPacketsDecoded();
     information.nbPasses = nbPasses_;
+    information.nbPacketsLeftOut = nbPacketsLeftOut_;
+    information.nbAbandoned = nbAbandoned_;
     information.nbErrors = decoder_.NbErrors();
     information.nbStored = store_->Size();
     information.storedBytes = store_->Bytes();
@@ -185,14 +248,15 @@ DecodeLane::Information DecodeLane::Impl::GetInformation() const {
 }
 
 DecodeLane::DecodeLane(std::shared_ptr<const RecordingIndex> index, const DecodeLaneOptions& options,
-                       std::shared_ptr<PictureStore> store)
-    : impl_(std::make_unique<Impl>(std::move(index), options, std::move(store))) {
+                       std::shared_ptr<PictureStore> store, std::shared_ptr<FramePool> pool)
+    : impl_(std::make_unique<Impl>(std::move(index), options, std::move(store), std::move(pool))) {
 }
 
 DecodeLane::~DecodeLane() = default;
 
-std::shared_ptr<const Picture> DecodeLane::Decode(const PacketGroup& group, std::size_t picture) {
-    return impl_->Decode(group, picture);
+std::shared_ptr<const Picture> DecodeLane::Decode(const PacketGroup& group, std::size_t picture,
+                                                  const DecodeManner& manner) {
+    return impl_->Decode(group, picture, manner);
 }
 
 void DecodeLane::Reset() {

@@ -2,9 +2,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
+#include "Playout/FramePool.h"
 #include "Playout/PacketGroup.h"
 #include "Playout/Picture.h"
 #include "Playout/PictureStore.h"
@@ -22,6 +24,17 @@ struct DecodeLaneOptions {
     int nbThreads = 1;
 };
 
+/// How one picture is to be decoded.
+struct DecodeManner {
+    /// Asked between packets, once the pass has put out a picture; true ends the decode without an answer. What
+    /// was put out until then stays in the store, and the lane goes on from there the next time.
+    std::function<bool()> isStale;
+
+    /// Nothing later of the group will be asked for in this pass: the picture is got out of the decoder at once
+    /// instead of being followed by those that it waits for.
+    bool last = false;
+};
+
 /// A decoder with its state: decodes the pictures of one recording group by group, each group forward and,
 /// as far as memory allows, only once, in whatever order its pictures are asked for.
 ///
@@ -30,6 +43,7 @@ struct DecodeLaneOptions {
 /// - Pictures put out on the way stay in a store bounded in bytes (one picture at least). When they do not
 ///   all fit, the last ones up to the wanted one stay, so that in reverse a group of n pictures with room for
 ///   k takes n/k passes, rounded up, instead of n.
+/// - Pictures on the way that the store does not want, and from which none is predicted, are left out.
 /// - A picture that the decoder passes over (damage, missing packets) is remembered, and answered at once.
 ///
 /// What comes out of a group does not depend on what was decoded before it.
@@ -42,6 +56,8 @@ public:
     struct Information {
         std::uint64_t nbPacketsDecoded = 0;  ///< Packets given to the decoder.
         std::uint64_t nbPasses = 0;          ///< Times that a group was begun at its key frame.
+        std::uint64_t nbPacketsLeftOut = 0;  ///< Packets on the way that nobody needed.
+        std::uint64_t nbAbandoned = 0;       ///< Decodes that became stale.
         std::uint64_t nbErrors = 0;          ///< Errors that the decoder reported.
         std::size_t nbStored = 0;            ///< Pictures in the store now.
         std::size_t storedBytes = 0;         ///< Their bytes now.
@@ -49,16 +65,19 @@ public:
         std::string lastError;
     };
 
-    /// Shares \p store with the other lanes of the recording; null gives the lane one of its own.
+    /// Shares \p store with the other lanes of the recording; null gives the lane one of its own. Takes the
+    /// pictures' memory from \p pool, when there is one.
     explicit DecodeLane(std::shared_ptr<const RecordingIndex> index, const DecodeLaneOptions& options = {},
-                        std::shared_ptr<PictureStore> store = nullptr);
+                        std::shared_ptr<PictureStore> store = nullptr,
+                        std::shared_ptr<FramePool> pool = nullptr);
     ~DecodeLane();
     DecodeLane(const DecodeLane&) = delete;
     DecodeLane& operator=(const DecodeLane&) = delete;
 
     /// The picture, which must be of \p group and \p group of this lane's recording (std::invalid_argument);
-    /// null when the decoder does not put it out.
-    [[nodiscard]] std::shared_ptr<const Picture> Decode(const PacketGroup& group, std::size_t picture);
+    /// null when the decoder does not put it out, and when the decode became stale.
+    [[nodiscard]] std::shared_ptr<const Picture> Decode(const PacketGroup& group, std::size_t picture,
+                                                        const DecodeManner& manner = {});
 
     /// Drops the stored pictures and the decoder's position.
     void Reset();

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <new>
 #include <stdexcept>
+#include <utility>
 
 namespace Tavrin::Playout {
 
@@ -11,7 +12,8 @@ namespace {
 /// A decoder that goes on failing without taking a packet will not come to an end by itself.
 constexpr int kMaxErrorsInARow = 64;
 
-Ffmpeg::CodecPointer Open(const RecordingIndex& index, int nbThreads) {
+Ffmpeg::CodecPointer Open(const RecordingIndex& index, int nbThreads, Decoder::Begins begins,
+                          FramePool* pool) {
     Ffmpeg::RouteMessages();
     const auto& parameters = index.CodecParameters();
     const auto* codec = avcodec_find_decoder(parameters.codec_id);
@@ -21,10 +23,19 @@ Ffmpeg::CodecPointer Open(const RecordingIndex& index, int nbThreads) {
     }
     auto context = Ffmpeg::NewCodecContext(codec, parameters);
     context->thread_count = std::max(nbThreads, 1);
+    if (pool != nullptr) {
+        pool->ServeTo(*context);
+    }
     if (parameters.codec_id == AV_CODEC_ID_H264) {
         // Many H.264 streams do not say how far they reorder. A decoder that has to find out drops pictures
         // on the way, differently from each place where it begins; the packets' stamps tell it beforehand.
         context->has_b_frames = std::max(context->has_b_frames, index.ReorderDepth());
+        if (begins == Decoder::Begins::AtKeyFrames) {
+            // After the key frame of an open group it takes pictures for incomplete until that one has come
+            // out, and drops them if the stream ends before: the last pictures of a short group. What is
+            // really incomplete, the pictures shown before the key frame, is left out by who begins there.
+            context->flags |= AV_CODEC_FLAG_OUTPUT_CORRUPT;
+        }
     }
     const int result = avcodec_open2(context.get(), codec, nullptr);
     if (result < 0) {
@@ -36,9 +47,10 @@ Ffmpeg::CodecPointer Open(const RecordingIndex& index, int nbThreads) {
 
 }  // namespace
 
-Decoder::Decoder(const RecordingIndex& index, int nbThreads)
+Decoder::Decoder(const RecordingIndex& index, int nbThreads, Begins begins, std::shared_ptr<FramePool> pool)
     : index_(index),
-      context_(Open(index, nbThreads)),
+      pool_(std::move(pool)),
+      context_(Open(index, nbThreads, begins, pool_.get())),
       packet_(Ffmpeg::NewPacket()),
       frame_(Ffmpeg::NewFrame()) {
 }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Playout/Ffmpeg.h"
+#include "Playout/FramePool.h"
 #include "Playout/Picture.h"
 #include "Playout/RecordingIndex.h"
 
@@ -27,8 +28,12 @@ class Decoder {
 public:
     enum class Event { Picture, WantsPacket, End };
 
-    /// Borrows the index for the decoder's life.
-    Decoder(const RecordingIndex& index, int nbThreads);
+    /// Where decoding begins, at first and after each Flush.
+    enum class Begins { Anywhere, AtKeyFrames };
+
+    /// Borrows the index for the decoder's life. The pictures' memory comes from \p pool, when there is one.
+    Decoder(const RecordingIndex& index, int nbThreads, Begins begins = Begins::Anywhere,
+            std::shared_ptr<FramePool> pool = nullptr);
 
     /// \p wanted false: its picture is not of interest, nor are errors in it, because what it is predicted
     /// from was not decoded.
@@ -60,6 +65,7 @@ private:
     [[nodiscard]] bool IsShown();
 
     const RecordingIndex& index_;
+    std::shared_ptr<FramePool> pool_;
     Ffmpeg::CodecPointer context_;
     Ffmpeg::PacketPointer packet_;
     Ffmpeg::FramePointer frame_;

@@ -56,7 +56,8 @@ std::shared_ptr<const PacketGroup> GroupReader::AtHand(std::size_t group) const 
     return found == kept_.end() ? nullptr : *found;
 }
 
-std::shared_ptr<const PacketGroup> GroupReader::Read(std::size_t group) {
+std::shared_ptr<const PacketGroup> GroupReader::Read(std::size_t group,
+                                                     const std::function<bool()>& isStale) {
     const auto& layout = index_->Group(group);
     if (auto atHand = AtHand(group)) {
         ++information_.nbReused;
@@ -66,7 +67,9 @@ std::shared_ptr<const PacketGroup> GroupReader::Read(std::size_t group) {
     ++information_.nbReads;
     auto packets = TakeFromGroupsAtHand(layout);
     try {
-        Fill(layout, packets);
+        if (!Fill(layout, packets, isStale)) {
+            return nullptr;
+        }
     } catch (...) {
         demuxer_.reset();
         throw;
@@ -91,7 +94,9 @@ std::vector<PacketGroup::SharedPacket> GroupReader::TakeFromGroupsAtHand(const P
     return packets;
 }
 
-void GroupReader::Fill(const PictureGroup& layout, std::vector<PacketGroup::SharedPacket>& packets) {
+/// Whether it was not given up.
+bool GroupReader::Fill(const PictureGroup& layout, std::vector<PacketGroup::SharedPacket>& packets,
+                       const std::function<bool()>& isStale) {
     const auto nextGap = [&](std::size_t from) {
         while (from < packets.size() && packets[from] != nullptr) {
             ++from;
@@ -100,10 +105,13 @@ void GroupReader::Fill(const PictureGroup& layout, std::vector<PacketGroup::Shar
     };
     auto gap = nextGap(0);
     if (gap == packets.size()) {
-        return;
+        return true;
     }
     GoTo(layout.firstPacket + gap);
     while (gap < packets.size() && Peek() && next_->number < layout.EndPacket()) {
+        if (isStale && isStale()) {
+            return false;
+        }
         const auto number = next_->number;
         auto packet = std::move(next_->packet);
         next_.reset();
@@ -116,6 +124,7 @@ void GroupReader::Fill(const PictureGroup& layout, std::vector<PacketGroup::Shar
         }
         gap = nextGap(gap);
     }
+    return true;
 }
 
 void GroupReader::Keep(std::shared_ptr<const PacketGroup> group) {

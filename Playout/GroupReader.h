@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -50,8 +51,10 @@ public:
     GroupReader& operator=(const GroupReader&) = delete;
 
     /// The group, complete or with what the file still has of it (PacketGroup::NbMissing). Throws
-    /// std::out_of_range for a group that does not exist.
-    [[nodiscard]] std::shared_ptr<const PacketGroup> Read(std::size_t group);
+    /// std::out_of_range for a group that does not exist. Null when \p isStale, asked between packets, is true:
+    /// reading then goes on from there the next time.
+    [[nodiscard]] std::shared_ptr<const PacketGroup> Read(std::size_t group,
+                                                          const std::function<bool()>& isStale = {});
 
     /// The same without touching the file: null when the group is not at hand.
     [[nodiscard]] std::shared_ptr<const PacketGroup> AtHand(std::size_t group) const;
@@ -68,7 +71,8 @@ private:
 
     [[nodiscard]] std::vector<PacketGroup::SharedPacket> TakeFromGroupsAtHand(
         const PictureGroup& layout) const;
-    void Fill(const PictureGroup& layout, std::vector<PacketGroup::SharedPacket>& packets);
+    [[nodiscard]] bool Fill(const PictureGroup& layout, std::vector<PacketGroup::SharedPacket>& packets,
+                            const std::function<bool()>& isStale);
     void Keep(std::shared_ptr<const PacketGroup> group);
 
     void Open();

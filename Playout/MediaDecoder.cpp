@@ -11,20 +11,57 @@
 
 #include "Playout/CompressedSample.h"
 #include "Playout/DecodedSample.h"
+#include "Playout/PictureSize.h"
 
 namespace Tavrin::Playout {
 
 /// The lanes of one recording.
 class MediaDecoder::Track {
 public:
-    Track(const std::shared_ptr<const RecordingIndex>& index, const MediaDecoderOptions& options)
-        : index_(index), store_(std::make_shared<PictureStore>(options.storeBytes)) {
+    Track(const std::shared_ptr<const RecordingIndex>& index, const MediaDecoderOptions& options,
+          DecodeMeter& meter)
+        : index_(index), meter_(meter) {
+        const std::size_t nbLanes = std::max<std::size_t>(options.nbLanes, 1);
+        const auto nbThreads = static_cast<std::size_t>(std::max(options.lane.nbThreads, 1));
+        margin_ = nbLanes * (nbThreads + 1) * DecodedPictureBytes(*index);
+        if (options.pictureBytes > 0) {
+            pool_ = FramePool::Create(options.pictureBytes);
+        }
+        store_ = std::make_shared<PictureStore>(
+            options.pictureBytes > 0 ? StoreBytes(options.pictureBytes) : options.storeBytes, pool_);
         for (std::size_t i = 0; i < std::max<std::size_t>(options.nbLanes, 1); ++i) {
-            places_.push_back(std::make_unique<Place>(index, options.lane, store_));
+            places_.push_back(std::make_unique<Place>(index, options.lane, store_, pool_));
         }
     }
 
     PictureStore& Store() { return *store_; }
+
+    void SetPlace(const PlayPlace& place) {
+        store_->SetPlace(place);
+        const std::scoped_lock lock(mutex_);
+        stride_ = place.stride;
+        dragged_ = place.dragged;
+    }
+
+    void SetReach(const GroupReach& reach) {
+        const std::scoped_lock lock(mutex_);
+        reach_ = reach;
+    }
+
+    void SetPictureBytes(std::size_t bytes) {
+        if (pool_ != nullptr) {
+            pool_->SetMaxBytes(bytes);
+        }
+        store_->SetMaxBytes(StoreBytes(bytes));
+    }
+
+    std::size_t PictureBytes() const { return pool_ == nullptr ? store_->Bytes() : pool_->UsedBytes(); }
+
+    void Abandon(std::optional<std::size_t> kept) {
+        const std::scoped_lock lock(mutex_);
+        kept_ = kept;
+        ++nbAbandonments_;
+    }
 
     std::shared_ptr<const Picture> Decode(const CompressedSample& sample) {
         const auto& group = *sample.Group();
@@ -36,7 +73,14 @@ public:
             return stored;
         }
         const Visit visit(*this, group.Number());
-        return visit.Where().Decode(group, sample.PictureNumber());
+        DecodeManner manner;
+        manner.isStale = [&] { return visit.IsStale(sample.PictureNumber()); };
+        if (HasNothingToShow(group)) {
+            manner.last = true;
+            static_cast<void>(visit.Where().Decode(group, group.Layout().firstPicture, manner, meter_));
+        }
+        manner.last = visit.IsLast(sample.PictureNumber());
+        return visit.Where().Decode(group, sample.PictureNumber(), manner, meter_);
     }
 
     DecodeLane::Information GetInformation() const {
@@ -51,25 +95,67 @@ public:
     }
 
 private:
+    /// Somebody drags the play head over a group of which no picture has been decoded: they are to see its first
+    /// one at once, and not only when the decoder is so far.
+    bool HasNothingToShow(const PacketGroup& group) {
+        const std::scoped_lock lock(mutex_);
+        const auto nearest = dragged_ ? store_->Nearest(group.Layout().firstPicture) : nullptr;
+        return dragged_ && (nearest == nullptr || index_->Picture(nearest->Number()).group != group.Number());
+    }
+
+    /// What decoders take before the store next looks whether there is room.
+    std::size_t StoreBytes(std::size_t bytes) const { return bytes - std::min(bytes, margin_); }
+
     /// A lane, and who uses it.
     struct Place {
         Place(const std::shared_ptr<const RecordingIndex>& index, const DecodeLaneOptions& options,
-              const std::shared_ptr<PictureStore>& store)
-            : lane(index, options, store) {}
+              const std::shared_ptr<PictureStore>& store, const std::shared_ptr<FramePool>& pool)
+            : pictureBytes(DecodedPictureBytes(*index)), lane(index, options, store, pool) {}
 
-        std::shared_ptr<const Picture> Decode(const PacketGroup& packets, std::size_t picture) {
+        std::shared_ptr<const Picture> Decode(const PacketGroup& packets, std::size_t picture,
+                                              const DecodeManner& manner, DecodeMeter& meter) {
             const std::scoped_lock lock(mutex);
-            auto decoded = lane.Decode(packets, picture);
-            const std::scoped_lock publishing(publishedMutex);
-            published = lane.GetInformation();
-            return decoded;
+            // Whoever waited for the lane may have waited too long.
+            if (manner.isStale()) {
+                return nullptr;
+            }
+            const Measured measured(*this, meter);
+            return lane.Decode(packets, picture, manner);
         }
+
+        /// Measures and publishes what is done in a scope, however it ends.
+        class Measured {
+        public:
+            Measured(Place& place, DecodeMeter& meter)
+                : place_(place), meter_(meter), before_(NbPackets(place.lane.GetInformation())) {
+                meter_.Begin(DecodeMeter::Clock::now());
+            }
+            ~Measured() {
+                auto information = place_.lane.GetInformation();
+                const auto nb = static_cast<std::size_t>(NbPackets(information) - before_);
+                meter_.End(DecodeMeter::Clock::now(), nb * place_.pictureBytes);
+                const std::scoped_lock lock(place_.publishedMutex);
+                place_.published = std::move(information);
+            }
+            Measured(const Measured&) = delete;
+            Measured& operator=(const Measured&) = delete;
+
+        private:
+            static std::uint64_t NbPackets(const DecodeLane::Information& information) {
+                return information.nbPacketsDecoded + information.nbPacketsLeftOut;
+            }
+
+            Place& place_;
+            DecodeMeter& meter_;
+            std::uint64_t before_;
+        };
 
         DecodeLane::Information GetInformation() const {
             const std::scoped_lock lock(publishedMutex);
             return published;
         }
 
+        std::size_t pictureBytes;
         std::mutex mutex;  ///< Guards the lane, through decodes that may take long.
         DecodeLane lane;
         /// As of the latest decode: whoever asks must not wait for the one in progress.
@@ -90,6 +176,8 @@ private:
             place_->group = group;
             place_->lastVisit = ++track.nbVisits_;
             ++place_->nbVisitors;
+            group_ = group;
+            nbAbandonments_ = track.nbAbandonments_;
         }
         ~Visit() {
             const std::scoped_lock lock(track_.mutex_);
@@ -100,9 +188,27 @@ private:
 
         Place& Where() const { return *place_; }
 
+        /// The play head has gone where the visit's group is not needed; or, where there is not the time to
+        /// decode everything, it has passed the picture.
+        bool IsStale(std::size_t picture) const {
+            const std::scoped_lock lock(track_.mutex_);
+            return (track_.nbAbandonments_ != nbAbandonments_ && track_.kept_ != group_) ||
+                   (!track_.reach_.IsWhole() && track_.store_->IsPassed(picture));
+        }
+
+        /// Of the pictures that are asked for, it is the last one of its group.
+        bool IsLast(std::size_t picture) const {
+            const std::scoped_lock lock(track_.mutex_);
+            const std::size_t packet =
+                track_.index_->Picture(picture).packet - track_.index_->Group(group_).firstPacket;
+            return !track_.reach_.IsWhole() && packet + track_.stride_ >= track_.reach_.nbPackets;
+        }
+
     private:
         Track& track_;
         Place* place_;
+        std::size_t group_;
+        std::uint64_t nbAbandonments_;
     };
 
     /// The lane that stands in the group, else an idle one, else any; of several the one longest unused.
@@ -118,6 +224,8 @@ private:
     static void Add(DecodeLane::Information& sum, const DecodeLane::Information& part) {
         sum.nbPacketsDecoded += part.nbPacketsDecoded;
         sum.nbPasses += part.nbPasses;
+        sum.nbPacketsLeftOut += part.nbPacketsLeftOut;
+        sum.nbAbandoned += part.nbAbandoned;
         sum.nbErrors += part.nbErrors;
         if (!part.lastError.empty()) {
             sum.lastError = part.lastError;
@@ -125,19 +233,28 @@ private:
     }
 
     std::shared_ptr<const RecordingIndex> index_;
+    DecodeMeter& meter_;
+    std::size_t margin_ = 0;
+    std::shared_ptr<FramePool> pool_;
     std::shared_ptr<PictureStore> store_;
     std::mutex mutex_;
+    GroupReach reach_;
+    std::size_t stride_ = 1;
+    bool dragged_ = false;
+    std::optional<std::size_t> kept_;
+    std::uint64_t nbAbandonments_ = 0;
     std::vector<std::unique_ptr<Place>> places_;
     std::uint64_t nbVisits_ = 0;
 };
 
-MediaDecoder::MediaDecoder() = default;
+MediaDecoder::MediaDecoder() : meter_(std::make_unique<DecodeMeter>()) {
+}
 
 MediaDecoder::~MediaDecoder() = default;
 
 void MediaDecoder::AddTrack(const Player::TrackId& track, const std::shared_ptr<const RecordingIndex>& index,
                             const MediaDecoderOptions& options) {
-    auto added = std::make_shared<Track>(index, options);
+    auto added = std::make_shared<Track>(index, options, *meter_);
     const std::unique_lock lock(tracksMutex_);
     tracks_[track] = std::move(added);
 }
@@ -155,14 +272,37 @@ std::shared_ptr<MediaDecoder::Track> MediaDecoder::Find(const Player::TrackId& t
 
 void MediaDecoder::SetPlace(const Player::TrackId& track, const PlayPlace& place) {
     if (const auto found = Find(track)) {
-        found->Store().SetPlace(place);
+        found->SetPlace(place);
     }
 }
 
-void MediaDecoder::SetStoreBytes(const Player::TrackId& track, std::size_t bytes) {
+void MediaDecoder::SetPictureBytes(const Player::TrackId& track, std::size_t bytes) {
     if (const auto found = Find(track)) {
-        found->Store().SetMaxBytes(bytes);
+        found->SetPictureBytes(bytes);
     }
+}
+
+void MediaDecoder::Abandon(const Player::TrackId& track, std::optional<std::size_t> kept) {
+    if (const auto found = Find(track)) {
+        found->Abandon(kept);
+    }
+}
+
+void MediaDecoder::SetReach(const Player::TrackId& track, const GroupReach& reach) {
+    if (const auto found = Find(track)) {
+        found->SetReach(reach);
+    }
+}
+
+std::shared_ptr<const Picture> MediaDecoder::Nearest(const Player::TrackId& track,
+                                                     std::size_t picture) const {
+    const auto found = Find(track);
+    return found == nullptr ? nullptr : found->Store().Nearest(picture);
+}
+
+std::size_t MediaDecoder::PictureBytes(const Player::TrackId& track) const {
+    const auto found = Find(track);
+    return found == nullptr ? 0 : found->PictureBytes();
 }
 
 DecodeLane::Information MediaDecoder::GetInformation(const Player::TrackId& track) const {

@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <shared_mutex>
 #include <string>
 
@@ -13,6 +14,9 @@
 #include "Player/ISampleDecoder.h"
 #include "Player/TrackId.h"
 #include "Playout/DecodeLane.h"
+#include "Playout/DecodeMeter.h"
+#include "Playout/FramePool.h"
+#include "Playout/GroupReach.h"
 #include "Playout/PictureStore.h"
 #include "Playout/PlayoutExport.h"
 #include "Playout/RecordingIndex.h"
@@ -29,6 +33,9 @@ struct MediaDecoderOptions {
     /// worker begins the next one, and orders that two workers take near a boundary in the wrong order do not
     /// make one decoder go back and forth.
     std::size_t nbLanes = 2;
+    /// Threads of each lane's decoder are in `lane`. Bytes that all pictures of the track may take together,
+    /// wherever they are; no bound of its own when zero.
+    std::size_t pictureBytes = 0;
 };
 
 /// Decodes compressed samples of any number of recordings, on decoders that keep their state.
@@ -63,8 +70,27 @@ public:
     void RemoveTrack(const Player::TrackId& track);
     /// Where the track is being played, which decides what its store keeps; an unknown track is ignored.
     void SetPlace(const Player::TrackId& track, const PlayPlace& place);
-    /// How much its store may hold from now on.
-    void SetStoreBytes(const Player::TrackId& track, std::size_t bytes);
+    /// How much memory its pictures may take from now on, all together.
+    void SetPictureBytes(const Player::TrackId& track, std::size_t bytes);
+
+    /// Ends the track's decodes in progress that are not of group \p kept. Their orders are answered without a
+    /// sample, like those of pictures that cannot be had: the caller tells the two apart by having called this.
+    /// An unknown track is ignored.
+    void Abandon(const Player::TrackId& track, std::optional<std::size_t> kept);
+
+    /// How much of each group will be asked for: the last picture of it is got out of the decoder at once.
+    void SetReach(const Player::TrackId& track, const GroupReach& reach);
+
+    /// The nearest picture that some decoder of the track has put out and that is still held; null for an
+    /// unknown track.
+    [[nodiscard]] std::shared_ptr<const Picture> Nearest(const Player::TrackId& track,
+                                                         std::size_t picture) const;
+
+    /// How fast pictures are decoded, all tracks together.
+    [[nodiscard]] const DecodeMeter& Meter() const { return *meter_; }
+
+    /// Memory of the track's pictures in use now.
+    [[nodiscard]] std::size_t PictureBytes(const Player::TrackId& track) const;
     /// Sums over the track's lanes as of their latest decodes, and the latest error; zeros for an unknown
     /// track. Never waits for a decode.
     [[nodiscard]] DecodeLane::Information GetInformation(const Player::TrackId& track) const;
@@ -83,6 +109,7 @@ private:
     mutable std::shared_mutex tracksMutex_;
     std::map<Player::TrackId, std::shared_ptr<Track>> tracks_;
     DecodedHook decodedHook_;
+    std::unique_ptr<DecodeMeter> meter_;
 };
 
 }  // namespace Tavrin::Playout

@@ -1,11 +1,13 @@
 #include "Playout/MediaPreloader.h"
 
+#include <chrono>
 #include <exception>
 #include <utility>
 
 #include "Player/CacheUpdateQueue.h"
 #include "Player/Output.h"
 #include "Playout/CompressedSample.h"
+#include "Playout/GroupReach.h"
 #include "Playout/GroupReader.h"
 
 namespace Tavrin::Playout {
@@ -18,20 +20,35 @@ public:
 
     const RecordingIndex& Index() const { return *index_; }
 
-    /// The group, read from the file unless it is at hand; null when that failed.
+    void SetReach(const GroupReach& reach) {
+        const std::scoped_lock lock(stateMutex_);
+        reach_ = reach;
+    }
+
+    std::size_t Within(std::size_t picture) const {
+        const std::scoped_lock lock(stateMutex_);
+        return reach_.IsWhole() ? picture : PictureWithin(*index_, reach_, picture);
+    }
+
+    void Abandon(std::optional<std::size_t> kept) {
+        const std::scoped_lock lock(stateMutex_);
+        kept_ = kept;
+        ++nbAbandonments_;
+        const bool hangs = reading_ && Clock::now() - since_ > kHanging;
+        if (hangs && reading_ != kept) {
+            reader_.RequestStop(true);
+        }
+    }
+
+    /// The group, read from the file unless it is at hand; null when that failed or was abandoned.
     std::shared_ptr<const PacketGroup> Read(std::size_t group, const ReadHook& hook) {
+        const std::uint64_t asked = NbAbandonments();
         const std::scoped_lock lock(mutex_);
-        std::shared_ptr<const PacketGroup> read;
-        try {
-            const bool atHand = reader_.AtHand(group) != nullptr;
-            if (!atHand && hook) {
-                hook(id_, group);
-            }
-            read = reader_.Read(group);
-            nbMissingPackets_ += atHand ? 0 : read->NbMissing();
-        } catch (const std::exception& error) {
-            ++nbFailedReads_;
-            lastError_ = error.what();
+        std::shared_ptr<const PacketGroup> read = reader_.AtHand(group);
+        if (read == nullptr && IsStale(group, asked)) {
+            ++nbAbandonedReads_;
+        } else {
+            read = ReadNow(group, asked, hook);
         }
         Publish();
         return read;
@@ -43,10 +60,53 @@ public:
     }
 
 private:
+    using Clock = std::chrono::steady_clock;
+
+    /// A read that is given up after this long is not given up between packets: the file has to be opened anew.
+    static constexpr std::chrono::milliseconds kHanging{100};
+
+    std::uint64_t NbAbandonments() const {
+        const std::scoped_lock lock(stateMutex_);
+        return nbAbandonments_;
+    }
+
+    bool IsStale(std::size_t group, std::uint64_t asked) const {
+        const std::scoped_lock lock(stateMutex_);
+        return nbAbandonments_ != asked && kept_ != group;
+    }
+
+    void NoteReading(std::optional<std::size_t> group) {
+        const std::scoped_lock lock(stateMutex_);
+        reading_ = group;
+        since_ = Clock::now();
+        reader_.RequestStop(false);
+    }
+
+    std::shared_ptr<const PacketGroup> ReadNow(std::size_t group, std::uint64_t asked, const ReadHook& hook) {
+        std::shared_ptr<const PacketGroup> read;
+        NoteReading(group);
+        try {
+            const bool atHand = reader_.AtHand(group) != nullptr;
+            if (!atHand && hook) {
+                hook(id_, group);
+            }
+            read = reader_.Read(group, [&] { return IsStale(group, asked); });
+            nbMissingPackets_ += atHand || read == nullptr ? 0 : read->NbMissing();
+            nbAbandonedReads_ += read == nullptr ? 1 : 0;
+        } catch (const std::exception& error) {
+            const bool stale = IsStale(group, asked);
+            nbAbandonedReads_ += stale ? 1 : 0;
+            nbFailedReads_ += stale ? 0 : 1;
+            lastError_ = stale ? lastError_ : error.what();
+        }
+        NoteReading(std::nullopt);
+        return read;
+    }
+
     void Publish() {
         const auto reading = reader_.GetInformation();
         const std::scoped_lock lock(publishedMutex_);
-        published_ = {reading.nbReads,   reading.nbReused,    nbFailedReads_,
+        published_ = {reading.nbReads,   reading.nbReused,    nbFailedReads_, nbAbandonedReads_,
                       nbMissingPackets_, reading.nbBytesKept, lastError_};
     }
 
@@ -55,8 +115,16 @@ private:
     std::mutex mutex_;  ///< Held through a read, which may take long.
     GroupReader reader_;
     std::uint64_t nbFailedReads_ = 0;
+    std::uint64_t nbAbandonedReads_ = 0;
     std::uint64_t nbMissingPackets_ = 0;
     std::string lastError_;
+
+    mutable std::mutex stateMutex_;  ///< Never held for long; guards what follows.
+    GroupReach reach_;
+    std::optional<std::size_t> kept_;
+    std::uint64_t nbAbandonments_ = 0;
+    std::optional<std::size_t> reading_;
+    Clock::time_point since_;
 
     /// As of the latest read: whoever asks must not wait for the one in progress.
     mutable std::mutex publishedMutex_;
@@ -89,6 +157,18 @@ MediaPreloader::Information MediaPreloader::GetInformation(const Player::TrackId
     return found == nullptr ? Information() : found->GetInformation();
 }
 
+void MediaPreloader::SetReach(const Player::TrackId& track, const GroupReach& reach) {
+    if (const auto found = Find(track)) {
+        found->SetReach(reach);
+    }
+}
+
+void MediaPreloader::Abandon(const Player::TrackId& track, std::optional<std::size_t> kept) {
+    if (const auto found = Find(track)) {
+        found->Abandon(kept);
+    }
+}
+
 void MediaPreloader::SetDeliveryHook(DeliveryHook hook) {
     deliveryHook_ = std::move(hook);
 }
@@ -109,11 +189,12 @@ MediaPreloader::PreloadResult MediaPreloader::Fetch(const Player::PreloadOrder& 
     }
     const auto& index = track->Index();
     const auto number = order.tp_.SampleNumber(index.Rate());
-    const auto picture = index.PictureAt(number);
-    if (!picture) {
+    const auto asked = index.PictureAt(number);
+    if (!asked) {
         return SUCCESS_MISSING;
     }
-    const auto& indexed = index.Picture(*picture);
+    const std::size_t picture = track->Within(*asked);
+    const auto& indexed = index.Picture(picture);
     auto group = track->Read(indexed.group, readHook_);
     if (group == nullptr) {
         return ERROR;
@@ -122,7 +203,7 @@ MediaPreloader::PreloadResult MediaPreloader::Fetch(const Player::PreloadOrder& 
         return SUCCESS_MISSING;
     }
     const auto start = index.SampleStart(number);
-    sample = std::make_unique<CompressedSample>(order.id_, std::move(group), *picture, start,
+    sample = std::make_unique<CompressedSample>(order.id_, std::move(group), picture, start,
                                                 index.SampleStart(number + 1) - start);
     return SUCCESS_EXIST;
 }

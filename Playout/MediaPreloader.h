@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <shared_mutex>
 #include <string>
 
@@ -14,6 +15,7 @@
 #include "Player/IPreloader.h"
 #include "Player/PreloadOrder.h"
 #include "Player/TrackId.h"
+#include "Playout/GroupReach.h"
 #include "Playout/PlayoutExport.h"
 #include "Playout/RecordingIndex.h"
 
@@ -48,6 +50,7 @@ public:
         std::uint64_t nbReads = 0;           ///< Groups read from the file.
         std::uint64_t nbReused = 0;          ///< Orders served by a group that had been read before.
         std::uint64_t nbFailedReads = 0;     ///< Reads that ended in an error.
+        std::uint64_t nbAbandonedReads = 0;  ///< Reads that a jump made useless.
         std::uint64_t nbMissingPackets = 0;  ///< Packets that reads found not to be in the file, in all.
         std::uint64_t nbBytesKept = 0;       ///< Of the groups kept for the next orders.
         std::string lastError;               ///< Of the latest failed read, empty when none failed.
@@ -73,6 +76,15 @@ public:
     void RemoveTrack(const Player::TrackId& track);
     /// As of the latest read that has ended; zeros for an unknown track. Never waits for a read.
     [[nodiscard]] Information GetInformation(const Player::TrackId& track) const;
+
+    /// From now on, orders for pictures beyond the reach are answered with the nearest one within it. An unknown
+    /// track is ignored.
+    void SetReach(const Player::TrackId& track, const GroupReach& reach);
+
+    /// Ends the track's read in progress, unless it is of group \p kept: its order is answered without a sample.
+    /// Between packets at once; where the storage itself hangs, after a while and at the cost of opening the file
+    /// anew. An unknown track is ignored.
+    void Abandon(const Player::TrackId& track, std::optional<std::size_t> kept);
 
     void SetDeliveryHook(DeliveryHook hook);
     void SetReadHook(ReadHook hook);

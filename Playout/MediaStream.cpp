@@ -180,7 +180,11 @@ SampleStatus MediaStream::GetCurrentSample(ISample** sample) {
     }
     ISample* found = nullptr;
     const bool exists = Exists(Now());
-    const Cache::EntryType type = exists ? Find(&found) : Cache::Missing;
+    Cache::EntryType type = exists ? Find(&found) : Cache::Missing;
+    if (type == Cache::Valid && !standInsAllowed_ && IsStandIn(static_cast<const DecodedSample&>(*found))) {
+        ForgetAll();
+        type = Cache::Not_Found;
+    }
     currentSampleIsEmpty = type == Cache::Missing;
     if (type == Cache::Missing) {
         shownPicture_.reset();
@@ -189,6 +193,7 @@ SampleStatus MediaStream::GetCurrentSample(ISample** sample) {
     if (type != Cache::Valid) {
         return SampleStatus::NotReady;
     }
+    hasJumped_ = false;
     *sample = found;
     const auto& decoded = static_cast<const DecodedSample&>(*found);
     const bool same = shownPicture_ == decoded.PictureNumber();
@@ -197,12 +202,39 @@ SampleStatus MediaStream::GetCurrentSample(ISample** sample) {
 }
 
 bool MediaStream::IsReady() {
+    // Where not everything can be decoded, waiting for it would only hold up what can.
+    return standInsAllowed_ || HasSettled();
+}
+
+/// What is known of the picture at the play head will not change soon.
+bool MediaStream::HasSettled() {
     if (!IsLinked() || !Exists(Now())) {
         return true;
     }
     ISample* sample = nullptr;
     const Cache::EntryType type = Find(&sample);
     return type == Cache::Valid || type == Cache::Missing;
+}
+
+void MediaStream::AllowStandIns(bool allowed) {
+    if (standInsAllowed_ && !allowed) {
+        ForgetAll();
+    }
+    standInsAllowed_ = allowed;
+}
+
+bool MediaStream::IsStandIn(const DecodedSample& sample) const {
+    return index_->PictureAtTime(sample.GetTimePoint()) != sample.PictureNumber();
+}
+
+std::optional<std::size_t> MediaStream::GroupAt(const TimePoint& tp) const {
+    const auto picture = index_->PictureAtTime(tp);
+    return picture ? std::optional(index_->Picture(*picture).group) : std::nullopt;
+}
+
+/// After a jump, decoding other groups would take time from the one that is waited for.
+bool MediaStream::MayWait(const TimePoint& tp) const {
+    return hasJumped_ && !standInsAllowed_ && !index_->IntraOnly() && GroupAt(tp) != GroupAt(Now());
 }
 
 bool MediaStream::CurrentIsMissing() {
@@ -229,6 +261,7 @@ void MediaStream::Intake() {
     const std::size_t nbFiled = compressed_.Update() + decoded_.Update();
     nbAnswers_ += nbFiled - nbOwnAnswers_;
     nbOwnAnswers_ = 0;
+    ForgetAbandoned();
 }
 
 void MediaStream::Plan() {
@@ -237,6 +270,10 @@ void MediaStream::Plan() {
     }
     Evict();
     RetryMissing();
+    if (standInsAllowed_ && !HasSettled()) {
+        // The play head does not wait: what it has passed must not be served before what comes.
+        WithdrawQueued();
+    }
     AskForCompressed(Needed());
     AskForDecoded(Needed());
     if (!preloading_) {
@@ -249,7 +286,9 @@ void MediaStream::Plan() {
     }
     decodedPlanner_.Update(player_);
     while (decodedPlanner_.Get(tp)) {
-        AskForDecoded(tp);
+        if (!MayWait(tp)) {
+            AskForDecoded(tp);
+        }
     }
 }
 
@@ -339,6 +378,63 @@ void MediaStream::ForgetMissing() {
     }
 }
 
+namespace {
+
+std::vector<TimePoint> PendingIn(Cache& cache, const SampleRate& rate) {
+    std::vector<TimePoint> pending;
+    for (const std::int64_t number : cache.FindMultiples(rate)) {
+        const TimePoint tp = TimePoint::StartOfSample(number, rate);
+        ISample* sample = nullptr;
+        if (cache.GetSample(tp, rate, &sample, false) == Cache::Pending) {
+            pending.push_back(tp);
+        }
+    }
+    return pending;
+}
+
+void UseAnother(Cache& cache, const SampleRate& rate, const TimePoint& than) {
+    for (const std::int64_t number : cache.FindMultiples(rate)) {
+        const TimePoint tp = TimePoint::StartOfSample(number, rate);
+        ISample* sample = nullptr;
+        if (tp != than && cache.GetSample(tp, rate, &sample, false) == Cache::Valid) {
+            return;
+        }
+    }
+}
+
+/// Removes those that are not pending any more; whether one of them was answered with nothing.
+bool SettleAnswered(Cache& cache, const SampleRate& rate, std::vector<TimePoint>& begun) {
+    bool hasNothing = false;
+    std::erase_if(begun, [&](const TimePoint& tp) {
+        ISample* sample = nullptr;
+        const Cache::EntryType type = cache.GetSample(tp, rate, &sample, false);
+        hasNothing = hasNothing || type == Cache::Missing;
+        return type != Cache::Pending;
+    });
+    return hasNothing;
+}
+
+}  // namespace
+
+/// Drops all that may be dropped, at the play head too: a cache keeps the sample that it handed out last, so it is
+/// asked for another one first.
+void MediaStream::ForgetAll() {
+    for (Cache* cache : {&compressed_, &decoded_}) {
+        UseAnother(*cache, index_->Rate(), Needed());
+        cache->EraseAfter(cache->GetFirstEntry() - TimePoint().FromNanoseconds(1), Cache::Not_Found);
+    }
+}
+
+/// What a worker had begun before the play head jumped may have been given up, which says nothing about whether
+/// the picture can be had.
+void MediaStream::ForgetAbandoned() {
+    const bool compressed = SettleAnswered(compressed_, index_->Rate(), begunCompressed_);
+    const bool decoded = SettleAnswered(decoded_, index_->Rate(), begunDecoded_);
+    if (compressed || decoded) {
+        ForgetMissing();
+    }
+}
+
 /// Withdraws an order that is in no queue any more.
 void MediaStream::Answer(const Player::PreloadOrder& order) {
     AnswerWithNothing(*order.queue_, order.tp_);
@@ -377,7 +473,7 @@ void MediaStream::WithdrawPassed() {
     }
 }
 
-void MediaStream::Withdraw() {
+void MediaStream::WithdrawQueued() {
     for (const Player::PreloadOrder& order : TakeAll<Player::PreloadOrder>(preloadQueue_)) {
         Answer(order);
     }
@@ -386,6 +482,13 @@ void MediaStream::Withdraw() {
     }
     Intake();
     ForgetMissing();
+}
+
+void MediaStream::Withdraw() {
+    WithdrawQueued();
+    begunCompressed_ = PendingIn(compressed_, index_->Rate());
+    begunDecoded_ = PendingIn(decoded_, index_->Rate());
+    hasJumped_ = true;
     retryDelay_ = window_.retryAfter;
     nextRetry_ = std::chrono::steady_clock::now() + retryDelay_;
 }

@@ -100,6 +100,12 @@ public:
 
     /// What the picture at the play head waits for; None whenever `IsReady`.
     [[nodiscard]] Playout::WaitCause WaitCause();
+    /// Pictures that stand in for those asked for are shown too, as long as that is allowed; else they are
+    /// dropped where they are found, and asked for anew.
+    void AllowStandIns(bool allowed);
+
+    /// Whether a decoded sample shows another picture than the one that is on display at its time point.
+    [[nodiscard]] bool IsStandIn(const DecodedSample& sample) const;
 
     /// The rate that is fetched at the player's speed: the recording's, halved until the display can show it.
     [[nodiscard]] Player::SampleRate FetchRate() const;
@@ -128,6 +134,12 @@ private:
     [[nodiscard]] bool HasPassed(const Time::TimePoint& tp) const;
     void RetryMissing();
     void ForgetMissing();
+    void ForgetAll();
+    [[nodiscard]] bool HasSettled();
+    void ForgetAbandoned();
+    void WithdrawQueued();
+    [[nodiscard]] std::optional<std::size_t> GroupAt(const Time::TimePoint& tp) const;
+    [[nodiscard]] bool MayWait(const Time::TimePoint& tp) const;
     void ConfigurePlanners();
 
     std::shared_ptr<const RecordingIndex> index_;
@@ -146,6 +158,10 @@ private:
     Player::DecodeOrderQueue decodeQueue_;
 
     std::optional<std::size_t> shownPicture_;
+    bool standInsAllowed_ = false;
+    bool hasJumped_ = false;                        ///< And the picture there has not come yet.
+    std::vector<Time::TimePoint> begunCompressed_;  ///< In the hands of workers when orders were withdrawn.
+    std::vector<Time::TimePoint> begunDecoded_;
     std::chrono::milliseconds retryDelay_;
     std::chrono::steady_clock::time_point nextRetry_;
     std::uint64_t nbAnswers_ = 0;

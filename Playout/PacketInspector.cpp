@@ -1,5 +1,8 @@
 #include "Playout/PacketInspector.h"
 
+#include <cstdint>
+#include <span>
+
 namespace Tavrin::Playout {
 
 namespace {
@@ -10,8 +13,61 @@ bool IsHiddenVp8(const AVPacket& packet) {
     return packet.size > 0 && (packet.data[0] & kShown) == 0;
 }
 
+/// The first byte after the next start code at or after \p from; the end when there is none.
+std::size_t AfterStartCode(std::span<const std::uint8_t> bytes, std::size_t from) {
+    for (std::size_t at = from; at + 3 < bytes.size(); ++at) {
+        if (bytes[at] == 0 && bytes[at + 1] == 0 && bytes[at + 2] == 1) {
+            return at + 3;
+        }
+    }
+    return bytes.size();
+}
+
+std::size_t FirstUnit(std::span<const std::uint8_t> bytes, std::size_t lengthSize) {
+    return lengthSize == 0 ? AfterStartCode(bytes, 0) : lengthSize;
+}
+
+/// The one after the unit that begins at \p at.
+std::size_t NextUnit(std::span<const std::uint8_t> bytes, std::size_t lengthSize, std::size_t at) {
+    if (lengthSize == 0) {
+        return AfterStartCode(bytes, at);
+    }
+    std::size_t length = 0;
+    for (std::size_t i = at - lengthSize; i < at; ++i) {
+        length = length << 8U | bytes[i];
+    }
+    // A damaged length leads to the end, or at least onward.
+    return length > bytes.size() - at ? bytes.size() : at + length + lengthSize;
+}
+
+/// Bytes of the lengths before the units of an MP4 file's H.264; 0 when they begin with start codes.
+std::size_t H264LengthSize(const AVCodecParameters& parameters) {
+    constexpr int kLeast = 7;
+    const bool hasLengths = parameters.codec_id == AV_CODEC_ID_H264 && parameters.extradata_size >= kLeast &&
+                            parameters.extradata[0] == 1;
+    return hasLengths ? (parameters.extradata[4] & 3U) + 1 : 0;
+}
+
 bool IsField(AVPictureStructure structure) {
     return structure == AV_PICTURE_STRUCTURE_TOP_FIELD || structure == AV_PICTURE_STRUCTURE_BOTTOM_FIELD;
+}
+
+/// Whether no picture is predicted from the one that the first slice of an access unit belongs to. H.264 says so
+/// in the first byte of every unit; \p lengthSize is that of the units' lengths, 0 where they begin with a
+/// start code instead.
+bool IsDisposableH264(std::span<const std::uint8_t> bytes, std::size_t lengthSize) {
+    constexpr unsigned kTypeMask = 0x1F;
+    constexpr unsigned kRefMask = 0x60;
+    constexpr unsigned kSlice = 1;
+    constexpr unsigned kKeySlice = 5;
+    for (std::size_t at = FirstUnit(bytes, lengthSize); at < bytes.size();
+         at = NextUnit(bytes, lengthSize, at)) {
+        const unsigned type = bytes[at] & kTypeMask;
+        if (type >= kSlice && type <= kKeySlice) {
+            return (bytes[at] & kRefMask) == 0;
+        }
+    }
+    return false;
 }
 
 bool IsPredicted(int type) {
@@ -24,7 +80,8 @@ PacketInspector::PacketInspector(const AVCodecParameters& parameters)
     : codec_(parameters.codec_id),
       numbersPictures_(codec_ == AV_CODEC_ID_H264 || codec_ == AV_CODEC_ID_HEVC),
       context_(Ffmpeg::NewCodecContext(nullptr, parameters)),
-      parser_(av_parser_init(parameters.codec_id)) {
+      parser_(av_parser_init(parameters.codec_id)),
+      lengthSize_(H264LengthSize(parameters)) {
     if (parser_ != nullptr) {
         parser_->flags |= PARSER_FLAG_COMPLETE_FRAMES;
     }
@@ -36,6 +93,8 @@ bool PacketInspector::MustParse(bool key) const {
 
 void PacketInspector::Inspect(const AVPacket& packet, CodedPacket& coded) {
     coded.entry = coded.key;
+    coded.disposable = codec_ == AV_CODEC_ID_H264 && packet.size > 0 &&
+                       IsDisposableH264({packet.data, static_cast<std::size_t>(packet.size)}, lengthSize_);
     if (codec_ == AV_CODEC_ID_VP8) {
         coded.hidden = coded.hidden || IsHiddenVp8(packet);
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <vector>
 
@@ -39,6 +40,7 @@ private:
     bool numbersPictures_;
     Ffmpeg::CodecPointer context_;
     Ffmpeg::ParserPointer parser_;
+    std::size_t lengthSize_;
     bool first_ = true;
     bool beginsInMidGroup_ = false;
     /// The parity of a field that waits for its other half.

@@ -1,6 +1,7 @@
 #include "Playout/PictureStore.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace Tavrin::Playout {
@@ -18,9 +19,22 @@ constexpr std::uint64_t kNotShown = std::uint64_t{1} << 62U;
 void PictureStore::SetMaxBytes(std::size_t maxBytes) {
     const std::lock_guard lock(mutex_);
     maxBytes_ = maxBytes;
-    while (pictures_.size() > 1 && bytes_ > maxBytes_) {
-        Drop(Farthest(pictures_.begin()->first));
+    while (pictures_.size() > 1 && Overflows(0)) {
+        const auto farthest = Farthest(pictures_.begin()->first);
+        if (farthest == pictures_.end()) {
+            return;
+        }
+        Drop(farthest);
     }
+}
+
+bool PictureStore::Overflows(std::size_t nbMoreBytes) const {
+    // What comes in is in the pool already.
+    return pool_ == nullptr ? bytes_ + nbMoreBytes > maxBytes_ : pool_->UsedBytes() > maxBytes_;
+}
+
+bool PictureStore::MayDrop(const std::shared_ptr<const Picture>& picture) const {
+    return pool_ == nullptr || picture.use_count() == 1;
 }
 
 void PictureStore::SetPlace(const PlayPlace& place) {
@@ -34,6 +48,34 @@ std::shared_ptr<const Picture> PictureStore::Find(std::size_t number) const {
     return found == pictures_.end() ? nullptr : found->second;
 }
 
+std::shared_ptr<const Picture> PictureStore::Nearest(std::size_t number) const {
+    const std::lock_guard lock(mutex_);
+    const auto above = pictures_.lower_bound(number);
+    if (above == pictures_.begin()) {
+        return above == pictures_.end() ? nullptr : above->second;
+    }
+    const auto below = std::prev(above);
+    const bool isBelow = above == pictures_.end() || number - below->first < above->first - number;
+    return isBelow ? below->second : above->second;
+}
+
+bool PictureStore::Wants(std::size_t number) const {
+    const std::lock_guard lock(mutex_);
+    if (!place_) {
+        return true;
+    }
+    const bool isAbove = number > place_->picture;
+    const std::size_t away = isAbove ? number - place_->picture : place_->picture - number;
+    const bool isBehind = away != 0 && isAbove == place_->backward;
+    return (place_->stride <= 1 || number % place_->stride == 0) &&
+           away <= (isBehind ? place_->behind : place_->ahead);
+}
+
+bool PictureStore::IsPassed(std::size_t number) const {
+    const std::lock_guard lock(mutex_);
+    return place_ && (place_->backward ? number > place_->picture : number < place_->picture);
+}
+
 void PictureStore::Add(std::shared_ptr<const Picture> picture, std::size_t wanted) {
     const auto number = picture->Number();
     const std::lock_guard lock(mutex_);
@@ -41,10 +83,15 @@ void PictureStore::Add(std::shared_ptr<const Picture> picture, std::size_t wante
         Drop(same);
     }
     // Room is made first, so that the bound holds at every moment.
-    while (!pictures_.empty() && bytes_ + picture->ByteSize() > maxBytes_) {
+    while (!pictures_.empty() && Overflows(picture->ByteSize())) {
         const auto farthest = Farthest(wanted);
-        if (number != wanted && Distance(number, wanted) > Distance(farthest->first, wanted)) {
+        const bool isFarther =
+            farthest == pictures_.end() || Distance(number, wanted) > Distance(farthest->first, wanted);
+        if (number != wanted && isFarther) {
             return;
+        }
+        if (farthest == pictures_.end()) {
+            break;
         }
         Drop(farthest);
     }
@@ -66,10 +113,18 @@ std::uint64_t PictureStore::Distance(std::size_t number, std::size_t wanted) con
     return (isShown ? 0 : kNotShown) + (isBehind ? away * kBehindFactor : away);
 }
 
+/// Of those that may be dropped; the end when there is none.
 PictureStore::Pictures::const_iterator PictureStore::Farthest(std::size_t wanted) const {
-    return std::max_element(pictures_.begin(), pictures_.end(), [&](const auto& left, const auto& right) {
-        return Distance(left.first, wanted) < Distance(right.first, wanted);
-    });
+    auto farthest = pictures_.end();
+    std::uint64_t distance = 0;
+    for (auto candidate = pictures_.begin(); candidate != pictures_.end(); ++candidate) {
+        const std::uint64_t away = Distance(candidate->first, wanted);
+        if (MayDrop(candidate->second) && (farthest == pictures_.end() || away > distance)) {
+            farthest = candidate;
+            distance = away;
+        }
+    }
+    return farthest;
 }
 
 void PictureStore::Drop(Pictures::const_iterator which) {

@@ -6,7 +6,9 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <utility>
 
+#include "Playout/FramePool.h"
 #include "Playout/Picture.h"
 #include "Playout/PlayoutExport.h"
 
@@ -14,13 +16,21 @@ namespace Tavrin::Playout {
 
 /// Where a recording is being played, in pictures.
 struct PlayPlace {
+    static constexpr std::size_t kAnyNumber = SIZE_MAX;
+
     std::size_t picture = 0;  ///< Under the play head.
     bool backward = false;
-    std::size_t stride = 1;  ///< Only every so many pictures are shown at this speed.
+    std::size_t stride = 1;           ///< Only every so many pictures are shown at this speed.
+    std::size_t ahead = kAnyNumber;   ///< So many pictures in the direction of play are worth decoding,
+    std::size_t behind = kAnyNumber;  ///< and so many on the other side.
+    bool dragged = false;             ///< Any picture near the place is wanted soon.
 };
 
 /// The decoded pictures of one recording, by number, bounded in bytes; one picture is always held, however
 /// large. All decoders of the recording fill it, and whoever asks for a picture looks here first.
+///
+/// With a pool, the bound holds for all memory of the recording's pictures, also for those that a decoder works
+/// on and those that others hold; what others hold is kept, because dropping it would free nothing.
 ///
 /// When the bound is reached, what is farthest from the play head goes first: what lies behind it counts as
 /// three times as far, and pictures that the present speed does not show go before all that it shows. So in
@@ -33,7 +43,8 @@ struct PlayPlace {
 /// *Ownership:* shares the pictures with whoever was handed one.
 class TAVRIN_PLAYOUT_EXPORT PictureStore {
 public:
-    explicit PictureStore(std::size_t maxBytes) : maxBytes_(maxBytes) {}
+    explicit PictureStore(std::size_t maxBytes, std::shared_ptr<const FramePool> pool = nullptr)
+        : maxBytes_(maxBytes), pool_(std::move(pool)) {}
 
     /// Drops what does not fit any more.
     void SetMaxBytes(std::size_t maxBytes);
@@ -43,6 +54,16 @@ public:
 
     /// Null when it is not held.
     [[nodiscard]] std::shared_ptr<const Picture> Find(std::size_t number) const;
+
+    /// The one with the nearest number; null when none is held.
+    [[nodiscard]] std::shared_ptr<const Picture> Nearest(std::size_t number) const;
+
+    /// Whether a picture that comes along on the way to another one is worth decoding. Everything is, as long as
+    /// nobody has said where the play head is.
+    [[nodiscard]] bool Wants(std::size_t number) const;
+
+    /// Whether the play head has passed a picture; false as long as nobody has said where it is.
+    [[nodiscard]] bool IsPassed(std::size_t number) const;
 
     /// Holds \p picture, on the way to the picture numbered \p wanted, unless all that is held is nearer.
     void Add(std::shared_ptr<const Picture> picture, std::size_t wanted);
@@ -57,10 +78,13 @@ private:
 
     [[nodiscard]] std::uint64_t Distance(std::size_t number, std::size_t wanted) const;
     [[nodiscard]] Pictures::const_iterator Farthest(std::size_t wanted) const;
+    [[nodiscard]] bool Overflows(std::size_t nbMoreBytes) const;
+    [[nodiscard]] bool MayDrop(const std::shared_ptr<const Picture>& picture) const;
     void Drop(Pictures::const_iterator which);
 
     mutable std::mutex mutex_;
     std::size_t maxBytes_;
+    std::shared_ptr<const FramePool> pool_;
     std::optional<PlayPlace> place_;
     Pictures pictures_;
     std::size_t bytes_ = 0;

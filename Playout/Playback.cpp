@@ -50,6 +50,7 @@ public:
     }
 
     PlayReport Run() {
+        session_.AllowStandIns(options_.realTime);
         Obey(TimePoint());
         if (!IsStopped() && ShowFirst()) {
             options_.realTime ? PlayInRealTime() : PlayFast();

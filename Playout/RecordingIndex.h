@@ -29,6 +29,7 @@ struct CodedPacket {
     bool hidden = false;         ///< Decoded (others may refer to it) but never shown: edit lists do that.
     bool secondField = false;    ///< Completes the picture that the packet before it began.
     bool damaged = false;        ///< The demuxer could not deliver it whole.
+    bool disposable = false;     ///< Known to be a whole picture from which no other is predicted.
 };
 
 /// One shown picture. Pictures are numbered from 0 in presentation order.

@@ -1,8 +1,10 @@
 #include "Playout/Session.h"
 
 #include <algorithm>
+#include <cmath>
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -12,8 +14,10 @@
 #include "Player/ExistingCacheUpdateQueues.h"
 #include "Player/Player.h"
 #include "Player/PreloadThread.h"
+#include "Playout/GroupReach.h"
 #include "Playout/MediaDecoder.h"
 #include "Playout/MediaStream.h"
+#include "Playout/MemoryPlan.h"
 #include "Playout/SpeedMeter.h"
 #include "Playout/TickGate.h"
 #include "Playout/TrackPlayer.h"
@@ -35,14 +39,6 @@ SampleRate HighestRate(const std::vector<SessionTrack>& tracks) {
     return highest;
 }
 
-std::vector<SessionTrack> AllFromTheOrigin(std::vector<std::shared_ptr<const RecordingIndex>> recordings) {
-    std::vector<SessionTrack> tracks;
-    for (auto& recording : recordings) {
-        tracks.push_back({std::move(recording), {}, {}, 1});
-    }
-    return tracks;
-}
-
 std::vector<ReadinessRule> RulesOf(const std::vector<SessionTrack>& tracks) {
     std::vector<ReadinessRule> rules;
     rules.reserve(tracks.size());
@@ -52,41 +48,8 @@ std::vector<ReadinessRule> RulesOf(const std::vector<SessionTrack>& tracks) {
     return rules;
 }
 
-/// What could never be shown as asked is refused here, and not found out at three in the morning.
-void Check(const SessionTrack& track, std::size_t number) {
-    const std::string name = "track " + std::to_string(number);
-    if (track.recording == nullptr) {
-        throw std::invalid_argument(name + " has no recording");
-    }
-    if (track.weight == 0) {
-        throw std::invalid_argument(name + ", " + track.recording->File() +
-                                    ": its weight is 0; the memory is shared by weights of at least 1");
-    }
-    if (track.offset + track.recording->End() <= TimePoint()) {
-        throw std::invalid_argument(
-            name + ", " + track.recording->File() + ": with an offset of " + track.offset.ToDurationString() +
-            " it is over before playing begins: it lasts " + track.recording->Duration().ToDurationString());
-    }
-}
-
-std::vector<SessionTrack> Checked(std::vector<SessionTrack> tracks) {
-    if (tracks.empty()) {
-        throw std::invalid_argument("Session: no recordings, at least one is needed");
-    }
-    for (std::size_t number = 0; number < tracks.size(); ++number) {
-        Check(tracks[number], number);
-    }
-    return tracks;
-}
-
-/// Threads for a decoder, so that a single track keeps all cores busy and many tracks do not get in each
-/// other's way. Pictures that need no others are decoded side by side instead, which costs no waiting.
-int NbDecoderThreads(const RecordingIndex& recording, std::size_t nbTracks) {
-    if (recording.IntraOnly()) {
-        return 1;
-    }
-    return static_cast<int>(std::max<std::size_t>(std::thread::hardware_concurrency() / nbTracks, 1));
-}
+/// Decoded pictures that a machine can be taken to manage before it has shown what it can.
+constexpr double kAssumedBytesPerSecond = 300e6;
 
 /// Counts what the workers announce, so that the session's thread can wait for it.
 class Announcements {
@@ -128,7 +91,10 @@ public:
     TickReport TickTo(const TimePoint& head);
     bool WaitForProgress(std::chrono::milliseconds timeout);
     void SetSpeed(const Time::Ratio& speed);
-    void GoTo(const TimePoint& tp);
+    void GoTo(const TimePoint& tp, bool dragged);
+    void AllowStandIns(bool allowed);
+    void SetMemory(std::size_t nbBytes);
+    std::size_t Memory() const { return memory_; }
     TrackInformation GetInformation(std::size_t track) const;
 
     const SessionTrack& TrackAt(std::size_t track) const { return settings_.at(track); }
@@ -145,7 +111,10 @@ public:
 private:
     struct Track {
         Player::TrackId id;
+        TrackNeeds needs;
         std::size_t bytes = 0;  ///< Its share of the memory.
+        StreamWindow window;
+        GroupReach reach;
         std::unique_ptr<TrackPlayer> player;
         std::unique_ptr<MediaStream> stream;
         TrackView view;
@@ -159,11 +128,19 @@ private:
     bool NoteReadiness();
     TickReport LookAround(bool moved, bool isStep);
     void NoteWaits(TickReport& report);
-    void Look(Track& track, bool isStep);
+    void Look(Track& track, std::size_t number, bool isStep);
     static void Count(Track& track, const TrackView& before, bool isStep);
     void WithdrawAll();
+    void AbandonAll();
     void PlanWindows();
     void NotePlace(const Track& track, std::size_t number);
+    std::size_t StrideOf(const Track& track, std::size_t number) const;
+    std::size_t PictureRoom(const Track& track) const { return track.bytes - track.needs.packets; }
+    LanePlan LanesFor(const RecordingIndex& recording) const;
+    void ShareOut(std::size_t nbBytes);
+    void PlanReach();
+    double WantedBytesPerSecond() const;
+    void StandIn(Track& track, std::size_t number) const;
     std::vector<SampleRate> FetchRates() const;
     std::uint64_t NbAnswers() const;
 
@@ -181,17 +158,26 @@ private:
     std::vector<std::unique_ptr<Player::PreloadThread>> preloadWorkers_;
     std::vector<std::unique_ptr<Player::DecodeThread>> decodeWorkers_;
     std::uint64_t nbTicks_ = 0;
+    std::size_t memory_ = 0;
+    bool dragged_ = false;
+    bool standInsAllowed_ = false;
+    bool standsIn_ = false;  ///< Not all that is shown can be decoded at this speed.
 };
 
 Session::Impl::Impl(std::vector<SessionTrack> tracks, const SessionOptions& options)
     : options_(options),
-      settings_(Checked(std::move(tracks))),
+      settings_(CheckedTracks(std::move(tracks))),
       displayRate_(options.displayRate.Positive() ? options.displayRate : HighestRate(settings_)),
       gate_(RulesOf(settings_)),
       meter_(displayRate_) {
     preloader_.SetExistingCacheUpdateQueues(&registry_);
     preloader_.SetDeliveryHook([this](const auto&, auto) { announcements_.Add(); });
     decoder_.SetDecodedHook([this](const auto&, auto) { announcements_.Add(); });
+    for (const SessionTrack& settings : settings_) {
+        Track& track = tracks_.emplace_back();
+        track.needs = NeedsOf(*settings.recording, LanesFor(*settings.recording));
+    }
+    ShareOut(options.memoryBytes);
     for (std::size_t number = 0; number < settings_.size(); ++number) {
         AddTrack(number);
     }
@@ -199,20 +185,43 @@ Session::Impl::Impl(std::vector<SessionTrack> tracks, const SessionOptions& opti
     StartWorkers();
 }
 
+LanePlan Session::Impl::LanesFor(const RecordingIndex& recording) const {
+    return PlanLanes(recording, settings_.size(), options_.nbDecodeWorkers);
+}
+
+void Session::Impl::ShareOut(std::size_t nbBytes) {
+    std::vector<TrackNeeds> needs;
+    std::vector<std::size_t> weights;
+    for (std::size_t number = 0; number < tracks_.size(); ++number) {
+        needs.push_back(tracks_[number].needs);
+        weights.push_back(settings_[number].weight);
+    }
+    const std::size_t total = nbBytes == 0 ? DefaultMemory(needs) : nbBytes;
+    const auto shares = ShareMemory(total, needs, weights);
+    for (std::size_t number = 0; number < tracks_.size(); ++number) {
+        tracks_[number].bytes = shares[number];
+    }
+    memory_ = total;
+}
+
+void Session::Impl::SetMemory(std::size_t nbBytes) {
+    ShareOut(nbBytes);
+    for (const Track& track : tracks_) {
+        decoder_.SetPictureBytes(track.id, PictureRoom(track));
+    }
+    PlanWindows();
+}
+
 void Session::Impl::AddTrack(std::size_t number) {
-    const std::size_t nbTracks = settings_.size();
     const std::shared_ptr<const RecordingIndex>& recording = settings_[number].recording;
-    Track track;
+    Track& track = tracks_[number];
     track.id = Player::TrackId(Player::StorageId(recording->File(), recording->Stream()),
                                static_cast<std::int64_t>(number));
-    track.bytes =
-        options_.decodedBytes == 0 ? DefaultTrackBytes(*recording) : options_.decodedBytes / nbTracks;
+    const LanePlan lanes = LanesFor(*recording);
     MediaDecoderOptions decoding;
-    decoding.storeBytes = track.bytes;
-    decoding.lane.nbThreads = NbDecoderThreads(*recording, nbTracks);
-    if (recording->IntraOnly()) {
-        decoding.nbLanes = std::max<std::size_t>(options_.nbDecodeWorkers, 1);
-    }
+    decoding.pictureBytes = PictureRoom(track);
+    decoding.lane.nbThreads = lanes.nbThreads;
+    decoding.nbLanes = lanes.nbLanes;
     preloader_.AddTrack(track.id, recording);
     decoder_.AddTrack(track.id, recording, decoding);
     track.stream =
@@ -220,14 +229,15 @@ void Session::Impl::AddTrack(std::size_t number) {
     track.player = std::make_unique<TrackPlayer>(player_, settings_[number].offset);
     track.stream->LinkPlayer(track.player.get());
     player_.AttachStream(track.stream.get());
-    tracks_.push_back(std::move(track));
 }
 
 /// As far ahead and behind as the speed asks for.
 void Session::Impl::PlanWindows() {
     for (std::size_t number = 0; number < tracks_.size(); ++number) {
-        tracks_[number].stream->SetWindow(
-            PlanWindow(Recording(number), displayRate_, player_.GetSpeed(), tracks_[number].bytes, options_));
+        Track& track = tracks_[number];
+        const WindowRoom room{PictureRoom(track) - track.needs.working, track.needs.packets};
+        track.window = PlanWindow(Recording(number), displayRate_, player_.GetSpeed(), room, options_);
+        track.stream->SetWindow(track.window);
     }
 }
 
@@ -261,6 +271,10 @@ void Session::Impl::StartWorkers() {
 
 Session::Impl::~Impl() {
     player_.DetachAllStreams();
+    for (const Track& track : tracks_) {
+        preloader_.Abandon(track.id, std::nullopt);
+        decoder_.Abandon(track.id, std::nullopt);
+    }
     StopWorkers();
     // The streams take their queues off the registry themselves.
     tracks_.clear();
@@ -282,6 +296,7 @@ void Session::Impl::StopWorkers() {
 
 TickReport Session::Impl::Tick(const TimePoint& delta) {
     Intake();
+    PlanReach();
     const bool moves = NoteReadiness();
     player_.Update(delta);
     return LookAround(moves, delta != TimePoint());
@@ -289,6 +304,7 @@ TickReport Session::Impl::Tick(const TimePoint& delta) {
 
 TickReport Session::Impl::TickTo(const TimePoint& head) {
     Intake();
+    PlanReach();
     const bool moves = NoteReadiness();
     // Lets the player note who makes it wait; it then is put where its own steps would lead but for rounding.
     player_.Update(TimePoint());
@@ -316,7 +332,7 @@ TickReport Session::Impl::LookAround(bool moved, bool isStep) {
     report.time = player_.GetCurrentTimePoint();
     for (std::size_t number = 0; number < tracks_.size(); ++number) {
         Track& track = tracks_[number];
-        Look(track, isStep);
+        Look(track, number, isStep);
         NotePlace(track, number);
         if (moved && gate_.IsLeftBehind(number)) {
             track.stream->WithdrawPassed();
@@ -360,9 +376,66 @@ void Session::Impl::NotePlace(const Track& track, std::size_t number) {
     PlayPlace place;
     place.picture = recording.PictureAtOrAfter(head);
     place.backward = player_.GetSpeed().Numerator() < 0;
-    const Time::Ratio stride = recording.Rate() / track.stream->FetchRate();
-    place.stride = static_cast<std::size_t>(stride.Numerator());
+    place.stride = StrideOf(track, number);
+    place.dragged = dragged_;
+    // What can be kept; the window alone would leave out what the store keeps for later.
+    const std::size_t nbFitting =
+        (PictureRoom(track) - track.needs.working) / std::max<std::size_t>(track.needs.picture, 1);
+    place.ahead = nbFitting * place.stride;
+    // On the way to the picture that is waited for, those before it are in nobody's window.
+    place.behind =
+        track.view.status == SampleStatus::NotReady ? 0 : track.window.nbDecodedBehind * place.stride;
     decoder_.SetPlace(track.id, place);
+}
+
+/// Of so many pictures, one is fetched.
+std::size_t Session::Impl::StrideOf(const Track& track, std::size_t number) const {
+    const Time::Ratio stride = Recording(number).Rate() / track.stream->FetchRate();
+    return static_cast<std::size_t>(stride.Numerator());
+}
+
+/// The bytes of decoded pictures that playing takes at the present speed, of tracks not all of whose pictures
+/// are shown; zero when there is none.
+double Session::Impl::WantedBytesPerSecond() const {
+    double bytes = 0;
+    bool leavesOut = false;
+    const Time::Ratio speed = player_.GetSpeed();
+    for (std::size_t number = 0; number < tracks_.size(); ++number) {
+        const Time::Ratio rate = Recording(number).Rate() * speed;
+        const double perSecond =
+            std::abs(static_cast<double>(rate.Numerator()) / static_cast<double>(rate.Denominator()));
+        bytes += perSecond * static_cast<double>(tracks_[number].needs.picture);
+        leavesOut = leavesOut || StrideOf(tracks_[number], number) > 1;
+    }
+    return leavesOut ? bytes : 0;
+}
+
+/// How much of each group there is time for.
+void Session::Impl::PlanReach() {
+    const double wanted = standInsAllowed_ ? WantedBytesPerSecond() : 0;
+    const double measured = decoder_.Meter().BytesPerSecond();
+    const double possible = measured > 0 ? measured : kAssumedBytesPerSecond;
+    // Once standing in, it takes more than the doubt to go back.
+    constexpr double kEnough = 1.0;
+    constexpr double kEnoughAgain = 1.25;
+    // Of what is possible, some is lost on what comes too late.
+    constexpr double kUsable = 0.8;
+    standsIn_ = wanted > 0 && possible < wanted * (standsIn_ ? kEnoughAgain : kEnough);
+    const double share = standsIn_ ? std::min(kUsable * possible / wanted, 0.99) : 1;
+    for (std::size_t number = 0; number < tracks_.size(); ++number) {
+        Track& track = tracks_[number];
+        const GroupReach reach = ReachFor(Recording(number), share);
+        track.stream->AllowStandIns(standsIn_);
+        if (reach != track.reach) {
+            track.reach = reach;
+            preloader_.SetReach(track.id, reach);
+            decoder_.SetReach(track.id, reach);
+        }
+    }
+}
+
+void Session::Impl::AllowStandIns(bool allowed) {
+    standInsAllowed_ = allowed;
 }
 
 void Session::Impl::Intake() {
@@ -371,18 +444,39 @@ void Session::Impl::Intake() {
     }
 }
 
-void Session::Impl::Look(Track& track, bool isStep) {
+void Session::Impl::Look(Track& track, std::size_t number, bool isStep) {
     const TrackView before = track.view;
     TrackView& view = track.view;
     Player::ISample* sample = nullptr;
     view.status = track.stream->GetCurrentSample(&sample);
     view.missing = view.status == SampleStatus::Empty && track.stream->CurrentIsMissing();
+    view.standIn = false;
     if (sample != nullptr) {
-        view.picture = static_cast<const DecodedSample&>(*sample).Content();
+        const auto& decoded = static_cast<const DecodedSample&>(*sample);
+        view.picture = decoded.Content();
+        view.standIn = track.stream->IsStandIn(decoded);
+    } else if ((view.status == SampleStatus::NotReady && dragged_) ||
+               (standsIn_ && (view.status == SampleStatus::NotReady || view.missing))) {
+        StandIn(track, number);
     } else if (view.status == SampleStatus::Empty && !view.missing) {
         view.picture = nullptr;
     }
     Count(track, before, isStep);
+}
+
+/// Shows the nearest picture there is.
+void Session::Impl::StandIn(Track& track, std::size_t number) const {
+    const auto picture = Recording(number).PictureAtTime(track.player->GetCurrentTimePoint());
+    const auto nearest = picture ? decoder_.Nearest(track.id, *picture) : nullptr;
+    if (nearest == nullptr) {
+        return;
+    }
+    const bool isNew = track.view.picture == nullptr || track.view.picture->Number() != nearest->Number();
+    track.view.picture = nearest;
+    track.view.standIn = true;
+    if (standsIn_) {
+        track.view.status = isNew ? SampleStatus::New : SampleStatus::Same;
+    }
 }
 
 /// A tick with a zero delta only looks again, so it counts only what it has newly found.
@@ -416,6 +510,7 @@ void Session::Impl::SetSpeed(const Time::Ratio& speed) {
     const Time::Ratio oldSpeed = player_.GetSpeed();
     const std::vector<SampleRate> oldRates = FetchRates();
     player_.SetSpeed(speed);
+    dragged_ = false;
     if (speed != oldSpeed) {
         meter_.Restart();
     }
@@ -435,11 +530,24 @@ std::vector<SampleRate> Session::Impl::FetchRates() const {
     return rates;
 }
 
-void Session::Impl::GoTo(const TimePoint& tp) {
+void Session::Impl::GoTo(const TimePoint& tp, bool dragged) {
     player_.GoTo(tp);
+    dragged_ = dragged;
     gate_.Restart();
     meter_.Restart();
+    AbandonAll();
     WithdrawAll();
+}
+
+/// Ends what is in progress for other places than the play head's.
+void Session::Impl::AbandonAll() {
+    for (std::size_t number = 0; number < tracks_.size(); ++number) {
+        const RecordingIndex& recording = Recording(number);
+        const auto picture = recording.PictureAtTime(tracks_[number].player->GetCurrentTimePoint());
+        const auto kept = picture ? std::optional(recording.Picture(*picture).group) : std::nullopt;
+        preloader_.Abandon(tracks_[number].id, kept);
+        decoder_.Abandon(tracks_[number].id, kept);
+    }
 }
 
 void Session::Impl::WithdrawAll() {
@@ -459,11 +567,13 @@ TrackInformation Session::Impl::GetInformation(std::size_t number) const {
         static_cast<std::size_t>(decoded.nbPendingSamples_ + compressed.nbPendingSamples_);
     information.reading = preloader_.GetInformation(track.id);
     information.decoding = decoder_.GetInformation(track.id);
+    information.memoryShare = track.bytes;
+    information.pictureBytes = decoder_.PictureBytes(track.id);
     return information;
 }
 
 Session::Session(std::vector<std::shared_ptr<const RecordingIndex>> recordings, const SessionOptions& options)
-    : Session(AllFromTheOrigin(std::move(recordings)), options) {
+    : Session(TracksFromTheOrigin(std::move(recordings)), options) {
 }
 
 Session::Session(std::vector<SessionTrack> tracks, const SessionOptions& options)
@@ -521,7 +631,23 @@ void Session::SetSpeed(const Time::Ratio& speed) {
 }
 
 void Session::GoTo(const TimePoint& tp) {
-    impl_->GoTo(tp);
+    impl_->GoTo(tp, false);
+}
+
+void Session::DragTo(const TimePoint& tp) {
+    impl_->GoTo(tp, true);
+}
+
+void Session::AllowStandIns(bool allowed) {
+    impl_->AllowStandIns(allowed);
+}
+
+void Session::SetMemory(std::size_t nbBytes) {
+    impl_->SetMemory(nbBytes);
+}
+
+std::size_t Session::Memory() const {
+    return impl_->Memory();
 }
 
 TickReport Session::Tick(const TimePoint& delta) {

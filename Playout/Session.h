@@ -35,6 +35,10 @@ struct TrackView {
 
     /// The play head stands inside the recording, but the picture cannot be read or decoded.
     bool missing = false;
+
+    /// The picture on show is not the one that belongs there but the nearest that could be had: at a speed at
+    /// which not all that is shown can be decoded, and while the play head is dragged.
+    bool standIn = false;
 };
 
 /// A track whose picture is still on its way, and what that means for the others.
@@ -77,6 +81,8 @@ struct TrackInformation {
     std::size_t nbPending = 0;      ///< Entries, compressed and decoded, whose answer is still out.
     MediaPreloader::Information reading;
     DecodeLane::Information decoding;
+    std::size_t memoryShare = 0;   ///< Bytes that the track may take.
+    std::size_t pictureBytes = 0;  ///< That its pictures take now, wherever they are.
 };
 
 /// Recordings played in step: the whole road from the output tick to the picture, on the engine.
@@ -89,11 +95,13 @@ struct TrackInformation {
 /// track whose recording has not begun yet or is over is empty, and holds nobody up.
 ///
 /// *Threads:* bound to one thread. It runs its own workers.
-/// *Blocking:* `Tick`, `TickTo`, `GoTo` and `SetSpeed` never wait for storage or a decoder. `WaitForProgress` waits as
-/// long as it is told to. The destructor waits for the read and the decodes in progress.
+/// *Blocking:* `Tick`, `TickTo`, `GoTo` and `SetSpeed` never wait for storage or a decoder. `WaitForProgress` waits
+/// as long as it is told to. The destructor gives up the read and the decodes in progress
+/// and waits until they have noticed.
 /// *Ownership:* owns everything it needs and shares the indexes; the pictures in a report are shared and may
 /// be kept as long as wanted (they then count against nobody's budget but the caller's). *Errors:* the
-/// constructor throws `std::invalid_argument` without recordings and for a track that can never be shown, and
+/// constructor throws `std::invalid_argument` without recordings, for a track that can never be shown, and when the
+/// memory is too little to play them, and
 /// `std::runtime_error` when a recording cannot be opened. A picture that cannot be read or decoded is reported as missing, and asked for again
 /// later.
 class TAVRIN_PLAYOUT_EXPORT Session final {
@@ -129,9 +137,27 @@ public:
     /// Takes effect at the next tick. Orders for pictures that the new speed does not show are withdrawn.
     void SetSpeed(const Time::Ratio& speed);
 
-    /// Jumps, to the origin at the earliest. Orders that no longer matter are withdrawn and answered; what is
-    /// cached around the new place is kept.
+    /// Jumps, to the origin at the earliest. Orders that no longer matter are withdrawn and answered, and reads
+    /// and decodes in progress that no longer matter are given up; what is cached is kept as long as its memory
+    /// is not needed.
     void GoTo(const Time::TimePoint& tp);
+
+    /// The same, but until its picture is there each track shows the nearest that it has, marked as standing
+    /// in: for a play head that is dragged. Up to the next GoTo or SetSpeed.
+    void DragTo(const Time::TimePoint& tp);
+
+    /// Whether, at a speed at which the display cannot show every picture, pictures that cannot be decoded in time
+    /// are stood in for by the nearest ones that can. Then the play head waits for none at such speeds. Not
+    /// allowed until this is called: what plays in real time wants it, what needs each picture does not.
+    void AllowStandIns(bool allowed);
+
+    /// Shares that much memory among the tracks from now on; zero: as much as the options say for zero. Throws
+    /// std::invalid_argument, naming the number that would do, when it is too little to play, and changes
+    /// nothing then.
+    void SetMemory(std::size_t nbBytes);
+
+    /// Bytes that all tracks may take together.
+    [[nodiscard]] std::size_t Memory() const;
 
     /// Files what the workers have delivered, advances the play head by `delta` (wall time since the tick
     /// before) times the speed unless it stands for a track, looks up what each track shows, orders what will

@@ -14,18 +14,18 @@ struct SessionOptions {
     /// the recordings' rates.
     Player::SampleRate displayRate;
 
-    /// Bytes of decoded pictures that all tracks may hold together, shared equally: ready around the play
-    /// head, and put out by the decoders on the way to others. Zero: for each track two of its longest
-    /// groups, which is what playing backward takes (`DefaultTrackBytes`). Each track keeps a few pictures
-    /// ready however small its share is.
-    std::size_t decodedBytes = 0;
+    /// Bytes that all tracks together may take: compressed packets, decoded pictures ready around the play head
+    /// or put out on the way to others, and those that decoders work on. Strict, but for pictures that the
+    /// caller keeps. Zero: for each track what two of its longest groups of decoded pictures take, which
+    /// playing backward needs (`DefaultMemory`).
+    std::size_t memoryBytes = 0;
 
     /// Wall time ahead of the play head, in the direction of play, for which pictures are kept ready, as far
     /// as the memory goes. Long enough for a group to be decoded before its first picture is due.
     Time::TimePoint ahead = Time::TimePoint().FromMilliseconds(1500);
 
     /// Wall time behind it, for those who turn round.
-    Time::TimePoint behind = Time::TimePoint().FromMilliseconds(400);
+    Time::TimePoint behind = Time::TimePoint().FromMilliseconds(200);
 
     /// Workers that read. Each serves its share of the tracks, so a slow file holds up only the tracks that it
     /// shares a worker with.

@@ -60,11 +60,14 @@ TimePoint TickSchedule::Next(const TimePoint& head, std::uint64_t tick) const {
     return head + (WayAt(tick + 1) - WayAt(tick));
 }
 
-/// The picture at a place is the one fetched for it, which may begin long before it.
+/// The picture at a place is the one fetched for it, which may begin long before it. A play head that ticks have
+/// moved is some nanoseconds off its own place, which is not beyond it for that: it would be shown twice.
 bool TickSchedule::IsBeyond(const TimePoint& place, const TimePoint& head) const {
+    constexpr std::int64_t kPartOfPlace = 8;
+    const TimePoint slack = TimePoint::StartOfSample(1, stream_ * Ratio(kPartOfPlace * nbPlaces_, 1));
     const TimePoint shown = place.AlignWith(fetched_);
     const TimePoint from = head.AlignWith(stream_);
-    return speed_.Positive() ? place > head && shown >= from : place < head && shown <= from;
+    return speed_.Positive() ? place - slack > head && shown >= from : place + slack < head && shown <= from;
 }
 
 TickSchedule::Place TickSchedule::After(const TimePoint& head) const {

@@ -13,13 +13,8 @@ using Time::TimePoint;
 
 namespace {
 
-/// Fewer pictures than this ahead of the play head cannot hide the time that one decode takes.
-constexpr std::size_t kFewestAhead = 4;
-
 /// Compressed samples beyond the decoded ones: they are small, and reading ahead hides the storage.
 constexpr std::size_t kCompressedBeyondDecoded = 25;
-
-constexpr std::size_t kMostDefaultBytes = std::size_t{768} << 20U;
 
 /// The samples that pass the play head in a length of wall time, rounded up.
 std::size_t NbPassing(const TimePoint& wallTime, const SampleRate& fetchRate, const Ratio& speed) {
@@ -33,6 +28,19 @@ SampleRate FetchRateOf(const RecordingIndex& recording, const SampleRate& displa
     return needed.Positive() ? SampleRate::StreamPreloadRate(recording.Rate(), needed) : recording.Rate();
 }
 
+/// Samples of the rate that is fetched whose packets fit, beside those of one whole group.
+std::size_t NbOfPackets(const RecordingIndex& recording, std::size_t stride, std::size_t bytes) {
+    std::int64_t all = 1;
+    for (std::size_t group = 0; group < recording.NbGroups(); ++group) {
+        all += recording.Group(group).nbBytes;
+    }
+    const double perSample = static_cast<double>(all) * static_cast<double>(stride) /
+                             static_cast<double>(std::max<std::size_t>(recording.NbPictures(), 1));
+    return static_cast<std::size_t>(static_cast<double>(bytes) / perSample);
+}
+
+}  // namespace
+
 std::size_t LongestGroup(const RecordingIndex& recording) {
     std::size_t longest = 1;
     for (std::size_t group = 0; group < recording.NbGroups(); ++group) {
@@ -41,29 +49,25 @@ std::size_t LongestGroup(const RecordingIndex& recording) {
     return longest;
 }
 
-}  // namespace
-
-std::size_t DefaultTrackBytes(const RecordingIndex& recording) {
-    const std::size_t longest = LongestGroup(recording);
-    constexpr std::size_t fewest = 4 * kFewestAhead;
-    const std::size_t picture = DecodedPictureBytes(recording);
-    return std::max(std::min(2 * longest * picture, kMostDefaultBytes), fewest * picture);
-}
-
 StreamWindow PlanWindow(const RecordingIndex& recording, const SampleRate& displayRate, const Ratio& speed,
-                        std::size_t bytes, const SessionOptions& options) {
+                        const WindowRoom& room, const SessionOptions& options) {
+    // Around a still play head enough is kept for steps, and for the start of playing either way.
     const bool isStill = speed.Numerator() == 0;
-    const Ratio passing = isStill ? Ratio(1, 1) : speed;
+    const Ratio passing = isStill ? Ratio(1, 3) : speed;
     const SampleRate rate = FetchRateOf(recording, displayRate, speed);
-    const std::size_t nbFitting = bytes / std::max<std::size_t>(DecodedPictureBytes(recording), 1);
+    const auto stride = static_cast<std::size_t>((recording.Rate() / rate).Numerator());
+    const std::size_t nbFitting = room.pictures / std::max<std::size_t>(DecodedPictureBytes(recording), 1);
+    const std::size_t nbOfPackets = NbOfPackets(recording, stride, room.packets);
     const bool isForward = speed.Positive();
     StreamWindow window;
     window.nbDecodedBehind = std::min(NbPassing(options.behind, rate, passing), nbFitting / 4);
-    const std::size_t nbForGroup = isForward ? 0 : std::min(LongestGroup(recording), nbFitting / 2);
+    const std::size_t group = (LongestGroup(recording) + stride - 1) / stride;
+    const std::size_t nbForGroup = isForward ? 0 : std::min(group, nbFitting / 2);
     const std::size_t nbForAhead = nbFitting - std::min(nbFitting, window.nbDecodedBehind + nbForGroup + 1);
-    window.nbDecodedAhead =
-        std::max(std::min(NbPassing(options.ahead, rate, passing), nbForAhead), kFewestAhead);
-    window.nbCompressedAhead = window.nbDecodedAhead + kCompressedBeyondDecoded;
+    const std::size_t nbAhead = std::min(NbPassing(options.ahead, rate, passing), nbForAhead);
+    window.nbDecodedAhead = std::max(std::min(nbAhead, nbOfPackets), kFewestAhead);
+    window.nbCompressedAhead =
+        std::clamp(nbOfPackets, window.nbDecodedAhead, window.nbDecodedAhead + kCompressedBeyondDecoded);
     window.retryAfter = options.retryAfter;
     return window;
 }

@@ -11,13 +11,20 @@
 
 namespace Tavrin::Playout {
 
-/// The bytes of decoded pictures for one track when nobody says otherwise: two of its longest groups, so that
-/// in reverse one can be shown while the one before it is decoded; bounded, since a group may be as long as
-/// the recording.
-[[nodiscard]] TAVRIN_PLAYOUT_EXPORT std::size_t DefaultTrackBytes(const RecordingIndex& recording);
+/// Fewer pictures than this ahead of the play head cannot hide the time that one decode takes.
+constexpr std::size_t kFewestAhead = 4;
+
+/// Pictures of the longest group; at least one.
+[[nodiscard]] TAVRIN_PLAYOUT_EXPORT std::size_t LongestGroup(const RecordingIndex& recording);
+
+/// What a track may hold, in bytes.
+struct WindowRoom {
+    std::size_t pictures = 0;  ///< Decoded pictures around the play head.
+    std::size_t packets = 0;   ///< Compressed packets.
+};
 
 /// How far a track looks around the play head at a speed: the lengths of wall time of the options in samples
-/// of the rate that is fetched, as far as `bytes` of decoded pictures hold them.
+/// of the rate that is fetched, as far as there is room for them.
 ///
 ///     forward    [behind][n][ahead ...............]
 ///     backward   [behind][n][ahead .....][room for the group that is being decoded]
@@ -27,7 +34,7 @@ namespace Tavrin::Playout {
 /// the memory is: with less, no decode can be hidden.
 [[nodiscard]] TAVRIN_PLAYOUT_EXPORT StreamWindow PlanWindow(const RecordingIndex& recording,
                                                             const Player::SampleRate& displayRate,
-                                                            const Time::Ratio& speed, std::size_t bytes,
+                                                            const Time::Ratio& speed, const WindowRoom& room,
                                                             const SessionOptions& options);
 
 }  // namespace Tavrin::Playout

@@ -112,7 +112,7 @@ void AddBenchCommand(CLI::App& program, int& status) {
                      "Number that chooses the random pictures (default: 1)")
         ->type_name("N");
     command->add_flag("--json", arguments->json, "Print JSON; the table then goes to standard error");
-    AddMemoryOption(*command, arguments->options.session.decodedBytes);
+    AddMemoryOption(*command, arguments->options.session.memoryBytes);
     command->footer(
         "What is shown is judged by the number that a clip made by scripts/make-clips carries in its\n"
         "pixels. Each case runs in a process of its own. right: ticks at which every track showed what\n"

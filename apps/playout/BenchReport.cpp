@@ -137,7 +137,7 @@ void PrintJson(std::ostream& out, const std::vector<BenchResult>& results, const
         << "  \"options\": {\"seconds\": "
         << Number(static_cast<double>(options.duration.count()) / kMillisecondsPerSecond)
         << ", \"tries\": " << options.nbTries << ", \"seed\": " << options.seed
-        << ", \"budgetBytes\": " << options.session.decodedBytes << "},\n  \"results\": [";
+        << ", \"budgetBytes\": " << options.session.memoryBytes << "},\n  \"results\": [";
     for (std::size_t i = 0; i < results.size(); ++i) {
         out << (i == 0 ? "\n" : ",\n");
         PrintResult(out, results[i]);

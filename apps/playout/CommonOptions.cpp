@@ -25,8 +25,8 @@ CLI::Option* AddMemoryOption(CLI::App& command, std::size_t& bytes) {
     const auto assign = [&bytes](const std::size_t& mebibytes) { bytes = mebibytes * kMebibyte; };
     return command
         .add_option_function<std::size_t>("--memory", assign,
-                                          "Memory for decoded pictures in MiB, of all files\n"
-                                          "together (default: what two groups of each take)")
+                                          "Memory in MiB, of all files together (default: what\n"
+                                          "two groups of decoded pictures of each take)")
         ->type_name("MIB")
         ->check(Between(std::size_t{1}, kMostMebibytes));
 }

@@ -243,7 +243,7 @@ void AddPlayCommand(CLI::App& program, int& status) {
     AddPacingOptions(*command, *arguments);
     arguments->tracks.AddTo(*command);
     AddDeskOptions(*command, arguments->desk);
-    AddMemoryOption(*command, arguments->session.decodedBytes);
+    AddMemoryOption(*command, arguments->session.memoryBytes);
     AddStreamOption(*command, arguments->stream);
     command->footer(
         "A TIME is in seconds (12.5), or m:ss (1:02.5), or h:mm:ss. Several files start together,\n"

@@ -143,10 +143,7 @@ void TrackOptions::CheckTracks(std::size_t nbTracks) const {
 std::vector<SessionTrack> TrackOptions::Apply(
     std::vector<std::shared_ptr<const RecordingIndex>> recordings) const {
     CheckTracks(recordings.size());
-    std::vector<SessionTrack> tracks;
-    for (auto& recording : recordings) {
-        tracks.push_back({std::move(recording), {}, {}, 1});
-    }
+    std::vector<SessionTrack> tracks = TracksFromTheOrigin(std::move(recordings));
     for (const Setting& setting : settings_) {
         setting.change(tracks[setting.track]);
     }

@@ -131,7 +131,7 @@ void AddVerifyCommand(CLI::App& program, int& status) {
             "--jumps", arguments->options.nbJumps,
             "How many random jumps to make (default: " + std::to_string(arguments->options.nbJumps) + ")")
         ->type_name("N");
-    AddMemoryOption(*command, arguments->options.session.decodedBytes);
+    AddMemoryOption(*command, arguments->options.session.memoryBytes);
     AddStreamOption(*command, arguments->stream);
     command->footer(
         "Every picture must be the right one, with exactly the pixels of the straight decode. Only\n"

@@ -124,6 +124,7 @@ TEST_P(DecodeLaneOnEachClip, PutsOutTheSamePicturesInRandomOrder) {
 INSTANTIATE_TEST_SUITE_P(
     Clips, DecodeLaneOnEachClip,
     testing::Values(Material{"ClosedGroups", Clips::ClosedGroups}, Material{"OpenGroups", Clips::OpenGroups},
+                    Material{"ShortLastGroup", Clips::ShortLastGroup},
                     Material{"SingleGroup", Clips::SingleGroup}, Material{"IntraOnly", Clips::IntraOnlyH264},
                     Material{"GradualRefresh", Clips::GradualRefresh}, Material{"EditList", Clips::EditList},
                     Material{"VariableRate", Clips::VariableRate}, Material{"Transport", Clips::Transport},

@@ -194,6 +194,19 @@ TEST(TickSchedule, AfterAChangeOfSpeedItGoesOnWithTheNextSampleInItsDirection) {
     EXPECT_EQ(SampleAfter(0, Ratio(-1, 1)), -1);
 }
 
+TEST(TickSchedule, ATurnNeverStaysInASampleWhoseLengthIsNoWholeNumberOfNanoseconds) {
+    const SampleRate rate(30000, 1001);
+    const TickSchedule forward(rate, rate, Ratio(1, 1));
+    const TickSchedule backward(rate, rate, Ratio(-1, 1));
+    TimePoint head = forward.Start(TimePoint());
+    for (std::int64_t sample = 0; sample < 1000; ++sample) {
+        ASSERT_EQ(head.SampleNumber(rate), sample);
+        ASSERT_EQ(backward.After(head).head.SampleNumber(rate), sample - 1);
+        ASSERT_EQ(forward.After(head).head.SampleNumber(rate), sample + 1);
+        head = forward.Next(head, static_cast<std::uint64_t>(sample));
+    }
+}
+
 TEST(TickSchedule, AfterAChangeToAHighSpeedItShowsNothingThatWasLeftBehind) {
     EXPECT_EQ(SampleAfter(7, Ratio(4, 1)), 8);
     EXPECT_EQ(SampleAfter(4, Ratio(4, 1)), 8);

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "Playout/RecordingIndex.h"
 #include "Playout/Support/Clips.h"
 #include "Playout/Support/ProgramRun.h"
 #include "Playout/Support/VirtualDisplay.h"
@@ -71,7 +72,15 @@ protected:
             const auto windows = display_->Windows("playout");
             place_ = windows.empty() ? WindowPlace() : windows.front();
             return !windows.empty();
-        })) << "there is no window";
+        })) << "there is no window; the program says:\n"
+            << EndedByForce();
+    }
+
+    /// What the program says when it is told to end.
+    [[nodiscard]] std::string EndedByForce() {
+        run_->Signal(SIGINT);
+        const ProgramResult result = run_->Finish();
+        return result.output + result.errors;
     }
 
     [[nodiscard]] static bool Await(const std::function<bool()>& condition) {
@@ -220,9 +229,10 @@ TEST_F(Window, TheTimelineShowsThePlayHeadAndWhatIsReady) {
 }
 
 TEST_F(Window, TheTimelineShowsWhatIsMissing) {
+    const auto nbPictures = static_cast<int>(RecordingIndex::Build(Clips::Truncated())->NbPictures());
     Play({Clips::Truncated(), "--speed", "0"});
-    Press("End");
-    EXPECT_TRUE(AwaitOnTimeline(ColumnOf(55, 60), kMissing));
+    Press("End Left Left Left");
+    EXPECT_TRUE(AwaitOnTimeline(ColumnOf(nbPictures - 1, nbPictures), kMissing));
     Press("q");
     ExpectQuit();
 }
@@ -240,7 +250,7 @@ TEST_F(Window, SeveralTracksStandSideBySideAboveTheirTimelines) {
     EXPECT_TRUE(AwaitOnTimeline(kClipWidth + ColumnOf(59, 60), kHead));
     Press("Home");
     EXPECT_TRUE(Await([&] { return PixelAt(middle, kClipHeight / 2) != kBlack; }));
-    EXPECT_TRUE(AwaitOnTimeline(kClipWidth + ColumnOf(8, 60), kReady));
+    EXPECT_TRUE(AwaitOnTimeline(kClipWidth + ColumnOf(2, 60), kReady));
     Press("q");
     ExpectQuit();
 }

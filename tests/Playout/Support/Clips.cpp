@@ -45,12 +45,6 @@ std::string Cached(const std::string& name, const std::string& recipe,
     return file.string();
 }
 
-std::string Encoded(const std::string& name, const std::string& arguments) {
-    return Cached(name, arguments, [&](const std::string& file) {
-        Run(kProgram + arguments + " -threads 1 -fflags +bitexact " + Quoted(file));
-    });
-}
-
 std::string Copied(const std::string& name, const std::string& source, const std::string& options = "") {
     return Encoded(name, "-i " + Quoted(source) + " -map 0 -c copy " + options);
 }
@@ -131,6 +125,16 @@ std::string OutputOfFfmpeg(const std::string& arguments) {
     return output;
 }
 
+std::string Encoded(const std::string& name, const std::string& arguments) {
+    return Cached(name, arguments, [&](const std::string& file) {
+        Run(kProgram + arguments + " -threads 1 -fflags +bitexact " + Quoted(file));
+    });
+}
+
+std::string TestPattern(const std::string& filter) {
+    return Pattern("2.4") + "-vf " + Quoted(filter) + " ";
+}
+
 bool HasEncoder(const std::string& encoder) {
     return OutputOfFfmpeg("-encoders").find(" " + encoder + " ") != std::string::npos;
 }
@@ -150,6 +154,11 @@ std::string OpenGroups() {
 
 std::string SingleGroup() {
     return Encoded("single.mp4", Pattern("2.4") + Libx264("keyint=1000:bframes=3:b-pyramid=normal"));
+}
+
+std::string ShortLastGroup() {
+    return Encoded("short-last.mp4",
+                   Pattern("1.2") + Libx264("keyint=12:bframes=3:b-pyramid=normal:open-gop=1"));
 }
 
 std::string LongGroups() {

@@ -18,12 +18,13 @@ constexpr int kFirstShade = 20;
 constexpr int kShadeStep = 3;
 
 // H.264 in MP4.
-std::string ClosedGroups();   ///< Three B-frames, one of which others refer to; each group stands alone.
-std::string OpenGroups();     ///< The same with groups whose first pictures on display need the group before.
-std::string SingleGroup();    ///< One key frame, the first picture.
-std::string LongGroups();     ///< 100 pictures in groups of 25, the last picture a group of its own.
-std::string Short();          ///< 12 pictures.
-std::string IntraOnlyH264();  ///< Every picture is a key frame.
+std::string ClosedGroups();  ///< Three B-frames, one of which others refer to; each group stands alone.
+std::string OpenGroups();    ///< The same with groups whose first pictures on display need the group before.
+std::string SingleGroup();   ///< One key frame, the first picture.
+std::string ShortLastGroup();  ///< OpenGroups with 30 pictures; the last group holds six.
+std::string LongGroups();      ///< 100 pictures in groups of 25, the last picture a group of its own.
+std::string Short();           ///< 12 pictures.
+std::string IntraOnlyH264();   ///< Every picture is a key frame.
 std::string GradualRefresh();  ///< Pictures are marked as key frames that are predicted from others.
 std::string SecondVideo();     ///< Two video streams: 160x120, then 320x240.
 std::string Ntsc();            ///< 30000/1001 per second.
@@ -70,6 +71,13 @@ std::string Text();       ///< A text, with the ending .txt.
 std::string Garbage();    ///< Bytes without meaning, with the ending .mp4.
 std::string AudioOnly();  ///< A tone.
 std::string Headless();   ///< MP4 cut off before its table of packets, which stands at the end.
+
+/// A clip of its own: what the program makes with these arguments, which name all but the output. The name is
+/// that of the file; the same arguments are not made again.
+std::string Encoded(const std::string& name, const std::string& arguments);
+
+/// The test pattern that all clips without numbers show, through this filter, as arguments for the input.
+std::string TestPattern(const std::string& filter);
 
 /// Whether the program can encode this, by its name for the encoder.
 bool HasEncoder(const std::string& encoder);

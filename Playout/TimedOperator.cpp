@@ -1,4 +1,4 @@
-#include "Playout/Desk.h"
+#include "Playout/TimedOperator.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -15,35 +15,37 @@ constexpr std::chrono::seconds kLongestWait{30};
 /// Between two looks at the session while nothing announces itself.
 constexpr std::chrono::milliseconds kSlice{10};
 
-std::chrono::milliseconds UpToSlice(Desk::Clock::duration time) {
+std::chrono::milliseconds UpToSlice(TimedOperator::Clock::duration time) {
     const auto whole = std::chrono::duration_cast<std::chrono::milliseconds>(time);
     return std::clamp(whole, std::chrono::milliseconds(0), kSlice);
 }
 
 }  // namespace
 
-Desk::Desk(Session& session)
+TimedOperator::TimedOperator(Session& session)
     : session_(session),
       period_(std::chrono::nanoseconds(TimePoint::StartOfSample(1, session.DisplayRate()).Nanoseconds())),
       due_(Clock::now()) {
 }
 
-Desk::Milliseconds Desk::Start(const TimePoint& tp, const Ratio& speed) {
+TimedOperator::Milliseconds TimedOperator::Start(const TimePoint& tp, const Ratio& speed) {
     const auto begin = Clock::now();
     session_.SetSpeed(speed);
-    AskFor(tp);
+    session_.GoTo(tp);
+    Look();
     AwaitReady();
     return Clock::now() - begin;
 }
 
-Desk::Milliseconds Desk::GoTo(const TimePoint& tp) {
+TimedOperator::Milliseconds TimedOperator::GoTo(const TimePoint& tp) {
     const auto begin = Clock::now();
-    AskFor(tp);
+    session_.GoTo(tp);
+    Look();
     AwaitReady();
     return Clock::now() - begin;
 }
 
-Desk::Milliseconds Desk::Turn(const Ratio& speed) {
+TimedOperator::Milliseconds TimedOperator::Turn(const Ratio& speed) {
     const auto begin = Clock::now();
     session_.SetSpeed(speed);
     do {
@@ -53,13 +55,13 @@ Desk::Milliseconds Desk::Turn(const Ratio& speed) {
     return Clock::now() - begin;
 }
 
-Desk::Milliseconds Desk::Step(const Ratio& speed) {
+TimedOperator::Milliseconds TimedOperator::Step(const Ratio& speed) {
     const Milliseconds time = Turn(speed);
     session_.SetSpeed(Ratio());
     return time;
 }
 
-Desk::Milliseconds Desk::AwaitReady() {
+TimedOperator::Milliseconds TimedOperator::AwaitReady() {
     const auto begin = Clock::now();
     const bool hadMoved = report_.moved;
     while (!report_.IsReady()) {
@@ -74,24 +76,24 @@ Desk::Milliseconds Desk::AwaitReady() {
     return Clock::now() - begin;
 }
 
-void Desk::AskFor(const TimePoint& tp) {
-    session_.GoTo(tp);
+void TimedOperator::AskFor(const TimePoint& tp) {
+    session_.DragTo(tp);
     Look();
 }
 
 /// What is on show now, without moving on.
-void Desk::Look() {
+void TimedOperator::Look() {
     report_ = session_.Tick(TimePoint());
 }
 
-void Desk::Move() {
+void TimedOperator::Move() {
     const auto& rate = session_.DisplayRate();
     report_ = session_.Tick(TimePoint::StartOfSample(nbMoves_ + 1, rate) -
                             TimePoint::StartOfSample(nbMoves_, rate));
     nbMoves_ += report_.moved ? 1 : 0;
 }
 
-void Desk::WaitUntil(Clock::time_point due, const std::function<void()>& look) {
+void TimedOperator::WaitUntil(Clock::time_point due, const std::function<void()>& look) {
     for (auto now = Clock::now(); now < due; now = Clock::now()) {
         // Less than a millisecond left is slept through by a wait of 0, over and over.
         if (session_.WaitForProgress(UpToSlice(due - now))) {
@@ -103,12 +105,12 @@ void Desk::WaitUntil(Clock::time_point due, const std::function<void()>& look) {
     }
 }
 
-void Desk::WaitForTick() {
+void TimedOperator::WaitForTick() {
     WaitUntil(due_);
     due_ = std::max(due_ + period_, Clock::now());
 }
 
-void Desk::Play(std::size_t nbTicks, const std::function<void()>& show) {
+void TimedOperator::Play(std::size_t nbTicks, const std::function<void()>& show) {
     for (std::size_t tick = 0; tick < nbTicks; ++tick) {
         WaitForTick();
         if (report_.IsReady()) {
@@ -120,7 +122,7 @@ void Desk::Play(std::size_t nbTicks, const std::function<void()>& show) {
     }
 }
 
-void Desk::Settle(Clock::duration longest) {
+void TimedOperator::Settle(Clock::duration longest) {
     const auto end = Clock::now() + longest;
     while (Clock::now() < end) {
         std::size_t nbPending = 0;

@@ -17,12 +17,12 @@ namespace Tavrin::Playout {
 ///
 /// *Threads:* bound to one thread, the session's. *Blocking:* as each function says. *Ownership:* borrows the
 /// session. *Errors:* every wait for a picture throws std::runtime_error after 30 s.
-class TAVRIN_PLAYOUT_EXPORT Desk final {
+class TAVRIN_PLAYOUT_EXPORT TimedOperator final {
 public:
     using Clock = std::chrono::steady_clock;
     using Milliseconds = std::chrono::duration<double, std::milli>;
 
-    explicit Desk(Session& session);
+    explicit TimedOperator(Session& session);
 
     /// The time from one tick to the next.
     [[nodiscard]] Clock::duration Period() const { return period_; }

@@ -1,0 +1,40 @@
+#include "Playout/DecodeMeter.h"
+
+namespace Tavrin::Playout {
+
+namespace {
+
+constexpr std::chrono::duration<double> kSpan{1.0};
+
+/// Decoding for less time than this says nothing: a decoder begins by putting out nothing.
+constexpr std::chrono::duration<double> kLeast{0.15};
+
+}  // namespace
+
+void DecodeMeter::Begin(Clock::time_point now) {
+    const std::lock_guard lock(mutex_);
+    if (nbDecoding_ > 0) {
+        busy_ += now - since_;
+    }
+    since_ = now;
+    ++nbDecoding_;
+}
+
+void DecodeMeter::End(Clock::time_point now, std::size_t nbBytes) {
+    const std::lock_guard lock(mutex_);
+    busy_ += now - since_;
+    since_ = now;
+    --nbDecoding_;
+    bytes_ += static_cast<double>(nbBytes);
+    if (busy_ > kSpan) {
+        busy_ /= 2;
+        bytes_ /= 2;
+    }
+}
+
+double DecodeMeter::BytesPerSecond() const {
+    const std::lock_guard lock(mutex_);
+    return busy_ < kLeast ? 0 : bytes_ / busy_.count();
+}
+
+}  // namespace Tavrin::Playout

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "Playout/PlayoutExport.h"
+
+struct AVCodecContext;
+struct AVFrame;
+
+namespace Tavrin::Playout {
+
+/// The memory of the pictures of one recording: what its decoders write into, whether a picture is held by
+/// them, by a store, by a cache or by whoever was handed it.
+///
+/// All decoders of a recording share one pool, so a picture that is let go is written over by whichever of
+/// them needs the next, and every byte is counted once. A decoder is never refused; what is in use and idle
+/// together goes beyond the bound only when that much is in use.
+///
+/// *Threads:* thread-safe. *Blocking:* never beyond the short internal lock. *Ownership:* shared; every
+/// picture keeps the pool alive. *Errors:* a decoder that gets no memory reports that itself.
+class TAVRIN_PLAYOUT_EXPORT FramePool final : public std::enable_shared_from_this<FramePool> {
+public:
+    [[nodiscard]] static std::shared_ptr<FramePool> Create(std::size_t maxBytes);
+    ~FramePool();
+    FramePool(const FramePool&) = delete;
+    FramePool& operator=(const FramePool&) = delete;
+
+    /// Lets a decoder that is not open yet take its memory here, as far as its kind can do that. The caller
+    /// keeps the pool for as long as the decoder is open.
+    void ServeTo(AVCodecContext& context);
+
+    /// Idle memory beyond it goes back to the system.
+    void SetMaxBytes(std::size_t maxBytes);
+
+    [[nodiscard]] std::size_t UsedBytes() const;
+    [[nodiscard]] std::size_t IdleBytes() const;
+    /// The most that was ever in use at once.
+    [[nodiscard]] std::size_t MaxUsedBytesEver() const;
+
+private:
+    struct Block;
+    struct Idle {
+        std::uint8_t* data;
+        std::size_t size;
+    };
+
+    explicit FramePool(std::size_t maxBytes) : maxBytes_(maxBytes) {}
+
+    static int GetBuffer(AVCodecContext* context, AVFrame* frame, int flags);
+    static void Release(void* opaque, std::uint8_t* data);
+
+    [[nodiscard]] std::uint8_t* Take(std::size_t size);
+    void GiveBack(std::uint8_t* data, std::size_t size);
+    void Trim(std::size_t nbBytes);
+    int Fill(AVFrame& frame, AVCodecContext& context);
+
+    mutable std::mutex mutex_;
+    std::size_t maxBytes_;
+    std::size_t usedBytes_ = 0;
+    std::size_t idleBytes_ = 0;
+    std::size_t maxUsedBytesEver_ = 0;
+    std::vector<Idle> idle_;
+};
+
+}  // namespace Tavrin::Playout

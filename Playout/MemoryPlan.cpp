@@ -1,0 +1,103 @@
+#include "Playout/MemoryPlan.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <numeric>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "Playout/PictureSize.h"
+#include "Playout/WindowPlan.h"
+
+namespace Tavrin::Playout {
+
+namespace {
+
+/// Groups whose packets a track holds at once: the one that is decoded, its neighbours, and one that a jump left.
+constexpr std::size_t kNbGroupsAtHand = 4;
+
+/// Pictures that one decoder keeps to predict others from, as encoders are used.
+constexpr std::size_t kNbReferences = 4;
+
+constexpr std::size_t kMostUsualBytes = std::size_t{768} << 20U;
+constexpr std::size_t kMebibyte = std::size_t{1} << 20U;
+
+std::size_t SumOf(const std::vector<TrackNeeds>& needs, std::size_t TrackNeeds::*part) {
+    return std::accumulate(needs.begin(), needs.end(), std::size_t{0},
+                           [part](std::size_t sum, const TrackNeeds& need) { return sum + need.*part; });
+}
+
+std::size_t PacketBytes(const RecordingIndex& recording) {
+    std::int64_t longest = 0;
+    std::int64_t all = 0;
+    for (std::size_t group = 0; group < recording.NbGroups(); ++group) {
+        longest = std::max(longest, recording.Group(group).nbBytes);
+        all += recording.Group(group).nbBytes;
+    }
+    return static_cast<std::size_t>(std::min(all, static_cast<std::int64_t>(kNbGroupsAtHand) * longest));
+}
+
+std::string InMebibytes(std::size_t bytes) {
+    return std::to_string((bytes + kMebibyte - 1) / kMebibyte) + " MiB";
+}
+
+}  // namespace
+
+LanePlan PlanLanes(const RecordingIndex& recording, std::size_t nbTracks, std::size_t nbDecodeWorkers) {
+    LanePlan plan;
+    if (recording.IntraOnly()) {
+        plan.nbLanes = std::max<std::size_t>(nbDecodeWorkers, 1);
+        return plan;
+    }
+    const std::size_t nbCores = std::max(std::thread::hardware_concurrency(), 1U);
+    plan.nbThreads = static_cast<int>(std::max<std::size_t>(nbCores / std::max<std::size_t>(nbTracks, 1), 1));
+    return plan;
+}
+
+TrackNeeds NeedsOf(const RecordingIndex& recording, const LanePlan& lanes) {
+    TrackNeeds needs;
+    needs.picture = DecodedPictureBytes(recording);
+    needs.packets = PacketBytes(recording);
+    const std::size_t references =
+        recording.IntraOnly() ? 1 : kNbReferences + static_cast<std::size_t>(recording.ReorderDepth());
+    const std::size_t nbWorking =
+        lanes.nbLanes * (references + static_cast<std::size_t>(std::max(lanes.nbThreads, 1)));
+    needs.working = nbWorking * needs.picture;
+    needs.least = needs.packets + needs.working + (kFewestAhead + 2) * needs.picture;
+    const std::size_t twoGroups = 2 * LongestGroup(recording) * needs.picture;
+    needs.usual =
+        std::max(std::min(twoGroups, kMostUsualBytes), needs.least + 2 * kFewestAhead * needs.picture);
+    return needs;
+}
+
+std::vector<std::size_t> ShareMemory(std::size_t total, const std::vector<TrackNeeds>& needs,
+                                     const std::vector<std::size_t>& weights) {
+    const std::size_t least = SumOf(needs, &TrackNeeds::least);
+    if (total < least) {
+        throw std::invalid_argument("a memory budget of " + InMebibytes(total) + " is too small to play " +
+                                    std::to_string(needs.size()) + " tracks: it takes at least " +
+                                    InMebibytes(least));
+    }
+    if (std::find(weights.begin(), weights.end(), 0U) != weights.end()) {
+        throw std::invalid_argument("a track of weight 0 has no share of the memory: weights begin at 1");
+    }
+    const auto sum = static_cast<double>(std::accumulate(weights.begin(), weights.end(), std::size_t{0}));
+    std::vector<std::size_t> shares;
+    for (std::size_t track = 0; track < needs.size(); ++track) {
+        const double part = static_cast<double>(weights.at(track)) / sum;
+        shares.push_back(needs[track].least +
+                         static_cast<std::size_t>(static_cast<double>(total - least) * part));
+    }
+    return shares;
+}
+
+std::size_t DefaultMemory(const std::vector<TrackNeeds>& needs) {
+    const auto machine = static_cast<std::size_t>(std::max(sysconf(_SC_PHYS_PAGES), 0L)) *
+                         static_cast<std::size_t>(std::max(sysconf(_SC_PAGESIZE), 0L));
+    return std::max(std::min(SumOf(needs, &TrackNeeds::usual), machine / 2),
+                    SumOf(needs, &TrackNeeds::least));
+}
+
+}  // namespace Tavrin::Playout
