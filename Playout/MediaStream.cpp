@@ -272,7 +272,7 @@ void MediaStream::Plan() {
     RetryMissing();
     if (standInsAllowed_ && !HasSettled()) {
         // The play head does not wait: what it has passed must not be served before what comes.
-        WithdrawQueued();
+        WithdrawPassed();
     }
     AskForCompressed(Needed());
     AskForDecoded(Needed());
@@ -473,7 +473,7 @@ void MediaStream::WithdrawPassed() {
     }
 }
 
-void MediaStream::WithdrawQueued() {
+void MediaStream::Withdraw() {
     for (const Player::PreloadOrder& order : TakeAll<Player::PreloadOrder>(preloadQueue_)) {
         Answer(order);
     }
@@ -482,10 +482,6 @@ void MediaStream::WithdrawQueued() {
     }
     Intake();
     ForgetMissing();
-}
-
-void MediaStream::Withdraw() {
-    WithdrawQueued();
     begunCompressed_ = PendingIn(compressed_, index_->Rate());
     begunDecoded_ = PendingIn(decoded_, index_->Rate());
     hasJumped_ = true;

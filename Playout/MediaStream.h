@@ -98,14 +98,14 @@ public:
     /// Whether the picture at the play head is one that cannot be had (rather than none being there).
     [[nodiscard]] bool CurrentIsMissing();
 
-    /// What the picture at the play head waits for; None whenever `IsReady`.
-    [[nodiscard]] Playout::WaitCause WaitCause();
     /// Pictures that stand in for those asked for are shown too, as long as that is allowed; else they are
     /// dropped where they are found, and asked for anew.
     void AllowStandIns(bool allowed);
 
     /// Whether a decoded sample shows another picture than the one that is on display at its time point.
     [[nodiscard]] bool IsStandIn(const DecodedSample& sample) const;
+    /// What the picture at the play head waits for; None whenever `IsReady`.
+    [[nodiscard]] Playout::WaitCause WaitCause();
 
     /// The rate that is fetched at the player's speed: the recording's, halved until the display can show it.
     [[nodiscard]] Player::SampleRate FetchRate() const;
@@ -137,7 +137,6 @@ private:
     void ForgetAll();
     [[nodiscard]] bool HasSettled();
     void ForgetAbandoned();
-    void WithdrawQueued();
     [[nodiscard]] std::optional<std::size_t> GroupAt(const Time::TimePoint& tp) const;
     [[nodiscard]] bool MayWait(const Time::TimePoint& tp) const;
     void ConfigurePlanners();

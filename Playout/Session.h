@@ -95,14 +95,14 @@ struct TrackInformation {
 /// track whose recording has not begun yet or is over is empty, and holds nobody up.
 ///
 /// *Threads:* bound to one thread. It runs its own workers.
-/// *Blocking:* `Tick`, `TickTo`, `GoTo` and `SetSpeed` never wait for storage or a decoder. `WaitForProgress` waits
-/// as long as it is told to. The destructor gives up the read and the decodes in progress
-/// and waits until they have noticed.
+/// *Blocking:* `Tick`, `TickTo`, `GoTo` and `SetSpeed` never wait for storage or a decoder. `WaitForProgress`
+/// waits as long as it is told to. The destructor gives up the read and the decodes in progress and waits until
+/// they have noticed.
 /// *Ownership:* owns everything it needs and shares the indexes; the pictures in a report are shared and may
 /// be kept as long as wanted (they then count against nobody's budget but the caller's). *Errors:* the
-/// constructor throws `std::invalid_argument` without recordings, for a track that can never be shown, and when the
-/// memory is too little to play them, and
-/// `std::runtime_error` when a recording cannot be opened. A picture that cannot be read or decoded is reported as missing, and asked for again
+/// constructor throws `std::invalid_argument` without recordings, for a track that can never be shown and when
+/// the memory is too little to play them, and `std::runtime_error` when a recording cannot be opened. A picture
+/// that cannot be read or decoded is reported as missing, and asked for again
 /// later.
 class TAVRIN_PLAYOUT_EXPORT Session final {
 public:
