@@ -122,6 +122,7 @@ private:
     };
 
     void AddTrack(std::size_t number);
+    Player::PreloadThread& AddPreloadWorker();
     void StartWorkers();
     void StopWorkers();
     void Intake();
@@ -241,11 +242,16 @@ void Session::Impl::PlanWindows() {
     }
 }
 
+Player::PreloadThread& Session::Impl::AddPreloadWorker() {
+    preloadWorkers_.push_back(std::make_unique<Player::PreloadThread>());
+    preloadWorkers_.back()->SetPreloader(&preloader_);
+    return *preloadWorkers_.back();
+}
+
 void Session::Impl::StartWorkers() {
-    const std::size_t nbPreloadWorkers = std::max<std::size_t>(options_.nbPreloadWorkers, 1);
-    for (std::size_t i = 0; i < nbPreloadWorkers; ++i) {
-        preloadWorkers_.push_back(std::make_unique<Player::PreloadThread>());
-        preloadWorkers_.back()->SetPreloader(&preloader_);
+    const std::size_t nbShared = std::max<std::size_t>(options_.nbPreloadWorkers, 1);
+    for (std::size_t i = 0; i < nbShared; ++i) {
+        AddPreloadWorker();
     }
     for (std::size_t i = 0; i < std::max<std::size_t>(options_.nbDecodeWorkers, 1); ++i) {
         decodeWorkers_.push_back(std::make_unique<Player::DecodeThread>());
@@ -255,8 +261,11 @@ void Session::Impl::StartWorkers() {
     for (std::size_t i = 0; i < tracks_.size(); ++i) {
         const auto& parameters = tracks_[i].stream->GetStreamParameters();
         // One reader per track: reads of one file run one after the other anyway, and a second worker that
-        // waited for the first would be lost to the other tracks.
-        preloadWorkers_[i % nbPreloadWorkers]->SetPreloadOrderQueue(parameters.preloadQueue_);
+        // waited for the first would be lost to the other tracks. What may be left behind has one of its own:
+        // were its storage silent, the others of that reader would be left behind with it.
+        const bool isShared = settings_[i].rule == ReadinessRule::Required();
+        Player::PreloadThread& reader = isShared ? *preloadWorkers_[i % nbShared] : AddPreloadWorker();
+        reader.SetPreloadOrderQueue(parameters.preloadQueue_);
         for (const auto& worker : decodeWorkers_) {
             worker->AddDecodeOrderQueue(parameters.decodeQueue_);
         }
