@@ -152,6 +152,18 @@ TEST(ManyTracks, AnOffsetOfAPartOfASampleIsKeptToTheNanosecond) {
     EXPECT_EQ(report.tracks[1].picture->Number(), 1U);
 }
 
+TEST(ManyTracks, WhatBeginsSoonIsFetchedBefore) {
+    for (const auto& [speed, place] : {std::pair(Ratio(1, 1), Ms(900)), std::pair(Ratio(-1, 1), Ms(3500))}) {
+        Session session({Track(Ms(2400)), Track(Ms(1000))});
+        session.SetSpeed(speed);
+        session.GoTo(place);
+        const TickReport report =
+            LookUntil(session, [&](const TickReport&) { return session.GetInformation(1).nbReady > 0; });
+        EXPECT_EQ(report.tracks[1].status, SampleStatus::Empty);
+        EXPECT_EQ(report.time, place);
+    }
+}
+
 TEST(ManyTracks, TheTimelineOfATrackIsThatOfTheSession) {
     Session session({Track(), Track(Ms(1000))});
     session.SetSpeed(Ratio());
