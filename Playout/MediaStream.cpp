@@ -164,9 +164,10 @@ SampleRate MediaStream::FetchRate() const {
     return needed.Positive() ? SampleRate::StreamPreloadRate(fields_.Rate(), needed) : fields_.Rate();
 }
 
-/// The sample to fetch for the play head.
+/// The sample to fetch for the play head. After a hole, that of a coarser rate may lie in it.
 TimePoint MediaStream::Needed() const {
-    return Now().AlignWith(FetchRate());
+    const TimePoint fetched = Now().AlignWith(FetchRate());
+    return index_->PictureAtTime(fetched) ? fetched : Now().AlignWith(index_->Rate());
 }
 
 /// The decoded sample for the play head: the exact one where it is there, else the one that is fetched for it.

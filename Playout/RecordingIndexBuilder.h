@@ -14,6 +14,7 @@ namespace Tavrin::Playout {
 class Demuxer;
 class PacketInspector;
 struct CodedOrder;
+struct PictureGrid;
 
 /// What an index holds.
 struct RecordingIndex::Content {
@@ -50,6 +51,7 @@ private:
     void LayOutPictures();
     void LayOutTimes(const std::vector<Time::Ratio>& claimedRates);
     [[nodiscard]] std::int64_t LastDuration() const;
+    [[nodiscard]] std::vector<std::int64_t> LengthsIn(const PictureGrid& grid) const;
     [[nodiscard]] Time::TimePoint TimeOf(std::int64_t units) const;
     [[noreturn]] void Fail(const std::string& what) const;
 
