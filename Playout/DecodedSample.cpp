@@ -35,8 +35,21 @@ std::map<std::string, std::string> Describe(const Picture& picture, PictureField
 }  // namespace
 
 DecodedSample::DecodedSample(std::shared_ptr<const Picture> picture, const Time::TimePoint& tp,
-                             const Time::TimePoint& duration, PictureField field)
-    : MediaSample(tp, duration, Describe(*picture, field)), picture_(std::move(picture)), field_(field) {
+                             const Time::TimePoint& duration, PictureField field,
+                             std::shared_ptr<SampleTally> tally)
+    : MediaSample(tp, duration, Describe(*picture, field)),
+      picture_(std::move(picture)),
+      field_(field),
+      tally_(std::move(tally)) {
+    if (tally_ != nullptr) {
+        tally_->NoteMade(*picture_);
+    }
+}
+
+DecodedSample::~DecodedSample() {
+    if (tally_ != nullptr) {
+        tally_->NoteGone(*picture_, isSeen_);
+    }
 }
 
 std::set<std::string> DecodedSample::GetDataKeys() const {

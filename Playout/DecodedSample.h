@@ -9,6 +9,7 @@
 #include "Playout/MediaSample.h"
 #include "Playout/Picture.h"
 #include "Playout/PlayoutExport.h"
+#include "Playout/SampleTally.h"
 
 namespace Tavrin::Playout {
 
@@ -25,13 +26,19 @@ enum class PictureField { Frame, Top, Bottom };
 /// the bytes from one row to the next. Data: "plane0", "plane1" ... the bytes of each plane, from the first
 /// visible one to the last.
 ///
-/// *Threads:* immutable but for the protection counter, which is thread-safe. *Ownership:* shares the
-/// picture; the planes' bytes live as long as the sample.
+/// *Threads:* immutable but for the protection counter, which is thread-safe, and the mark that it was shown,
+/// which belongs to whoever owns the sample at the time. *Ownership:* shares the picture and the tally; the
+/// planes' bytes live as long as the sample.
 class TAVRIN_PLAYOUT_EXPORT DecodedSample final : public MediaSample {
 public:
-    /// \p picture must not be null.
+    /// \p picture must not be null. The sample counts itself in \p tally, if there is one.
     DecodedSample(std::shared_ptr<const Picture> picture, const Time::TimePoint& tp,
-                  const Time::TimePoint& duration, PictureField field = PictureField::Frame);
+                  const Time::TimePoint& duration, PictureField field = PictureField::Frame,
+                  std::shared_ptr<SampleTally> tally = nullptr);
+    ~DecodedSample() override;
+
+    /// It is on show: not fetched in vain.
+    void MarkSeen() { isSeen_ = true; }
 
     [[nodiscard]] const std::shared_ptr<const Picture>& Content() const { return picture_; }
     [[nodiscard]] std::size_t PictureNumber() const { return picture_->Number(); }
@@ -44,6 +51,8 @@ public:
 private:
     std::shared_ptr<const Picture> picture_;
     PictureField field_;
+    std::shared_ptr<SampleTally> tally_;
+    bool isSeen_ = false;
 };
 
 }  // namespace Tavrin::Playout

@@ -152,6 +152,10 @@ std::int64_t Demuxer::FileSize() const {
     return avio_size(io_);
 }
 
+std::uint64_t Demuxer::BytesRead() const {
+    return static_cast<std::uint64_t>(io_->bytes_read);
+}
+
 void Demuxer::Close() {
     if (format_ != nullptr) {
         avformat_close_input(&format_);

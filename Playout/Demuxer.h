@@ -41,6 +41,8 @@ public:
     [[nodiscard]] int StreamNumber() const { return stream_; }
     /// Bytes of the file; negative when unknown.
     [[nodiscard]] std::int64_t FileSize() const;
+    /// Bytes taken from the file so far, also those that no packet came of.
+    [[nodiscard]] std::uint64_t BytesRead() const;
 
 private:
     void OpenFile();

@@ -21,6 +21,17 @@ bool Same(std::int64_t stamp, std::int64_t known) {
     return stamp != AV_NOPTS_VALUE && known != CodedPacket::kNone && stamp == known;
 }
 
+/// Counted in `held` until the last owner lets go of it.
+PacketGroup::SharedPacket Share(Ffmpeg::PacketPointer packet,
+                                const std::shared_ptr<std::atomic<std::size_t>>& held) {
+    const auto bytes = static_cast<std::size_t>(packet->size);
+    held->fetch_add(bytes, std::memory_order_relaxed);
+    return {packet.release(), [held, bytes](AVPacket* last) {
+                held->fetch_sub(bytes, std::memory_order_relaxed);
+                Ffmpeg::Deleter()(last);
+            }};
+}
+
 }  // namespace
 
 /// A packet from the demuxer with its number in the recording.
@@ -47,7 +58,9 @@ void GroupReader::RequestStop(bool stop) {
 }
 
 GroupReader::Information GroupReader::GetInformation() const {
-    return information_;
+    Information information = information_;
+    information.nbBytesRead += demuxer_ != nullptr ? demuxer_->BytesRead() : 0;
+    return information;
 }
 
 std::shared_ptr<const PacketGroup> GroupReader::AtHand(std::size_t group) const {
@@ -71,7 +84,7 @@ std::shared_ptr<const PacketGroup> GroupReader::Read(std::size_t group,
             return nullptr;
         }
     } catch (...) {
-        demuxer_.reset();
+        Close();
         throw;
     }
     auto read = std::make_shared<const PacketGroup>(index_, group, std::move(packets));
@@ -120,7 +133,7 @@ bool GroupReader::Fill(const PictureGroup& layout, std::vector<PacketGroup::Shar
         }
         auto& slot = packets[number - layout.firstPacket];
         if (slot == nullptr) {
-            slot = PacketGroup::SharedPacket(packet.release(), Ffmpeg::Deleter());
+            slot = Share(std::move(packet), heldBytes_);
         }
         gap = nextGap(gap);
     }
@@ -142,9 +155,14 @@ void GroupReader::Keep(std::shared_ptr<const PacketGroup> group) {
     }
 }
 
+void GroupReader::Close() {
+    information_.nbBytesRead += demuxer_ != nullptr ? demuxer_->BytesRead() : 0;
+    demuxer_.reset();
+}
+
 void GroupReader::Open() {
     next_.reset();
-    demuxer_.reset();
+    Close();
     demuxer_ = std::make_unique<Demuxer>(index_->File(), index_->Stream(), &stop_);
     expected_ = 0;
 }

@@ -24,7 +24,7 @@ class Demuxer;
 /// when the wanted packets do not come next, and when a seek ends up too late it tries earlier places and in
 /// the end the start of the file. Packets that are part of a group read lately are not read again.
 ///
-/// *Threads:* externally synchronised; RequestStop is thread-safe. *Blocking:* on the file. *Ownership:* owns
+/// *Threads:* externally synchronised; RequestStop and HeldBytes are thread-safe. *Blocking:* on the file. *Ownership:* owns
 /// the open file; keeps the index alive. *Errors:* the constructor and Read throw std::runtime_error in one
 /// line that names the file and the reason; a failed Read may be tried again and opens the file anew.
 class TAVRIN_PLAYOUT_EXPORT GroupReader final {
@@ -36,6 +36,7 @@ public:
         std::uint64_t nbSeeks = 0;      ///< Tries to go to another place, opening the file anew included.
         std::uint64_t nbPackets = 0;    ///< Packets taken from the file.
         std::uint64_t nbBytes = 0;      ///< Of those packets.
+        std::uint64_t nbBytesRead = 0;  ///< Taken from the file in all, to find the packets too.
         std::uint64_t nbBytesKept = 0;  ///< Of the groups at hand.
     };
 
@@ -64,6 +65,10 @@ public:
 
     [[nodiscard]] Information GetInformation() const;
 
+    /// Bytes of the packets it has read that are still in memory, whoever holds them, each counted once. From
+    /// any thread.
+    [[nodiscard]] std::size_t HeldBytes() const { return heldBytes_->load(std::memory_order_relaxed); }
+
 private:
     struct Numbered;
     struct SeekTarget;
@@ -76,6 +81,7 @@ private:
     void Keep(std::shared_ptr<const PacketGroup> group);
 
     void Open();
+    void Close();
     void GoTo(std::size_t packet);
     [[nodiscard]] bool StandsShortlyBefore(std::size_t packet) const;
     [[nodiscard]] bool TrySeek(const SeekTarget& target, std::size_t packet);
@@ -99,6 +105,8 @@ private:
     SeekBy preferred_ = SeekBy::Presentation;
     std::deque<std::shared_ptr<const PacketGroup>> kept_;
     Information information_;
+    /// Shared with the packets, which may outlive the reader. Only a figure to be looked at: relaxed.
+    std::shared_ptr<std::atomic<std::size_t>> heldBytes_ = std::make_shared<std::atomic<std::size_t>>(0);
 };
 
 }  // namespace Tavrin::Playout

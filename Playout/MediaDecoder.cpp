@@ -1,6 +1,8 @@
 #include "Playout/MediaDecoder.h"
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <exception>
 #include <mutex>
 #include <optional>
@@ -68,15 +70,21 @@ public:
         ++nbAbandonments_;
     }
 
-    std::shared_ptr<const Picture> Decode(const CompressedSample& sample) {
+    std::shared_ptr<const Picture> Decode(const CompressedSample& sample, Trace* trace) {
         const auto& group = *sample.Group();
         if (group.Index() != index_) {
             throw std::runtime_error("track " + sample.Track().ToString() +
                                      " plays another recording now than \"" + group.Index()->File() + "\"");
         }
         if (auto stored = store_->Find(sample.PictureNumber())) {
+            nbFromStore_.fetch_add(1, std::memory_order_relaxed);
             return stored;
         }
+        const Timing timing(*this);
+        const TraceSpan span(trace, "decoder", "decode",
+                             {{"track", sample.Track().Id()},
+                              {"group", static_cast<std::int64_t>(group.Number())},
+                              {"picture", static_cast<std::int64_t>(sample.PictureNumber())}});
         const Visit visit(*this, group.Number());
         DecodeManner manner;
         manner.isStale = [&](std::size_t latest) { return visit.IsStale(sample.PictureNumber(), latest); };
@@ -85,6 +93,18 @@ public:
         }
         manner.last = visit.IsLast(sample.PictureNumber());
         return visit.Where().Decode(group, sample.PictureNumber(), manner, meter_);
+    }
+
+    const std::shared_ptr<SampleTally>& Tally() const { return tally_; }
+
+    Answers GetAnswers() const {
+        Answers answers;
+        // Relaxed: a count that nothing is derived from.
+        answers.nbFromStore = nbFromStore_.load(std::memory_order_relaxed);
+        answers.samples = tally_->GetInformation();
+        const std::scoped_lock lock(latencyMutex_);
+        answers.latency = latency_;
+        return answers;
     }
 
     DecodeLane::Information GetInformation() const {
@@ -157,6 +177,23 @@ private:
         std::optional<std::size_t> group;
         std::size_t nbVisitors = 0;
         std::uint64_t lastVisit = 0;
+    };
+
+    /// Adds the time that a scope takes to the latencies.
+    class Timing {
+    public:
+        explicit Timing(Track& track) : track_(track), begin_(std::chrono::steady_clock::now()) {}
+        ~Timing() {
+            const auto latency = std::chrono::steady_clock::now() - begin_;
+            const std::scoped_lock lock(track_.latencyMutex_);
+            track_.latency_.Add(latency);
+        }
+        Timing(const Timing&) = delete;
+        Timing& operator=(const Timing&) = delete;
+
+    private:
+        Track& track_;
+        std::chrono::steady_clock::time_point begin_;
     };
 
     /// Takes part in a lane for a scope.
@@ -248,6 +285,10 @@ private:
     std::uint64_t nbAbandonments_ = 0;
     std::vector<std::unique_ptr<Place>> places_;
     std::uint64_t nbVisits_ = 0;
+    std::atomic<std::uint64_t> nbFromStore_{0};
+    mutable std::mutex latencyMutex_;
+    LatencyHistogram latency_;
+    std::shared_ptr<SampleTally> tally_ = std::make_shared<SampleTally>();
 };
 
 MediaDecoder::MediaDecoder() : meter_(std::make_unique<DecodeMeter>()) {
@@ -318,8 +359,17 @@ DecodeLane::Information MediaDecoder::GetInformation(const Player::TrackId& trac
     return found == nullptr ? DecodeLane::Information() : found->GetInformation();
 }
 
+MediaDecoder::Answers MediaDecoder::GetAnswers(const Player::TrackId& track) const {
+    const auto found = Find(track);
+    return found == nullptr ? Answers() : found->GetAnswers();
+}
+
 void MediaDecoder::SetDecodedHook(DecodedHook hook) {
     decodedHook_ = std::move(hook);
+}
+
+void MediaDecoder::SetTrace(std::shared_ptr<Trace> trace) {
+    trace_ = std::move(trace);
 }
 
 std::unique_ptr<Player::ISample> MediaDecoder::DecodeOne(const Player::DecodeOrder& order) const {
@@ -332,7 +382,7 @@ std::unique_ptr<Player::ISample> MediaDecoder::DecodeOne(const Player::DecodeOrd
     if (track == nullptr) {
         throw std::runtime_error("track " + sample->Track().ToString() + " has no recording to decode");
     }
-    auto picture = track->Decode(*sample);
+    auto picture = track->Decode(*sample, trace_.get());
     if (picture == nullptr) {
         return nullptr;
     }
@@ -343,10 +393,13 @@ std::unique_ptr<Player::ISample> MediaDecoder::DecodeOne(const Player::DecodeOrd
     if (order.isInterlace_) {
         field = order.decodeTopField_ ? PictureField::Top : PictureField::Bottom;
     }
-    return std::make_unique<DecodedSample>(std::move(picture), tp, duration, field);
+    return std::make_unique<DecodedSample>(std::move(picture), tp, duration, field, track->Tally());
 }
 
 Player::ISample* MediaDecoder::Decode(const Player::DecodeOrder& order) {
+    if (trace_ != nullptr) {
+        trace_->NameThread("decoder");
+    }
     std::unique_ptr<Player::ISample> decoded;
     try {
         decoded = DecodeOne(order);

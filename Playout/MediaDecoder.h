@@ -17,9 +17,12 @@
 #include "Playout/DecodeMeter.h"
 #include "Playout/FramePool.h"
 #include "Playout/GroupReach.h"
+#include "Playout/LatencyHistogram.h"
 #include "Playout/PictureStore.h"
 #include "Playout/PlayoutExport.h"
 #include "Playout/RecordingIndex.h"
+#include "Playout/SampleTally.h"
+#include "Playout/Trace.h"
 
 namespace Tavrin::Playout {
 
@@ -98,8 +101,19 @@ public:
     /// track. Never waits for a decode.
     [[nodiscard]] DecodeLane::Information GetInformation(const Player::TrackId& track) const;
 
+    /// How the orders of a track were answered.
+    struct Answers {
+        std::uint64_t nbFromStore = 0;     ///< Orders whose picture had been decoded before.
+        LatencyHistogram latency;          ///< Of all the others, failed ones included: from order to answer.
+        SampleTally::Information samples;  ///< What became of the decoded samples.
+    };
+    /// Zeros for an unknown track. Never waits for a decode.
+    [[nodiscard]] Answers GetAnswers(const Player::TrackId& track) const;
+
     /// To be set before the workers start.
     void SetDecodedHook(DecodedHook hook);
+    /// Records the decodes there; null: nowhere. To be set before the workers start.
+    void SetTrace(std::shared_ptr<Trace> trace);
 
     [[nodiscard]] Player::ISample* Decode(const Player::DecodeOrder& order) override;
 
@@ -113,6 +127,7 @@ private:
     std::map<Player::TrackId, std::shared_ptr<Track>> tracks_;
     DecodedHook decodedHook_;
     std::unique_ptr<DecodeMeter> meter_;
+    std::shared_ptr<Trace> trace_;
 };
 
 }  // namespace Tavrin::Playout

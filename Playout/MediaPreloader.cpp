@@ -41,14 +41,14 @@ public:
     }
 
     /// The group, read from the file unless it is at hand; null when that failed or was abandoned.
-    std::shared_ptr<const PacketGroup> Read(std::size_t group, const ReadHook& hook) {
+    std::shared_ptr<const PacketGroup> Read(std::size_t group, const ReadHook& hook, Trace* trace) {
         const std::uint64_t asked = NbAbandonments();
         const std::scoped_lock lock(mutex_);
         std::shared_ptr<const PacketGroup> read = reader_.AtHand(group);
         if (read == nullptr && IsStale(group, asked)) {
             ++nbAbandonedReads_;
         } else {
-            read = ReadNow(group, asked, hook);
+            read = ReadNow(group, asked, hook, trace);
         }
         Publish();
         return read;
@@ -56,7 +56,14 @@ public:
 
     Information GetInformation() const {
         const std::scoped_lock lock(publishedMutex_);
-        return published_;
+        Information information = published_;
+        information.nbBytesHeld = reader_.HeldBytes();
+        return information;
+    }
+
+    LatencyHistogram GetLatency() const {
+        const std::scoped_lock lock(publishedMutex_);
+        return latency_;
     }
 
 private:
@@ -82,11 +89,15 @@ private:
         reader_.RequestStop(false);
     }
 
-    std::shared_ptr<const PacketGroup> ReadNow(std::size_t group, std::uint64_t asked, const ReadHook& hook) {
+    std::shared_ptr<const PacketGroup> ReadNow(std::size_t group, std::uint64_t asked, const ReadHook& hook,
+                                               Trace* trace) {
         std::shared_ptr<const PacketGroup> read;
+        const bool atHand = reader_.AtHand(group) != nullptr;
+        TraceSpan span(atHand ? nullptr : trace, "storage", "read",
+                       {{"track", id_.Id()}, {"group", static_cast<std::int64_t>(group)}});
+        const auto begin = Clock::now();
         NoteReading(group);
         try {
-            const bool atHand = reader_.AtHand(group) != nullptr;
             if (!atHand && hook) {
                 hook(id_, group);
             }
@@ -100,14 +111,29 @@ private:
             lastError_ = stale ? lastError_ : error.what();
         }
         NoteReading(std::nullopt);
+        if (!atHand) {
+            NoteLatency(Clock::now() - begin);
+            span.Add({"bytes", read == nullptr ? 0 : static_cast<std::int64_t>(read->ByteSize())});
+        }
         return read;
+    }
+
+    void NoteLatency(std::chrono::nanoseconds latency) {
+        const std::scoped_lock lock(publishedMutex_);
+        latency_.Add(latency);
     }
 
     void Publish() {
         const auto reading = reader_.GetInformation();
         const std::scoped_lock lock(publishedMutex_);
-        published_ = {reading.nbReads,   reading.nbReused,    nbFailedReads_, nbAbandonedReads_,
-                      nbMissingPackets_, reading.nbBytesKept, lastError_};
+        published_.nbReads = reading.nbReads;
+        published_.nbReused = reading.nbReused;
+        published_.nbFailedReads = nbFailedReads_;
+        published_.nbAbandonedReads = nbAbandonedReads_;
+        published_.nbMissingPackets = nbMissingPackets_;
+        published_.nbBytesKept = reading.nbBytesKept;
+        published_.nbBytesRead = reading.nbBytesRead;
+        published_.lastError = lastError_;
     }
 
     Player::TrackId id_;
@@ -129,6 +155,7 @@ private:
     /// As of the latest read: whoever asks must not wait for the one in progress.
     mutable std::mutex publishedMutex_;
     Information published_;
+    LatencyHistogram latency_;
 };
 
 MediaPreloader::MediaPreloader() = default;
@@ -169,12 +196,21 @@ void MediaPreloader::Abandon(const Player::TrackId& track, std::optional<std::si
     }
 }
 
+LatencyHistogram MediaPreloader::GetLatency(const Player::TrackId& track) const {
+    const auto found = Find(track);
+    return found == nullptr ? LatencyHistogram() : found->GetLatency();
+}
+
 void MediaPreloader::SetDeliveryHook(DeliveryHook hook) {
     deliveryHook_ = std::move(hook);
 }
 
 void MediaPreloader::SetReadHook(ReadHook hook) {
     readHook_ = std::move(hook);
+}
+
+void MediaPreloader::SetTrace(std::shared_ptr<Trace> trace) {
+    trace_ = std::move(trace);
 }
 
 void MediaPreloader::SetExistingCacheUpdateQueues(Player::ExistingCacheUpdateQueues* queues) {
@@ -195,7 +231,7 @@ MediaPreloader::PreloadResult MediaPreloader::Fetch(const Player::PreloadOrder& 
     }
     const std::size_t picture = track->Within(*asked);
     const auto& indexed = index.Picture(picture);
-    auto group = track->Read(indexed.group, readHook_);
+    auto group = track->Read(indexed.group, readHook_, trace_.get());
     if (group == nullptr) {
         return ERROR;
     }
@@ -225,6 +261,9 @@ void MediaPreloader::Deliver(const Player::PreloadOrder& order,
 MediaPreloader::PreloadResult MediaPreloader::Preload(const Player::PreloadOrder& order) {
     if (order.queue_ == nullptr) {
         return ERROR;
+    }
+    if (trace_ != nullptr) {
+        trace_->NameThread("reader");
     }
     std::unique_ptr<Player::ISample> sample;
     const auto result = Fetch(order, sample);

@@ -16,8 +16,10 @@
 #include "Player/PreloadOrder.h"
 #include "Player/TrackId.h"
 #include "Playout/GroupReach.h"
+#include "Playout/LatencyHistogram.h"
 #include "Playout/PlayoutExport.h"
 #include "Playout/RecordingIndex.h"
+#include "Playout/Trace.h"
 
 namespace Tavrin::Playout {
 
@@ -53,6 +55,8 @@ public:
         std::uint64_t nbAbandonedReads = 0;  ///< Reads that a jump made useless.
         std::uint64_t nbMissingPackets = 0;  ///< Packets that reads found not to be in the file, in all.
         std::uint64_t nbBytesKept = 0;       ///< Of the groups kept for the next orders.
+        std::uint64_t nbBytesRead = 0;       ///< Taken from the file in all.
+        std::size_t nbBytesHeld = 0;         ///< Of packets in memory now, whoever holds them.
         std::string lastError;               ///< Of the latest failed read, empty when none failed.
     };
 
@@ -76,6 +80,8 @@ public:
     void RemoveTrack(const Player::TrackId& track);
     /// As of the latest read that has ended; zeros for an unknown track. Never waits for a read.
     [[nodiscard]] Information GetInformation(const Player::TrackId& track) const;
+    /// How long each read of a group from the file took, failed ones included. As GetInformation otherwise.
+    [[nodiscard]] LatencyHistogram GetLatency(const Player::TrackId& track) const;
 
     /// From now on, orders for pictures beyond the reach are answered with the nearest one within it. An unknown
     /// track is ignored.
@@ -88,6 +94,8 @@ public:
 
     void SetDeliveryHook(DeliveryHook hook);
     void SetReadHook(ReadHook hook);
+    /// Records the reads there; null: nowhere. To be set before the workers start.
+    void SetTrace(std::shared_ptr<Trace> trace);
 
     PreloadResult Preload(const Player::PreloadOrder& order) override;
     /// Null (the initial state) pushes into the order's queue directly.
@@ -106,6 +114,7 @@ private:
     Player::ExistingCacheUpdateQueues* existingQueues_ = nullptr;
     DeliveryHook deliveryHook_;
     ReadHook readHook_;
+    std::shared_ptr<Trace> trace_;
 };
 
 }  // namespace Tavrin::Playout

@@ -300,6 +300,7 @@ void MediaStream::AskForCompressed(const TimePoint& tp) {
     if (!Exists(tp) || compressed_.InsertPendingEntry(whole)) {
         return;
     }
+    Record("order", "read", {"sample", tp.SampleNumber(index_->Rate())});
     preloadQueue_.Push(
         Player::PreloadOrder(whole, index_->Rate(), compressed_.GetQueue(), parameters_.trackId_));
 }
@@ -336,6 +337,7 @@ void MediaStream::Decode(ISample& compressed, const TimePoint& tp) {
     order.width_ = parameters_.width_;
     order.height_ = parameters_.height_;
     compressed.Protect(1);
+    Record("order", "decode", {"sample", tp.SampleNumber(index_->Rate())});
     decodeQueue_.Push(order);
 }
 
@@ -348,9 +350,22 @@ void MediaStream::AnswerWithNothing(Player::CacheUpdateQueue& queue, const TimeP
 
 void MediaStream::Evict() {
     const SampleRate rate = FetchRate();
-    Evict(decoded_, rate, NbOfSamples(window_.nbDecodedAhead), NbOfSamples(window_.nbDecodedBehind));
-    Evict(compressed_, std::min(rate, index_->Rate()),
+    const std::size_t nbDecoded =
+        Evict(decoded_, rate, NbOfSamples(window_.nbDecodedAhead), NbOfSamples(window_.nbDecodedBehind));
+    const std::size_t nbCompressed = Evict(compressed_, std::min(rate, index_->Rate()),
           std::max(parameters_.nbPreloading_, window_.nbDecodedAhead), window_.nbDecodedBehind);
+    if (nbDecoded > 0) {
+        Record("cache", "evict decoded", {"samples", static_cast<std::int64_t>(nbDecoded)});
+    }
+    if (nbCompressed > 0) {
+        Record("cache", "evict compressed", {"samples", static_cast<std::int64_t>(nbCompressed)});
+    }
+}
+
+void MediaStream::Record(const char* category, const char* name, const TraceArgument& argument) const {
+    if (trace_ != nullptr) {
+        trace_->Mark(category, name, {{"track", parameters_.trackId_.Id()}, argument});
+    }
 }
 
 /// The window counts pictures; two fields of one take the memory of one.
@@ -362,7 +377,7 @@ bool MediaStream::IsByBothFields() const {
     return player_ != nullptr && FetchRate() > index_->Rate();
 }
 
-void MediaStream::Evict(Cache& cache, const SampleRate& rate, std::size_t nbAhead, std::size_t nbBehind) {
+std::size_t MediaStream::Evict(Cache& cache, const SampleRate& rate, std::size_t nbAhead, std::size_t nbBehind) {
     const std::int64_t number = Now().SampleNumber(rate);
     auto before = static_cast<std::int64_t>(nbBehind);
     auto after = static_cast<std::int64_t>(nbAhead);
@@ -371,8 +386,8 @@ void MediaStream::Evict(Cache& cache, const SampleRate& rate, std::size_t nbAhea
     } else if (!player_->GetSpeed().Positive()) {
         std::swap(before, after);
     }
-    cache.EraseBefore(TimePoint::StartOfSample(std::max<std::int64_t>(number - before, 0), rate));
-    cache.EraseAfter(TimePoint::StartOfSample(number + after + 1, rate), Cache::Not_Found);
+    return cache.EraseBefore(TimePoint::StartOfSample(std::max<std::int64_t>(number - before, 0), rate)) +
+           cache.EraseAfter(TimePoint::StartOfSample(number + after + 1, rate), Cache::Not_Found);
 }
 
 void MediaStream::RetryMissing() {
@@ -503,12 +518,14 @@ void MediaStream::WithdrawPassed() {
 }
 
 void MediaStream::Withdraw() {
+    const std::uint64_t nbBefore = nbWithdrawn_;
     for (const Player::PreloadOrder& order : TakeAll<Player::PreloadOrder>(preloadQueue_)) {
         Answer(order);
     }
     for (const Player::DecodeOrder& order : TakeAll<Player::DecodeOrder>(decodeQueue_)) {
         Answer(order);
     }
+    Record("order", "withdraw", {"orders", static_cast<std::int64_t>(nbWithdrawn_ - nbBefore)});
     Intake();
     ForgetMissing();
     begunCompressed_ = PendingIn(compressed_, fields_.Rate());

@@ -20,6 +20,7 @@
 #include "Playout/FieldOrder.h"
 #include "Playout/PlayoutExport.h"
 #include "Playout/RecordingIndex.h"
+#include "Playout/Trace.h"
 #include "Playout/WaitCause.h"
 #include "Time/TimePoint.h"
 
@@ -82,6 +83,9 @@ public:
     void SetCompressedPreloadNumber(std::size_t nb) override;
     [[nodiscard]] std::int32_t DebugPreloadQueueSize() override;
 
+    /// Records orders and evictions there from now on; null: nowhere. Borrowed.
+    void SetTrace(Trace* trace) { trace_ = trace; }
+
     /// From the next `Plan` on.
     void SetWindow(const StreamWindow& window);
 
@@ -141,13 +145,14 @@ private:
     void Decode(Player::ISample& compressed, const Time::TimePoint& tp);
     void AnswerWithNothing(Player::CacheUpdateQueue& queue, const Time::TimePoint& tp);
     void Evict();
-    void Evict(Player::Cache& cache, const Player::SampleRate& rate, std::size_t nbAhead,
+    [[nodiscard]] std::size_t Evict(Player::Cache& cache, const Player::SampleRate& rate, std::size_t nbAhead,
                std::size_t nbBehind);
     [[nodiscard]] std::size_t NbOfSamples(std::size_t nbPictures) const;
     [[nodiscard]] bool IsByBothFields() const;
     void Answer(const Player::PreloadOrder& order);
     void Answer(const Player::DecodeOrder& order);
     [[nodiscard]] bool HasPassed(const Time::TimePoint& tp, const Player::SampleRate& rate) const;
+    void Record(const char* category, const char* name, const TraceArgument& argument) const;
     void RetryMissing();
     void ForgetMissing();
     void ForgetAll();
@@ -164,6 +169,7 @@ private:
     Time::TimePoint begin_;
     Time::TimePoint end_;
     Player::IPlayer* player_ = nullptr;
+    Trace* trace_ = nullptr;
 
     Player::Cache compressed_;
     Player::Cache decoded_;

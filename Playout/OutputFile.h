@@ -5,13 +5,15 @@
 #include <memory>
 #include <string>
 
+#include "Playout/PlayoutExport.h"
+
 namespace Tavrin::Playout {
 
 /// A file to be written from start to end, whose every failure is noticed.
 ///
 /// *Threads:* externally synchronised. *Blocking:* on the disk. *Errors:* all but the destructor throw
 /// std::runtime_error in one line that names the file and the reason.
-class OutputFile {
+class TAVRIN_PLAYOUT_EXPORT OutputFile {
 public:
     /// Makes the file, or empties it.
     explicit OutputFile(std::string file);

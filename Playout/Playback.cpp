@@ -1,6 +1,7 @@
 #include "Playout/Playback.h"
 
 #include <algorithm>
+#include <array>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -9,6 +10,7 @@
 
 #include "Playout/Course.h"
 #include "Playout/Pacer.h"
+#include "Playout/Trace.h"
 
 namespace Tavrin::Playout {
 
@@ -25,6 +27,14 @@ constexpr std::chrono::milliseconds kLongestWait{50};
 
 /// However much progress is reported, a picture that has not come after so many stall times will not come.
 constexpr int kMostStallTimes = 10;
+
+/// In the order of the variant.
+constexpr std::array kCommandNames{"speed", "jump", "step", "drag", "release", "quit"};
+static_assert(kCommandNames.size() == std::variant_size_v<PlayCommand>);
+
+const char* NameOf(const PlayCommand& command) {
+    return kCommandNames[command.index()];
+}
 
 }  // namespace
 
@@ -109,7 +119,7 @@ private:
             }
             KeepInside();
             if (owes_ && !course_.JumpsNext()) {
-                tick_ = session_.Tick(TimePoint());
+                tick_ = session_.TickInPlace();
             } else {
                 jumps_ = course_.JumpsNext();
                 tick_ = course_.Tick();
@@ -150,6 +160,9 @@ private:
             return;
         }
         for (const PlayCommand& command : commands_->Take(at)) {
+            if (session_.GetTrace() != nullptr) {
+                session_.GetTrace()->Mark("command", NameOf(command));
+            }
             if (std::holds_alternative<Quit>(command)) {
                 report_.end = PlayEnd::Quit;
                 return;

@@ -21,6 +21,8 @@
 #include "Playout/SpeedMeter.h"
 #include "Playout/TickGate.h"
 #include "Playout/TrackPlayer.h"
+#include "Playout/Trace.h"
+#include "Playout/ViewCounter.h"
 #include "Playout/WindowPlan.h"
 
 namespace Tavrin::Playout {
@@ -88,7 +90,7 @@ public:
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
 
-    TickReport Tick(const TimePoint& delta);
+    TickReport Tick(const TimePoint& delta, LookKind kind);
     TickReport TickTo(const TimePoint& head);
     bool WaitForProgress(std::chrono::milliseconds timeout);
     void SetSpeed(const Time::Ratio& speed);
@@ -97,6 +99,8 @@ public:
     void SetMemory(std::size_t nbBytes);
     std::size_t Memory() const { return memory_; }
     TrackInformation GetInformation(std::size_t track) const;
+    Counters GetCounters() const;
+    Trace* GetTrace() const { return options_.trace.get(); }
 
     const SessionTrack& TrackAt(std::size_t track) const { return settings_.at(track); }
     const RecordingIndex& Recording(std::size_t track) const { return *TrackAt(track).recording; }
@@ -122,7 +126,7 @@ private:
         TrackView view;
         std::shared_ptr<const Picture> nearest;  ///< That last stood in.
         std::chrono::steady_clock::time_point nearestSince;
-        TrackInformation counts;
+        ViewCounter counter{std::chrono::steady_clock::now()};
     };
 
     void AddTrack(std::size_t number);
@@ -130,11 +134,13 @@ private:
     void StartWorkers();
     void StopWorkers();
     void Intake();
+    TraceSpan Record(LookKind kind) const;
     bool NoteReadiness();
-    TickReport LookAround(bool moved, bool isStep);
+    TickReport LookAround(bool moved, LookKind kind, TraceSpan& span);
     void NoteWaits(TickReport& report);
-    void Look(Track& track, std::size_t number, bool isStep);
-    static void Count(Track& track, const TrackView& before, bool isStep);
+    void Look(Track& track, std::size_t number);
+    void Count(const TickReport& report, LookKind kind);
+    TrackCounters CountersOf(const Track& track) const;
     void WithdrawAll();
     void AbandonAll();
     void PlanWindows();
@@ -167,6 +173,7 @@ private:
     bool dragged_ = false;
     bool standInsAllowed_ = false;
     bool standsIn_ = false;  ///< Not all that is shown can be decoded at this speed.
+    std::uint64_t nbOutputTicks_ = 0;
 };
 
 Session::Impl::Impl(std::vector<SessionTrack> tracks, const SessionOptions& options)
@@ -184,6 +191,8 @@ Session::Impl::Impl(std::vector<SessionTrack> tracks, const SessionOptions& opti
         track.needs = NeedsOf(*settings.recording, LanesFor(*settings.recording));
     }
     ShareOut(options.memoryBytes);
+    preloader_.SetTrace(options_.trace);
+    decoder_.SetTrace(options_.trace);
     for (std::size_t number = 0; number < settings_.size(); ++number) {
         AddTrack(number);
     }
@@ -232,6 +241,7 @@ void Session::Impl::AddTrack(std::size_t number) {
     decoder_.AddTrack(track.id, recording, decoding);
     track.stream = std::make_unique<MediaStream>(recording, track.id, displayRate_, StreamWindow(), registry_,
                                                  options_.fields);
+    track.stream->SetTrace(GetTrace());
     track.player = std::make_unique<TrackPlayer>(player_, settings_[number].offset);
     track.stream->LinkPlayer(track.player.get());
     player_.AttachStream(track.stream.get());
@@ -308,15 +318,17 @@ void Session::Impl::StopWorkers() {
     decodeWorkers_.clear();
 }
 
-TickReport Session::Impl::Tick(const TimePoint& delta) {
+TickReport Session::Impl::Tick(const TimePoint& delta, LookKind kind) {
+    TraceSpan span = Record(kind);
     Intake();
     PlanReach();
     const bool moves = NoteReadiness();
     player_.Update(delta);
-    return LookAround(moves, delta != TimePoint());
+    return LookAround(moves, kind, span);
 }
 
 TickReport Session::Impl::TickTo(const TimePoint& head) {
+    TraceSpan span = Record(LookKind::Tick);
     Intake();
     PlanReach();
     const bool moves = NoteReadiness();
@@ -325,7 +337,17 @@ TickReport Session::Impl::TickTo(const TimePoint& head) {
     if (moves) {
         player_.GoTo(head);
     }
-    return LookAround(moves, true);
+    return LookAround(moves, LookKind::Tick, span);
+}
+
+TraceSpan Session::Impl::Record(LookKind kind) const {
+    if (GetTrace() != nullptr) {
+        GetTrace()->NameThread("output");
+    }
+    return {GetTrace(),
+            "play",
+            kind == LookKind::Between ? "look" : "tick",
+            {{"tick", static_cast<std::int64_t>(nbTicks_)}}};
 }
 
 /// Only the tracks that are waited for are attached to the player. Whether none of them holds it.
@@ -339,14 +361,16 @@ bool Session::Impl::NoteReadiness() {
     return gate_.IsOpen();
 }
 
-TickReport Session::Impl::LookAround(bool moved, bool isStep) {
+TickReport Session::Impl::LookAround(bool moved, LookKind kind, TraceSpan& span) {
     TickReport report;
     report.tick = nbTicks_++;
     report.moved = moved;
     report.time = player_.GetCurrentTimePoint();
+    span.Add({"time", report.time.ToNanoseconds()});
+    span.Add({"moved", report.moved ? 1 : 0});
     for (std::size_t number = 0; number < tracks_.size(); ++number) {
         Track& track = tracks_[number];
-        Look(track, number, isStep);
+        Look(track, number);
         NotePlace(track, number);
         if (moved && gate_.IsLeftBehind(number)) {
             track.stream->WithdrawPassed();
@@ -355,8 +379,9 @@ TickReport Session::Impl::LookAround(bool moved, bool isStep) {
         report.tracks.push_back(track.view);
     }
     NoteWaits(report);
+    Count(report, kind);
     const auto now = SpeedMeter::Clock::now();
-    if (meter_.HasBegun() ? moved && isStep : report.IsReady()) {
+    if (meter_.HasBegun() ? moved && kind == LookKind::Tick : report.IsReady()) {
         meter_.Note(now, report.time);
     }
     const Time::Ratio speed = player_.GetSpeed();
@@ -460,8 +485,7 @@ void Session::Impl::Intake() {
     }
 }
 
-void Session::Impl::Look(Track& track, std::size_t number, bool isStep) {
-    const TrackView before = track.view;
+void Session::Impl::Look(Track& track, std::size_t number) {
     TrackView& view = track.view;
     Player::ISample* sample = nullptr;
     view.status = track.stream->GetCurrentSample(&sample);
@@ -471,7 +495,8 @@ void Session::Impl::Look(Track& track, std::size_t number, bool isStep) {
         track.nearest.reset();
     }
     if (sample != nullptr) {
-        const auto& decoded = static_cast<const DecodedSample&>(*sample);
+        auto& decoded = static_cast<DecodedSample&>(*sample);
+        decoded.MarkSeen();
         view.picture = decoded.Content();
         view.field = decoded.Field();
         view.standIn = track.stream->IsStandIn(decoded);
@@ -481,7 +506,6 @@ void Session::Impl::Look(Track& track, std::size_t number, bool isStep) {
     } else if (view.status == SampleStatus::Empty && !view.missing) {
         view.picture = nullptr;
     }
-    Count(track, before, isStep);
 }
 
 /// Shows the nearest picture there is; or, for a hand that has seen the same one for too long, the one that has
@@ -510,14 +534,15 @@ void Session::Impl::StandIn(Track& track, std::size_t number) const {
     }
 }
 
-/// A tick with a zero delta only looks again, so it counts only what it has newly found.
-void Session::Impl::Count(Track& track, const TrackView& before, bool isStep) {
-    const TrackView& view = track.view;
-    TrackInformation& counts = track.counts;
-    counts.nbShown += view.status == SampleStatus::New ? 1 : 0;
-    counts.nbRepeated += isStep && view.status == SampleStatus::Same ? 1 : 0;
-    counts.nbLate += isStep && view.status == SampleStatus::NotReady ? 1 : 0;
-    counts.nbMissing += view.missing && (isStep || !before.missing) ? 1 : 0;
+void Session::Impl::Count(const TickReport& report, LookKind kind) {
+    const auto now = ViewCounter::Clock::now();
+    auto wait = report.waits.begin();
+    for (std::size_t number = 0; number < tracks_.size(); ++number) {
+        const bool waits = wait != report.waits.end() && wait->track == number;
+        tracks_[number].counter.Note(report.tracks[number], waits ? wait->cause : WaitCause::None, kind, now);
+        wait += waits ? 1 : 0;
+    }
+    nbOutputTicks_ += kind == LookKind::Between ? 0 : 1;
 }
 
 bool Session::Impl::WaitForProgress(std::chrono::milliseconds timeout) {
@@ -592,7 +617,7 @@ TrackInformation Session::Impl::GetInformation(std::size_t number) const {
     const Track& track = tracks_.at(number);
     const auto decoded = track.stream->Decoded().GetInformation();
     const auto compressed = track.stream->Compressed().GetInformation();
-    TrackInformation information = track.counts;
+    TrackInformation information;
     information.nbWithdrawn = track.stream->NbWithdrawn();
     information.nbReady = static_cast<std::size_t>(decoded.nbValidSamples_);
     information.nbPending =
@@ -602,6 +627,47 @@ TrackInformation Session::Impl::GetInformation(std::size_t number) const {
     information.memoryShare = track.bytes;
     information.pictureBytes = decoder_.PictureBytes(track.id);
     return information;
+}
+
+TrackCounters Session::Impl::CountersOf(const Track& track) const {
+    const auto decoded = track.stream->Decoded().GetInformation();
+    const auto compressed = track.stream->Compressed().GetInformation();
+    const auto reading = preloader_.GetInformation(track.id);
+    const auto decoding = decoder_.GetInformation(track.id);
+    const auto answers = decoder_.GetAnswers(track.id);
+    TrackCounters counters;
+    counters.file = track.id.StorageId().Address();
+    counters.pictures = track.counter.Pictures();
+    counters.waits = track.counter.Waits();
+    counters.fetches.nbFetched = answers.samples.nbMade;
+    counters.fetches.nbEvicted = answers.samples.nbGone;
+    counters.fetches.nbEvictedUnseen = answers.samples.nbGoneUnseen;
+    counters.fetches.nbWithdrawn = track.stream->NbWithdrawn();
+    counters.fetches.nbReady = static_cast<std::uint64_t>(decoded.nbValidSamples_);
+    counters.fetches.nbProtected = static_cast<std::uint64_t>(decoded.nbProtectedSamples_);
+    counters.fetches.nbPending =
+        static_cast<std::uint64_t>(decoded.nbPendingSamples_ + compressed.nbPendingSamples_);
+    counters.reads = {reading.nbReads,          reading.nbReused,         reading.nbFailedReads,
+                      reading.nbAbandonedReads, reading.nbMissingPackets, preloader_.GetLatency(track.id)};
+    counters.decodes = {answers.nbFromStore, decoding.nbPacketsDecoded, decoding.nbPacketsLeftOut,
+                        decoding.nbPasses,   decoding.nbAbandoned,      decoding.nbErrors,
+                        answers.latency};
+    counters.bytes = {reading.nbBytesRead,
+                      reading.nbBytesHeld,
+                      answers.samples.bytes,
+                      decoding.storedBytes,
+                      decoder_.PictureBytes(track.id),
+                      track.bytes};
+    return counters;
+}
+
+Counters Session::Impl::GetCounters() const {
+    Counters counters;
+    counters.nbTicks = nbOutputTicks_;
+    for (const Track& track : tracks_) {
+        counters.tracks.push_back(CountersOf(track));
+    }
+    return counters;
 }
 
 Session::Session(std::vector<std::shared_ptr<const RecordingIndex>> recordings, const SessionOptions& options)
@@ -687,7 +753,11 @@ std::size_t Session::Memory() const {
 }
 
 TickReport Session::Tick(const TimePoint& delta) {
-    return impl_->Tick(delta);
+    return impl_->Tick(delta, delta == TimePoint() ? LookKind::Between : LookKind::Tick);
+}
+
+TickReport Session::TickInPlace() {
+    return impl_->Tick(TimePoint(), LookKind::InPlace);
 }
 
 TickReport Session::TickTo(const TimePoint& head) {
@@ -700,6 +770,14 @@ bool Session::WaitForProgress(std::chrono::milliseconds timeout) {
 
 TrackInformation Session::GetInformation(std::size_t track) const {
     return impl_->GetInformation(track);
+}
+
+Counters Session::GetCounters() const {
+    return impl_->GetCounters();
+}
+
+Trace* Session::GetTrace() const {
+    return impl_->GetTrace();
 }
 
 std::vector<CellState> Session::CellStates(std::size_t track, const CellRange& range) const {

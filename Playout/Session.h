@@ -10,6 +10,7 @@
 #include "Player/IStream.h"
 #include "Player/SampleRate.h"
 #include "Playout/CellState.h"
+#include "Playout/Counters.h"
 #include "Playout/DecodeLane.h"
 #include "Playout/FieldOrder.h"
 #include "Playout/MediaPreloader.h"
@@ -74,12 +75,8 @@ struct TAVRIN_PLAYOUT_EXPORT TickReport {
     [[nodiscard]] bool IsReady() const;
 };
 
-/// What a track has come to since the session began.
+/// What a track has come to since the session began; Counters tell more.
 struct TrackInformation {
-    std::uint64_t nbShown = 0;      ///< Ticks that brought a new picture.
-    std::uint64_t nbRepeated = 0;   ///< Ticks that showed the picture of the tick before, as they should.
-    std::uint64_t nbLate = 0;       ///< Ticks whose picture was not ready.
-    std::uint64_t nbMissing = 0;    ///< Ticks whose picture cannot be had.
     std::uint64_t nbWithdrawn = 0;  ///< Orders taken back because they no longer mattered.
     std::size_t nbReady = 0;        ///< Decoded pictures in the cache now.
     std::size_t nbPending = 0;      ///< Entries, compressed and decoded, whose answer is still out.
@@ -175,11 +172,22 @@ public:
     /// step is rounded by itself, hours of them drift.
     TickReport TickTo(const Time::TimePoint& head);
 
+    /// The same for an output tick at which the play head stays where it is, because what the last tick asked for
+    /// has not been shown yet. `Tick` with a zero delta looks the same, but counts as a look between two ticks.
+    TickReport TickInPlace();
+
     /// Waits until the workers have delivered something since the last tick, at most `timeout`; whether they
     /// have.
     bool WaitForProgress(std::chrono::milliseconds timeout);
 
     [[nodiscard]] TrackInformation GetInformation(std::size_t track) const;
+
+    /// What playing has come to, as of the last tick; what the workers have done, as of now. Costs by the
+    /// tracks and by what their caches hold: meant for every second rather than for every tick.
+    [[nodiscard]] Counters GetCounters() const;
+
+    /// What the session records into; null when it does not.
+    [[nodiscard]] Trace* GetTrace() const;
 
     /// What is known of a track's pictures, for a timeline; cheap enough to be asked at every tick. The range
     /// is one of the session's time, and may reach beyond the recording.

@@ -2,12 +2,15 @@
 
 #include <chrono>
 #include <cstddef>
+#include <memory>
 
 #include "Player/SampleRate.h"
 #include "Playout/FieldOrder.h"
 #include "Time/TimePoint.h"
 
 namespace Tavrin::Playout {
+
+class Trace;
 
 /// How a session plays.
 struct SessionOptions {
@@ -41,6 +44,9 @@ struct SessionOptions {
     /// A picture that could not be had is asked for again after this much wall time, and after twice as long
     /// each time that it cannot be had again.
     std::chrono::milliseconds retryAfter{1000};
+
+    /// Where the session records what it and its workers do; null: nowhere, which costs nothing.
+    std::shared_ptr<Trace> trace;
 };
 
 }  // namespace Tavrin::Playout

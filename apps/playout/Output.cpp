@@ -54,9 +54,18 @@ Output ParseOutput(const std::string& text) {
 }
 
 void RefuseRecordings(const std::string& option, const std::string& path, const Session& session) {
+    std::vector<std::string> recordings;
     for (std::size_t track = 0; track < session.NbTracks(); ++track) {
+        recordings.push_back(session.Recording(track).File());
+    }
+    RefuseRecordings(option, path, recordings);
+}
+
+void RefuseRecordings(const std::string& option, const std::string& path,
+                      const std::vector<std::string>& recordings) {
+    for (const std::string& recording : recordings) {
         std::error_code ignored;
-        if (std::filesystem::equivalent(path, session.Recording(track).File(), ignored)) {
+        if (std::filesystem::equivalent(path, recording, ignored)) {
             throw UsageError(option + ": \"" + path + "\" is being played; writing there would destroy it");
         }
     }

@@ -26,6 +26,8 @@ struct Output {
 
 /// Throws UsageError when the file is one of the recordings being played; \p option is what asks for it.
 void RefuseRecordings(const std::string& option, const std::string& path, const Session& session);
+void RefuseRecordings(const std::string& option, const std::string& path,
+                      const std::vector<std::string>& recordings);
 
 /// Opens it for the session's tracks, as a mosaic when there are several; null when nothing is to be written.
 /// Throws UsageError when it is one of the recordings being played, and std::runtime_error when it cannot be

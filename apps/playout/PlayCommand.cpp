@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <exception>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
@@ -14,6 +15,7 @@
 #include "apps/playout/CommonOptions.h"
 #include "apps/playout/Desk.h"
 #include "apps/playout/Interrupt.h"
+#include "apps/playout/Measures.h"
 #include "apps/playout/Output.h"
 #include "apps/playout/PlaySummary.h"
 #include "apps/playout/ProgressLine.h"
@@ -35,6 +37,7 @@ struct PlayArguments {
     bool fast = false;
     bool realTime = false;
     DeskOptions desk;
+    MeasureOptions measures;
     PlaybackOptions playback;
     SessionOptions session;
 };
@@ -54,10 +57,12 @@ PlaybackOptions OptionsFor(const PlayArguments& arguments) {
 }
 
 /// What cannot be played as asked is the user's to put right.
-Session OpenSession(const PlayArguments& arguments) {
+Session OpenSession(const PlayArguments& arguments, const Measures& measures) {
+    SessionOptions options = arguments.session;
+    options.trace = measures.GetTrace();
     std::vector<SessionTrack> tracks = arguments.tracks.Apply(OpenRecordings(arguments));
     try {
-        return Session(std::move(tracks), arguments.session);
+        return Session(std::move(tracks), options);
     } catch (const std::invalid_argument& error) {
         throw UsageError(error.what());
     }
@@ -84,10 +89,11 @@ std::string DescribeProgress(const Session& session, const ShownTick& shown, con
 
 /// What is noted while playing, for people.
 struct Notes {
-    explicit Notes(const Session& session) : missing(session) {}
+    Notes(const Session& session, Measures& taken) : missing(session), measures(taken) {}
 
     MissingPictures missing;
     SpeedNotice speed;
+    Measures& measures;
     bool isRealTime = false;
     std::ostream* out = nullptr;
 };
@@ -113,6 +119,7 @@ PlayReport Run(Playback& playback, const Session& session, Desk& desk, IPictureS
         desk.Show(shown);
         notes.missing.Note(tick);
         NoteSpeed(notes, session, tick, line);
+        notes.measures.Note(session);
         nbLate += tick.IsReady() ? 0 : 1;
         if (line.IsDue()) {
             line.Show(DescribeProgress(session, shown, tick, nbLate));
@@ -127,6 +134,23 @@ PlayReport Run(Playback& playback, const Session& session, Desk& desk, IPictureS
         sink->Finish();
     }
     return report;
+}
+
+/// How it went so far is worth knowing above all when it goes wrong; only then what cannot be written does not
+/// matter any more.
+PlayReport RunToTheEnd(Playback& playback, const Session& session, Desk& desk, IPictureSink* sink,
+                       Notes& notes) {
+    try {
+        return Run(playback, session, desk, sink, notes);
+    } catch (...) {
+        const auto failure = std::current_exception();
+        try {
+            notes.measures.Finish(session);
+        } catch (const std::exception& error) {
+            std::cerr << "playout: " << error.what() << '\n';
+        }
+        std::rethrow_exception(failure);
+    }
 }
 
 bool HasShownNothing(const PlayReport& report) {
@@ -147,7 +171,8 @@ void RefuseContradictions(const PlayArguments& arguments) {
 int Play(const PlayArguments& arguments) {
     RefuseContradictions(arguments);
     const PlaybackOptions options = OptionsFor(arguments);
-    Session session = OpenSession(arguments);
+    Measures measures(arguments.measures, arguments.files);
+    Session session = OpenSession(arguments, measures);
     Playback playback = PreparePlayback(session, options);
     Desk desk(arguments.desk, session, options);
     const auto sink = OpenOutput(arguments.output, session);
@@ -155,11 +180,12 @@ int Play(const PlayArguments& arguments) {
     if (!desk.WhyNoWindow().empty()) {
         out << "window     none: " << desk.WhyNoWindow() << std::endl;
     }
-    Notes notes(session);
+    Notes notes(session, measures);
     notes.isRealTime = options.realTime;
     notes.out = &out;
-    const PlayReport report = Run(playback, session, desk, sink.get(), notes);
+    const PlayReport report = RunToTheEnd(playback, session, desk, sink.get(), notes);
     PrintSummary(out, session, report, notes.missing, notes.speed);
+    measures.Finish(session);
     if (HasShownNothing(report)) {
         std::cout.flush();
         std::cerr << "playout: none of the pictures that were to be played can be read and decoded\n";
@@ -213,6 +239,21 @@ void AddPacingOptions(CLI::App& command, PlayArguments& arguments) {
         ->check(Between(std::uint32_t{1}, kMostSeconds));
 }
 
+void AddMeasureOptions(CLI::App& command, MeasureOptions& measures) {
+    command.add_option("--counters", measures.counters, "Write at the end what playing came to, as JSON")
+        ->type_name("FILE");
+    command
+        .add_option("--metrics", measures.metrics,
+                    "Write the same as OpenMetrics text, every second and at\n"
+                    "the end; the file is always whole")
+        ->type_name("FILE");
+    command
+        .add_option("--trace", measures.trace,
+                    "Write what happens when and on which thread, as Chrome\n"
+                    "trace events")
+        ->type_name("FILE");
+}
+
 void AddDeskOptions(CLI::App& command, DeskOptions& desk) {
     command.add_flag("--window", desk.isWanted,
                      "Show the pictures in a window (default in real time when\n"
@@ -247,6 +288,7 @@ void AddPlayCommand(CLI::App& program, int& status) {
     AddPacingOptions(*command, *arguments);
     arguments->tracks.AddTo(*command);
     AddDeskOptions(*command, arguments->desk);
+    AddMeasureOptions(*command, arguments->measures);
     AddMemoryOption(*command, arguments->session.memoryBytes);
     AddStreamOption(*command, arguments->stream);
     command->footer(

@@ -283,6 +283,7 @@ TEST(Playback, AStallEndsWithAnErrorThatNamesTheFile) {
 struct HeldBack {
     std::vector<std::vector<int>> shown;
     PlayReport report;
+    Counters counters;
 };
 
 HeldBack PlayHeldBack(const std::vector<std::string>& files) {
@@ -301,6 +302,7 @@ HeldBack PlayHeldBack(const std::vector<std::string>& files) {
         }
         return true;
     });
+    result.counters = session->GetCounters();
     return result;
 }
 
@@ -318,6 +320,15 @@ TEST(Playback, InRealTimeALateTickRepeatsThePictureAndNoneIsLeftOut) {
     const TrackReport& track = played.report.tracks.at(0);
     EXPECT_EQ(track.nbNew, 5U);
     EXPECT_EQ(track.nbLate, played.report.nbLateTicks);
+}
+
+TEST(Playback, InRealTimeTheSessionCountsEachLateTickToo) {
+    const HeldBack played = PlayHeldBack({Clips::ClosedGroups()});
+    const TrackCounters counters = played.counters.tracks.at(0);
+    EXPECT_EQ(counters.pictures.nbExact, 5U);
+    EXPECT_EQ(counters.pictures.nbLate, played.report.nbLateTicks);
+    EXPECT_EQ(counters.pictures.nbRepeated, 0U);
+    EXPECT_GT(counters.waits.storage, std::chrono::milliseconds(80)) << "two whole ticks and a part";
 }
 
 TEST(Playback, WhileOneTrackIsLateTheOthersWaitWithIt) {

@@ -326,7 +326,7 @@ TEST(Session, MissingPictureDoesNotHoldThePlayHead) {
     const TickReport report = session.Tick(recording->SampleStart(1));
     EXPECT_TRUE(report.moved);
     EXPECT_EQ(report.time, MiddleOf(*recording, 0) + recording->SampleStart(1));
-    EXPECT_GT(session.GetInformation(0).nbMissing, 0U);
+    EXPECT_GT(session.GetCounters().tracks.at(0).pictures.nbMissing, 0U);
 }
 
 TEST(Session, CacheHoldsNoMorePicturesThanItsWindow) {
