@@ -195,6 +195,7 @@ SampleStatus MediaStream::GetCurrentSample(ISample** sample) {
     }
     currentSampleIsEmpty = type == Cache::Missing;
     if (type == Cache::Missing) {
+        hasJumped_ = false;
         shownPicture_.reset();
         return SampleStatus::Empty;
     }
@@ -500,6 +501,8 @@ bool MediaStream::HasPassed(const TimePoint& tp, const SampleRate& rate) const {
 }
 
 void MediaStream::WithdrawPassed() {
+    // The play head goes on: only what is ordered ahead of it can be there in time.
+    hasJumped_ = false;
     // Putting an order back wakes a worker, perhaps for nothing: not at every tick while storage is silent.
     if (preloadQueue_.GetSize() > 2 * parameters_.nbPreloading_) {
         for (const Player::PreloadOrder& order : TakeAll<Player::PreloadOrder>(preloadQueue_)) {

@@ -86,7 +86,8 @@ protected:
         const std::size_t kind = track == kSilent ? 1 + Below(2) : Below(3);
         return kind == 0   ? ReadinessRule::Required()
                : kind == 1 ? ReadinessRule::Optional()
-                           : ReadinessRule::HoldUpTo(TimePoint().FromMilliseconds(5 + Below(50)));
+                           : ReadinessRule::HoldUpTo(
+                                 TimePoint().FromMilliseconds(5 + static_cast<std::int64_t>(Below(50))));
     }
 
     Ratio AnySpeed() {
