@@ -114,13 +114,16 @@ void TimedOperator::WaitForTick() {
 }
 
 void TimedOperator::Play(std::size_t nbTicks, const std::function<void()>& show) {
+    bool owes = !report_.IsReady();
     for (std::size_t tick = 0; tick < nbTicks; ++tick) {
         WaitForTick();
-        if (report_.IsReady()) {
-            Move();
-        } else {
+        // A picture that has come late, since the tick before, gets a tick of its own.
+        if (owes) {
             Look();
+        } else {
+            Move();
         }
+        owes = !report_.IsReady();
         show();
     }
 }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "Playout/FieldPicture.h"
 #include "Playout/Md5Writer.h"
 #include "Playout/PictureConverter.h"
 #include "Playout/PngWriter.h"
@@ -27,7 +28,11 @@ using Time::TimePoint;
 using Pictures = std::vector<std::shared_ptr<const Picture>>;
 
 ShownTick Tick(std::uint64_t number, const Pictures& pictures) {
-    return {number, TimePoint().FromMilliseconds(static_cast<std::int64_t>(number) * 40), 1, pictures};
+    ShownTick tick;
+    tick.tick = number;
+    tick.time = TimePoint().FromMilliseconds(static_cast<std::int64_t>(number) * 40);
+    tick.pictures = pictures;
+    return tick;
 }
 
 /// The text of the error that this ends in.
@@ -153,6 +158,24 @@ TEST(Md5Writer, WritesALineForEachTick) {
     EXPECT_EQ(Clips::ReadFile(file), "0 0.000000000 7,9 " + first->Md5() + "," + second->Md5() + "\n" +
                                          "1 0.040000000 7,- " + first->Md5() + ",-\n" +
                                          "2 0.080000000 -,9 -," + second->Md5() + "\n");
+}
+
+TEST(Md5Writer, AFieldIsNamedAndSummedByItself) {
+    const auto file = Clips::Scratch("fields.txt");
+    const auto frame = Support::MakeFrame(AV_PIX_FMT_YUV420P, 16, 16, [](int, int row, int) { return row; });
+    const auto picture = std::make_shared<const Picture>(7, *frame, false);
+    const auto top = FieldPicture(picture, PictureField::Top);
+    const auto bottom = FieldPicture(picture, PictureField::Bottom);
+    ASSERT_NE(top->Md5(), bottom->Md5());
+    Md5Writer writer(file);
+    for (const PictureField field : {PictureField::Top, PictureField::Bottom}) {
+        ShownTick tick = Tick(0, {picture});
+        tick.fields = {field};
+        writer.Write(tick);
+    }
+    writer.Finish();
+    EXPECT_EQ(Clips::ReadFile(file),
+              "0 0.000000000 7t " + top->Md5() + "\n0 0.000000000 7b " + bottom->Md5() + "\n");
 }
 
 TEST(Md5Writer, AFileThatCannotBeMadeIsNamed) {

@@ -27,9 +27,11 @@ std::string FindProgram(const std::string& name) {
     return "";
 }
 
-/// The server chooses a free number and says it, once it can be used.
+/// The server chooses a free number and says it, once it can be used. It must not begin anew when its last client
+/// leaves, which here is a program that only looks: who comes at that moment would be turned away.
 std::vector<std::string> ServerCommand() {
-    return {FindProgram("Xvfb"), "-displayfd", "1", "-screen", "0", "800x600x24", "-nolisten", "tcp"};
+    return {FindProgram("Xvfb"), "-displayfd", "1",   "-screen", "0",
+            "800x600x24",        "-nolisten",  "tcp", "-noreset"};
 }
 
 }  // namespace
