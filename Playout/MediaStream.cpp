@@ -468,6 +468,7 @@ bool MediaStream::HasPassed(const TimePoint& tp) const {
 }
 
 void MediaStream::WithdrawPassed() {
+    const std::uint64_t nbBefore = nbWithdrawn_;
     // Putting an order back wakes a worker, perhaps for nothing: not at every tick while storage is silent.
     if (preloadQueue_.GetSize() > 2 * parameters_.nbPreloading_) {
         for (const Player::PreloadOrder& order : TakeAll<Player::PreloadOrder>(preloadQueue_)) {
@@ -484,6 +485,9 @@ void MediaStream::WithdrawPassed() {
         } else {
             decodeQueue_.Push(order);
         }
+    }
+    if (nbWithdrawn_ > nbBefore) {
+        Record("order", "withdraw", {"orders", static_cast<std::int64_t>(nbWithdrawn_ - nbBefore)});
     }
 }
 
