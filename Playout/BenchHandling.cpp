@@ -184,7 +184,7 @@ public:
             due += kStep;
             handling_.Hands().WaitUntil(due, [this] { Look(); });
         }
-        handling_.NoteCommand(handling_.Hands().AwaitReady(), picture);
+        handling_.NoteCommand(handling_.Hands().AwaitReady([this] { Look(); }), picture);
         Look();
     }
 

@@ -18,7 +18,7 @@ bool IsBackward(const Ratio& speed) {
 std::size_t Finest(const Session& session) {
     std::size_t finest = 0;
     for (std::size_t track = 1; track < session.NbTracks(); ++track) {
-        if (session.Recording(track).Rate() > session.Recording(finest).Rate()) {
+        if (session.Samples(track).Rate() > session.Samples(finest).Rate()) {
             finest = track;
         }
     }
@@ -36,7 +36,7 @@ std::size_t LastToEnd(const Session& session) {
 }
 
 TickSchedule ScheduleFor(const Session& session, const Ratio& speed) {
-    return {session.Recording(Finest(session)).Rate(), session.DisplayRate(), speed};
+    return {session.Samples(Finest(session)).Rate(), session.DisplayRate(), speed};
 }
 
 /// The place of a schedule for a track's recording, in the session's time.
@@ -103,7 +103,7 @@ TimePoint Course::Inside(const TimePoint& position) const {
     if (place >= session_.End()) {
         // The finest recording's sample there reaches beyond the end of all recordings.
         const std::size_t last = LastToEnd(session_);
-        const TickSchedule schedule(session_.Recording(last).Rate(), session_.DisplayRate(), speed_);
+        const TickSchedule schedule(session_.Samples(last).Rate(), session_.DisplayRate(), speed_);
         place = StartIn(session_, last, schedule, at);
     }
     // The sample may begin before the origin, where no play head gets.
@@ -168,21 +168,13 @@ void Course::Do(const Release& /*command*/) {
 void Course::Do(const Quit& /*command*/) {
 }
 
-/// From the picture on display in the finest recording; outside of that by its samples.
+/// From what is on display of the finest recording; outside of that by its samples.
 TimePoint Course::Stepped(std::int64_t nbPictures) const {
     const std::size_t track = Finest(session_);
-    const RecordingIndex& recording = session_.Recording(track);
+    const FieldOrder& samples = session_.Samples(track);
     const TimePoint here = std::clamp(Here(), TimePoint(), LastMoment()) - session_.Begin(track);
-    const auto picture = recording.PictureAtTime(here);
-    std::int64_t sample = here.SampleNumber(recording.Rate()) + nbPictures;
-    if (picture) {
-        const std::int64_t target = static_cast<std::int64_t>(*picture) + nbPictures;
-        const auto nb = static_cast<std::int64_t>(recording.NbPictures());
-        sample = target < 0     ? target
-                 : target >= nb ? recording.NbSamples() + target - nb
-                                : recording.Picture(static_cast<std::size_t>(target)).sample;
-    }
-    return session_.Begin(track) + TimePoint::StartOfSample(sample, recording.Rate());
+    const std::int64_t sample = samples.SampleFurther(here, nbPictures);
+    return session_.Begin(track) + TimePoint::StartOfSample(sample, samples.Rate());
 }
 
 /// Finds the place of the next tick, from what all commands since the last one want.

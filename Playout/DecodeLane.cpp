@@ -149,7 +149,7 @@ std::shared_ptr<const Picture> DecodeLane::Impl::GoOnTo(const PacketGroup& group
 
 bool DecodeLane::Impl::IsStale(const DecodeManner& manner) {
     // A pass that is always given up before its first picture would never show anything.
-    const bool stale = standing_->latest && manner.isStale && manner.isStale();
+    const bool stale = standing_->latest && manner.isStale && manner.isStale(*standing_->latest);
     nbAbandoned_ += stale ? 1 : 0;
     return stale;
 }

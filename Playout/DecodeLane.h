@@ -26,9 +26,10 @@ struct DecodeLaneOptions {
 
 /// How one picture is to be decoded.
 struct DecodeManner {
-    /// Asked between packets, once the pass has put out a picture; true ends the decode without an answer. What
-    /// was put out until then stays in the store, and the lane goes on from there the next time.
-    std::function<bool()> isStale;
+    /// Asked between packets, once the pass has put out a picture, with the latest one; true ends the decode
+    /// without an answer. What was put out until then stays in the store, and the lane goes on from there the next
+    /// time.
+    std::function<bool(std::size_t latest)> isStale;
 
     /// Nothing later of the group will be asked for in this pass: the picture is got out of the decoder at once
     /// instead of being followed by those that it waits for.

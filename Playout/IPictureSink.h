@@ -1,9 +1,11 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
 
+#include "Playout/DecodedSample.h"
 #include "Playout/Picture.h"
 #include "Time/TimePoint.h"
 
@@ -16,6 +18,12 @@ struct ShownTick {
     double heldSpeed = 0;    ///< The speed that is really made; see TickReport::heldSpeed.
     /// One for each track, in the order of the tracks; null where a track has nothing to show.
     std::vector<std::shared_ptr<const Picture>> pictures;
+    /// The lines of each that are on show; empty: of all of them all.
+    std::vector<PictureField> fields;
+
+    [[nodiscard]] PictureField FieldOf(std::size_t track) const {
+        return track < fields.size() ? fields[track] : PictureField::Frame;
+    }
 };
 
 /// Where shown pictures go: a file, a folder, nowhere.

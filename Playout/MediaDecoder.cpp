@@ -42,7 +42,6 @@ public:
         store_->SetPlace(place);
         const std::scoped_lock lock(mutex_);
         stride_ = place.stride;
-        dragged_ = place.dragged;
     }
 
     void SetReach(const GroupReach& reach) {
@@ -55,6 +54,12 @@ public:
             pool_->SetMaxBytes(bytes);
         }
         store_->SetMaxBytes(StoreBytes(bytes));
+    }
+
+    std::shared_ptr<const Picture> Nearest(std::size_t picture) const {
+        const PictureGroup& group = index_->Group(index_->Picture(picture).group);
+        auto nearest = store_->Nearest(picture, group.firstPicture, group.EndPicture());
+        return nearest != nullptr ? nearest : store_->Nearest(picture, 0, index_->NbPictures());
     }
 
     std::size_t PictureBytes() const { return pool_ == nullptr ? store_->Bytes() : pool_->UsedBytes(); }
@@ -82,10 +87,9 @@ public:
                               {"picture", static_cast<std::int64_t>(sample.PictureNumber())}});
         const Visit visit(*this, group.Number());
         DecodeManner manner;
-        manner.isStale = [&] { return visit.IsStale(sample.PictureNumber()); };
-        if (HasNothingToShow(group)) {
-            manner.last = true;
-            static_cast<void>(visit.Where().Decode(group, group.Layout().firstPicture, manner, meter_));
+        manner.isStale = [&](std::size_t latest) { return visit.IsStale(sample.PictureNumber(), latest); };
+        if (visit.IsOutOfDate(sample.PictureNumber())) {
+            return nullptr;
         }
         manner.last = visit.IsLast(sample.PictureNumber());
         return visit.Where().Decode(group, sample.PictureNumber(), manner, meter_);
@@ -115,14 +119,6 @@ public:
     }
 
 private:
-    /// Somebody drags the play head over a group of which no picture has been decoded: they are to see its first
-    /// one at once, and not only when the decoder is so far.
-    bool HasNothingToShow(const PacketGroup& group) {
-        const std::scoped_lock lock(mutex_);
-        const auto nearest = dragged_ ? store_->Nearest(group.Layout().firstPicture) : nullptr;
-        return dragged_ && (nearest == nullptr || index_->Picture(nearest->Number()).group != group.Number());
-    }
-
     /// What decoders take before the store next looks whether there is room.
     std::size_t StoreBytes(std::size_t bytes) const { return bytes - std::min(bytes, margin_); }
 
@@ -135,10 +131,6 @@ private:
         std::shared_ptr<const Picture> Decode(const PacketGroup& packets, std::size_t picture,
                                               const DecodeManner& manner, DecodeMeter& meter) {
             const std::scoped_lock lock(mutex);
-            // Whoever waited for the lane may have waited too long.
-            if (manner.isStale()) {
-                return nullptr;
-            }
             const Measured measured(*this, meter);
             return lane.Decode(packets, picture, manner);
         }
@@ -225,12 +217,22 @@ private:
 
         Place& Where() const { return *place_; }
 
-        /// The play head has gone where the visit's group is not needed; or, where there is not the time to
-        /// decode everything, it has passed the picture.
-        bool IsStale(std::size_t picture) const {
+        /// The play head has been put elsewhere since the visit began, not to that picture.
+        bool IsOutOfDate(std::size_t picture) const {
             const std::scoped_lock lock(track_.mutex_);
-            return (track_.nbAbandonments_ != nbAbandonments_ && track_.kept_ != group_) ||
-                   (!track_.reach_.IsWhole() && track_.store_->IsPassed(picture));
+            return HasMoved() && track_.kept_ != picture;
+        }
+
+        /// Going on to the picture would not lead to where the play head has gone: to another group, or to a
+        /// picture that the decoder is past. Or, where there is not the time to decode everything, the play head
+        /// has passed the picture.
+        bool IsStale(std::size_t picture, std::size_t latest) const {
+            const std::scoped_lock lock(track_.mutex_);
+            if (HasMoved() && track_.kept_ != picture) {
+                const auto kept = track_.kept_;
+                return !kept || *kept <= latest || track_.index_->Picture(*kept).group != group_;
+            }
+            return !track_.reach_.IsWhole() && track_.store_->IsPassed(picture);
         }
 
         /// Of the pictures that are asked for, it is the last one of its group.
@@ -242,6 +244,8 @@ private:
         }
 
     private:
+        bool HasMoved() const { return track_.nbAbandonments_ != nbAbandonments_; }
+
         Track& track_;
         Place* place_;
         std::size_t group_;
@@ -277,7 +281,6 @@ private:
     std::mutex mutex_;
     GroupReach reach_;
     std::size_t stride_ = 1;
-    bool dragged_ = false;
     std::optional<std::size_t> kept_;
     std::uint64_t nbAbandonments_ = 0;
     std::vector<std::unique_ptr<Place>> places_;
@@ -338,7 +341,12 @@ void MediaDecoder::SetReach(const Player::TrackId& track, const GroupReach& reac
 std::shared_ptr<const Picture> MediaDecoder::Nearest(const Player::TrackId& track,
                                                      std::size_t picture) const {
     const auto found = Find(track);
-    return found == nullptr ? nullptr : found->Store().Nearest(picture);
+    return found == nullptr ? nullptr : found->Nearest(picture);
+}
+
+std::shared_ptr<const Picture> MediaDecoder::Newest(const Player::TrackId& track) const {
+    const auto found = Find(track);
+    return found == nullptr ? nullptr : found->Store().Newest();
 }
 
 std::size_t MediaDecoder::PictureBytes(const Player::TrackId& track) const {

@@ -76,18 +76,21 @@ public:
     /// How much memory its pictures may take from now on, all together.
     void SetPictureBytes(const Player::TrackId& track, std::size_t bytes);
 
-    /// Ends the track's decodes in progress that are not of group \p kept. Their orders are answered without a
-    /// sample, like those of pictures that cannot be had: the caller tells the two apart by having called this.
+    /// Ends the track's decodes in progress that do not lead to picture \p kept. Their orders are answered without
+    /// a sample, like those of pictures that cannot be had: the caller tells the two apart by having called this.
     /// An unknown track is ignored.
     void Abandon(const Player::TrackId& track, std::optional<std::size_t> kept);
 
     /// How much of each group will be asked for: the last picture of it is got out of the decoder at once.
     void SetReach(const Player::TrackId& track, const GroupReach& reach);
 
-    /// The nearest picture that some decoder of the track has put out and that is still held; null for an
-    /// unknown track.
+    /// The nearest picture of the same group that some decoder of the track has put out and that is still held; with
+    /// none of that group, the nearest of all. Null for an unknown track.
     [[nodiscard]] std::shared_ptr<const Picture> Nearest(const Player::TrackId& track,
                                                          std::size_t picture) const;
+
+    /// The picture that some decoder of the track has put out last, if it is still held.
+    [[nodiscard]] std::shared_ptr<const Picture> Newest(const Player::TrackId& track) const;
 
     /// How fast pictures are decoded, all tracks together.
     [[nodiscard]] const DecodeMeter& Meter() const { return *meter_; }

@@ -30,9 +30,10 @@ std::vector<Order> TakeAll(Queue& queue) {
 
 MediaStream::MediaStream(std::shared_ptr<const RecordingIndex> index, const Player::TrackId& track,
                          const SampleRate& displayRate, const StreamWindow& window,
-                         Player::ExistingCacheUpdateQueues& registry)
+                         Player::ExistingCacheUpdateQueues& registry, FieldOutput fields)
     : Stream(track.Id()),
       index_(std::move(index)),
+      fields_(index_, displayRate, fields),
       registry_(registry),
       window_(window),
       end_(index_->End()),
@@ -42,7 +43,7 @@ MediaStream::MediaStream(std::shared_ptr<const RecordingIndex> index, const Play
     parameters.type_ = "recording";
     parameters.interlace_ = index_->Description().interlaced;
     parameters.compressedSampleRate_ = index_->Rate();
-    parameters.uncompressedSampleRate_ = index_->Rate();
+    parameters.uncompressedSampleRate_ = fields_.Rate();
     parameters.displayRate_ = displayRate;
     parameters.trackId_ = track;
     parameters.nbPreloading_ = window.nbCompressedAhead;
@@ -80,11 +81,11 @@ bool MediaStream::Exists(const TimePoint& tp) {
 }
 
 TimePoint MediaStream::Next(const TimePoint& tp) {
-    return TimePoint::StartOfSample(tp.SampleNumber(index_->Rate()) + 1, index_->Rate());
+    return TimePoint::StartOfSample(tp.SampleNumber(fields_.Rate()) + 1, fields_.Rate());
 }
 
 TimePoint MediaStream::Previous(const TimePoint& tp) {
-    return TimePoint::StartOfSample(tp.SampleNumber(index_->Rate()) - 1, index_->Rate());
+    return TimePoint::StartOfSample(tp.SampleNumber(fields_.Rate()) - 1, fields_.Rate());
 }
 
 void MediaStream::SetStreamParameters(const StreamParameters& parameters) {
@@ -97,7 +98,7 @@ void MediaStream::SetStreamParameters(const StreamParameters& parameters) {
 void MediaStream::SetWindow(const StreamWindow& window) {
     window_ = window;
     parameters_.nbPreloading_ = window.nbCompressedAhead;
-    parameters_.nbDecoding_ = window.nbDecodedAhead;
+    parameters_.nbDecoding_ = NbOfSamples(window.nbDecodedAhead);
     compressedPlanner_.SetNumberPreloads(parameters_.nbPreloading_);
     decodedPlanner_.SetNumberPreloads(parameters_.nbDecoding_);
 }
@@ -105,15 +106,17 @@ void MediaStream::SetWindow(const StreamWindow& window) {
 void MediaStream::ConfigurePlanners() {
     for (Cache* cache : {&compressed_, &decoded_}) {
         cache->SetTrackId(parameters_.trackId_);
-        cache->SetStreamSampleRate(index_->Rate());
     }
+    compressed_.SetStreamSampleRate(index_->Rate());
+    decoded_.SetStreamSampleRate(fields_.Rate());
     for (Player::PreloadTimePointGenerator* planner : {&compressedPlanner_, &decodedPlanner_}) {
-        planner->SetSampleRate(index_->Rate());
         planner->SetDisplayRate(parameters_.displayRate_);
         planner->SetTrackId(parameters_.trackId_);
     }
+    compressedPlanner_.SetSampleRate(index_->Rate());
     compressedPlanner_.SetCache(&compressed_);
     compressedPlanner_.SetNumberPreloads(parameters_.nbPreloading_);
+    decodedPlanner_.SetSampleRate(fields_.Rate());
     decodedPlanner_.SetCache(&decoded_);
     decodedPlanner_.SetNumberPreloads(parameters_.nbDecoding_);
 }
@@ -157,8 +160,8 @@ const TimePoint& MediaStream::Now() const {
 
 SampleRate MediaStream::FetchRate() const {
     const SampleRate needed =
-        SampleRate::TimeSamplingRate(index_->Rate(), player_->GetSpeed(), parameters_.displayRate_);
-    return needed.Positive() ? SampleRate::StreamPreloadRate(index_->Rate(), needed) : index_->Rate();
+        SampleRate::TimeSamplingRate(fields_.Rate(), player_->GetSpeed(), parameters_.displayRate_);
+    return needed.Positive() ? SampleRate::StreamPreloadRate(fields_.Rate(), needed) : fields_.Rate();
 }
 
 /// The sample to fetch for the play head.
@@ -169,8 +172,8 @@ TimePoint MediaStream::Needed() const {
 /// The decoded sample for the play head: the exact one where it is there, else the one that is fetched for it.
 /// Any other picture of the coarser sample would be left over from an earlier place or speed.
 Cache::EntryType MediaStream::Find(ISample** sample) {
-    const Cache::EntryType exact = decoded_.GetSample(Now(), index_->Rate(), sample, false);
-    return exact == Cache::Valid ? exact : decoded_.GetSample(Needed(), index_->Rate(), sample, false);
+    const Cache::EntryType exact = decoded_.GetSample(Now(), fields_.Rate(), sample, false);
+    return exact == Cache::Valid ? exact : decoded_.GetSample(Needed(), fields_.Rate(), sample, false);
 }
 
 SampleStatus MediaStream::GetCurrentSample(ISample** sample) {
@@ -195,8 +198,9 @@ SampleStatus MediaStream::GetCurrentSample(ISample** sample) {
     hasJumped_ = false;
     *sample = found;
     const auto& decoded = static_cast<const DecodedSample&>(*found);
-    const bool same = shownPicture_ == decoded.PictureNumber();
-    shownPicture_ = decoded.PictureNumber();
+    const std::pair shown(decoded.PictureNumber(), decoded.Field());
+    const bool same = shownPicture_ == shown;
+    shownPicture_ = shown;
     return same ? SampleStatus::Same : SampleStatus::New;
 }
 
@@ -226,14 +230,10 @@ bool MediaStream::IsStandIn(const DecodedSample& sample) const {
     return index_->PictureAtTime(sample.GetTimePoint()) != sample.PictureNumber();
 }
 
-std::optional<std::size_t> MediaStream::GroupAt(const TimePoint& tp) const {
-    const auto picture = index_->PictureAtTime(tp);
-    return picture ? std::optional(index_->Picture(*picture).group) : std::nullopt;
-}
-
-/// After a jump, decoding other groups would take time from the one that is waited for.
-bool MediaStream::MayWait(const TimePoint& tp) const {
-    return hasJumped_ && !standInsAllowed_ && !index_->IntraOnly() && GroupAt(tp) != GroupAt(Now());
+/// After a jump, decoding anything else would take time from the picture that is waited for; unless each is
+/// decoded by itself.
+bool MediaStream::OthersMayWait() const {
+    return dragged_ || (hasJumped_ && !standInsAllowed_ && !index_->IntraOnly());
 }
 
 bool MediaStream::CurrentIsMissing() {
@@ -252,8 +252,9 @@ WaitCause MediaStream::WaitCause() {
 
 std::vector<CellState> MediaStream::CellStates(const CellRange& range) {
     const TimePoint now = IsLinked() ? Now() : begin_;
-    return CellStatesOf(
-        {compressed_, decoded_, index_->Rate(), IsLinked() ? FetchRate() : index_->Rate(), now}, range);
+    // Of a picture shown by fields, the first one stands for both.
+    const SampleRate fetched = IsLinked() ? std::min(FetchRate(), index_->Rate()) : index_->Rate();
+    return CellStatesOf({compressed_, decoded_, index_->Rate(), fetched, now}, range);
 }
 
 void MediaStream::Intake() {
@@ -283,21 +284,23 @@ void MediaStream::Plan() {
     while (compressedPlanner_.Get(tp)) {
         AskForCompressed(tp);
     }
+    if (OthersMayWait()) {
+        return;
+    }
     decodedPlanner_.Update(player_);
     while (decodedPlanner_.Get(tp)) {
-        if (!MayWait(tp)) {
-            AskForDecoded(tp);
-        }
+        AskForDecoded(tp);
     }
 }
 
 void MediaStream::AskForCompressed(const TimePoint& tp) {
-    if (!Exists(tp) || compressed_.InsertPendingEntry(tp)) {
+    const TimePoint whole = tp.AlignWith(index_->Rate());
+    if (!Exists(tp) || compressed_.InsertPendingEntry(whole)) {
         return;
     }
     Record("order", "read", {"sample", tp.SampleNumber(index_->Rate())});
     preloadQueue_.Push(
-        Player::PreloadOrder(tp, index_->Rate(), compressed_.GetQueue(), parameters_.trackId_));
+        Player::PreloadOrder(whole, index_->Rate(), compressed_.GetQueue(), parameters_.trackId_));
 }
 
 void MediaStream::AskForDecoded(const TimePoint& tp) {
@@ -327,7 +330,7 @@ void MediaStream::AskForDecoded(const TimePoint& tp) {
 void MediaStream::Decode(ISample& compressed, const TimePoint& tp) {
     Player::DecodeOrder order;
     order.toDecode_ = &compressed;
-    order.orderTp_ = tp;
+    fields_.Aim(order, tp);
     order.queue_ = decoded_.GetQueue();
     order.width_ = parameters_.width_;
     order.height_ = parameters_.height_;
@@ -344,9 +347,12 @@ void MediaStream::AnswerWithNothing(Player::CacheUpdateQueue& queue, const TimeP
 }
 
 void MediaStream::Evict() {
-    const std::size_t nbDecoded = Evict(decoded_, window_.nbDecodedAhead, window_.nbDecodedBehind);
-    const std::size_t nbCompressed = Evict(
-        compressed_, std::max(parameters_.nbPreloading_, window_.nbDecodedAhead), window_.nbDecodedBehind);
+    const SampleRate rate = FetchRate();
+    const std::size_t nbDecoded =
+        Evict(decoded_, rate, NbOfSamples(window_.nbDecodedAhead), NbOfSamples(window_.nbDecodedBehind));
+    const std::size_t nbCompressed =
+        Evict(compressed_, std::min(rate, index_->Rate()),
+              std::max(parameters_.nbPreloading_, window_.nbDecodedAhead), window_.nbDecodedBehind);
     if (nbDecoded > 0) {
         Record("cache", "evict decoded", {"samples", static_cast<std::int64_t>(nbDecoded)});
     }
@@ -361,8 +367,17 @@ void MediaStream::Record(const char* category, const char* name, const TraceArgu
     }
 }
 
-std::size_t MediaStream::Evict(Cache& cache, std::size_t nbAhead, std::size_t nbBehind) {
-    const SampleRate rate = FetchRate();
+/// The window counts pictures; two fields of one take the memory of one.
+std::size_t MediaStream::NbOfSamples(std::size_t nbPictures) const {
+    return IsByBothFields() ? 2 * nbPictures : nbPictures;
+}
+
+bool MediaStream::IsByBothFields() const {
+    return player_ != nullptr && FetchRate() > index_->Rate();
+}
+
+std::size_t MediaStream::Evict(Cache& cache, const SampleRate& rate, std::size_t nbAhead,
+                               std::size_t nbBehind) {
     const std::int64_t number = Now().SampleNumber(rate);
     auto before = static_cast<std::int64_t>(nbBehind);
     auto after = static_cast<std::int64_t>(nbAhead);
@@ -434,7 +449,7 @@ bool SettleAnswered(Cache& cache, const SampleRate& rate, std::vector<TimePoint>
 /// asked for another one first.
 void MediaStream::ForgetAll() {
     for (Cache* cache : {&compressed_, &decoded_}) {
-        UseAnother(*cache, index_->Rate(), Needed());
+        UseAnother(*cache, fields_.Rate(), Needed());
         cache->EraseAfter(cache->GetFirstEntry() - TimePoint().FromNanoseconds(1), Cache::Not_Found);
     }
 }
@@ -442,14 +457,26 @@ void MediaStream::ForgetAll() {
 /// What a worker had begun before the play head jumped may have been given up, which says nothing about whether
 /// the picture can be had.
 void MediaStream::ForgetAbandoned() {
-    const bool compressed = SettleAnswered(compressed_, index_->Rate(), begunCompressed_);
-    const bool decoded = SettleAnswered(decoded_, index_->Rate(), begunDecoded_);
+    const bool compressed = SettleAnswered(compressed_, fields_.Rate(), begunCompressed_);
+    const bool decoded = SettleAnswered(decoded_, fields_.Rate(), begunDecoded_);
     if (compressed || decoded) {
         ForgetMissing();
     }
 }
 
 /// Withdraws an order that is in no queue any more.
+namespace {
+
+/// Of the sample that it yields.
+TimePoint TimeOf(const Player::DecodeOrder& order) {
+    TimePoint tp;
+    TimePoint duration;
+    order.GenerateTimePointAndDuration(tp, duration);
+    return tp;
+}
+
+}  // namespace
+
 void MediaStream::Answer(const Player::PreloadOrder& order) {
     AnswerWithNothing(*order.queue_, order.tp_);
     ++nbWithdrawn_;
@@ -457,13 +484,14 @@ void MediaStream::Answer(const Player::PreloadOrder& order) {
 
 void MediaStream::Answer(const Player::DecodeOrder& order) {
     order.toDecode_->Unprotect(1);
-    AnswerWithNothing(*order.queue_, order.orderTp_);
+    AnswerWithNothing(*order.queue_, TimeOf(order));
     ++nbWithdrawn_;
 }
 
-bool MediaStream::HasPassed(const TimePoint& tp) const {
+/// Whether the play head is beyond the sample of that rate that begins there.
+bool MediaStream::HasPassed(const TimePoint& tp, const SampleRate& rate) const {
     const Time::Ratio speed = player_->GetSpeed();
-    const TimePoint needed = Needed();
+    const TimePoint needed = Needed().AlignWith(rate);
     return speed.Positive() ? tp < needed : speed < Time::Ratio() && tp > needed;
 }
 
@@ -472,7 +500,7 @@ void MediaStream::WithdrawPassed() {
     // Putting an order back wakes a worker, perhaps for nothing: not at every tick while storage is silent.
     if (preloadQueue_.GetSize() > 2 * parameters_.nbPreloading_) {
         for (const Player::PreloadOrder& order : TakeAll<Player::PreloadOrder>(preloadQueue_)) {
-            if (HasPassed(order.tp_)) {
+            if (HasPassed(order.tp_, index_->Rate())) {
                 Answer(order);
             } else {
                 preloadQueue_.Push(order);
@@ -480,7 +508,7 @@ void MediaStream::WithdrawPassed() {
         }
     }
     for (const Player::DecodeOrder& order : TakeAll<Player::DecodeOrder>(decodeQueue_)) {
-        if (HasPassed(order.orderTp_)) {
+        if (HasPassed(TimeOf(order), fields_.Rate())) {
             Answer(order);
         } else {
             decodeQueue_.Push(order);
@@ -502,8 +530,8 @@ void MediaStream::Withdraw() {
     Record("order", "withdraw", {"orders", static_cast<std::int64_t>(nbWithdrawn_ - nbBefore)});
     Intake();
     ForgetMissing();
-    begunCompressed_ = PendingIn(compressed_, index_->Rate());
-    begunDecoded_ = PendingIn(decoded_, index_->Rate());
+    begunCompressed_ = PendingIn(compressed_, fields_.Rate());
+    begunDecoded_ = PendingIn(decoded_, fields_.Rate());
     hasJumped_ = true;
     retryDelay_ = window_.retryAfter;
     nextRetry_ = std::chrono::steady_clock::now() + retryDelay_;

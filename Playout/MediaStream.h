@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "Player/Cache.h"
@@ -16,6 +17,7 @@
 #include "Player/SampleRate.h"
 #include "Playout/CellState.h"
 #include "Playout/DecodedSample.h"
+#include "Playout/FieldOrder.h"
 #include "Playout/PlayoutExport.h"
 #include "Playout/RecordingIndex.h"
 #include "Playout/Trace.h"
@@ -43,6 +45,9 @@ struct StreamWindow {
 /// At speeds at which the display cannot show every picture, only the samples of a coarser rate are fetched,
 /// and the one that the play head falls in is shown.
 ///
+/// Shown by fields, an interlaced recording has decoded samples at twice its rate, each ordered as one field of the
+/// compressed sample that holds both.
+///
 /// *Threads:* bound to one thread, the one that drives the player. *Blocking:* never.
 /// *Ownership:* owns its caches and queues, which it registers on construction and removes on destruction; by
 /// then no worker may serve its order queues any more. Borrows the registry and the player it is linked to.
@@ -51,7 +56,7 @@ class TAVRIN_PLAYOUT_EXPORT MediaStream final : public Player::Stream {
 public:
     MediaStream(std::shared_ptr<const RecordingIndex> index, const Player::TrackId& track,
                 const Player::SampleRate& displayRate, const StreamWindow& window,
-                Player::ExistingCacheUpdateQueues& registry);
+                Player::ExistingCacheUpdateQueues& registry, FieldOutput fields = FieldOutput::Frames);
     ~MediaStream() override;
 
     [[nodiscard]] Time::TimePoint Begin() override;
@@ -106,12 +111,20 @@ public:
     /// dropped where they are found, and asked for anew.
     void AllowStandIns(bool allowed);
 
+    /// While the play head is dragged, only the picture under it is decoded: what is around it now is not when it
+    /// has come.
+    void SetDragged(bool dragged) { dragged_ = dragged; }
+
     /// Whether a decoded sample shows another picture than the one that is on display at its time point.
     [[nodiscard]] bool IsStandIn(const DecodedSample& sample) const;
     /// What the picture at the play head waits for; None whenever `IsReady`.
     [[nodiscard]] Playout::WaitCause WaitCause();
 
-    /// The rate that is fetched at the player's speed: the recording's, halved until the display can show it.
+    /// The samples that it is shown in.
+    [[nodiscard]] const FieldOrder& Fields() const { return fields_; }
+
+    /// The rate that is fetched at the player's speed: that of the samples shown, halved until the display can show
+    /// it.
     [[nodiscard]] Player::SampleRate FetchRate() const;
 
     /// What is known of the track's pictures, for people to look at; see CellStatesOf.
@@ -132,21 +145,24 @@ private:
     void Decode(Player::ISample& compressed, const Time::TimePoint& tp);
     void AnswerWithNothing(Player::CacheUpdateQueue& queue, const Time::TimePoint& tp);
     void Evict();
-    [[nodiscard]] std::size_t Evict(Player::Cache& cache, std::size_t nbAhead, std::size_t nbBehind);
+    [[nodiscard]] std::size_t Evict(Player::Cache& cache, const Player::SampleRate& rate, std::size_t nbAhead,
+                                    std::size_t nbBehind);
+    void Record(const char* category, const char* name, const TraceArgument& argument) const;
+    [[nodiscard]] std::size_t NbOfSamples(std::size_t nbPictures) const;
+    [[nodiscard]] bool IsByBothFields() const;
     void Answer(const Player::PreloadOrder& order);
     void Answer(const Player::DecodeOrder& order);
-    [[nodiscard]] bool HasPassed(const Time::TimePoint& tp) const;
-    void Record(const char* category, const char* name, const TraceArgument& argument) const;
+    [[nodiscard]] bool HasPassed(const Time::TimePoint& tp, const Player::SampleRate& rate) const;
     void RetryMissing();
     void ForgetMissing();
     void ForgetAll();
     [[nodiscard]] bool HasSettled();
     void ForgetAbandoned();
-    [[nodiscard]] std::optional<std::size_t> GroupAt(const Time::TimePoint& tp) const;
-    [[nodiscard]] bool MayWait(const Time::TimePoint& tp) const;
+    [[nodiscard]] bool OthersMayWait() const;
     void ConfigurePlanners();
 
     std::shared_ptr<const RecordingIndex> index_;
+    FieldOrder fields_;
     Player::ExistingCacheUpdateQueues& registry_;
     StreamWindow window_;
     StreamParameters parameters_;
@@ -162,8 +178,9 @@ private:
     Player::PreloadOrderQueue preloadQueue_;
     Player::DecodeOrderQueue decodeQueue_;
 
-    std::optional<std::size_t> shownPicture_;
+    std::optional<std::pair<std::size_t, PictureField>> shownPicture_;
     bool standInsAllowed_ = false;
+    bool dragged_ = false;
     bool hasJumped_ = false;                        ///< And the picture there has not come yet.
     std::vector<Time::TimePoint> begunCompressed_;  ///< In the hands of workers when orders were withdrawn.
     std::vector<Time::TimePoint> begunDecoded_;

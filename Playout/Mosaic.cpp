@@ -6,6 +6,8 @@
 #include <string>
 #include <utility>
 
+#include "Playout/FieldPicture.h"
+
 namespace Tavrin::Playout {
 
 namespace {
@@ -84,16 +86,17 @@ PixelSize Mosaic::Fitted(const Picture& picture) const {
     return {std::max(fitted.width, 1), std::max(fitted.height, 1)};
 }
 
-void Mosaic::Convert(Cell& cell, std::shared_ptr<const Picture> picture) {
-    if (cell.picture == picture) {
+void Mosaic::Convert(Cell& cell, std::shared_ptr<const Picture> picture, PictureField field) {
+    if (cell.picture == picture && cell.field == field) {
         return;
     }
     const auto size = Fitted(*picture);
     if (!cell.image || PixelSize{cell.image->Width(), cell.image->Height()} != size) {
         cell.image.emplace(image_.Format(), size.width, size.height);
     }
-    converter_.Convert(*picture, *cell.image);
+    converter_.Convert(*FieldPicture(picture, field), *cell.image);
     cell.picture = std::move(picture);
+    cell.field = field;
 }
 
 void Mosaic::Place(const Image& image, std::size_t cell) {
@@ -104,11 +107,12 @@ void Mosaic::Place(const Image& image, std::size_t cell) {
                  top + middle(cellSize_.height, image.Height()));
 }
 
-const Image& Mosaic::Compose(const std::vector<std::shared_ptr<const Picture>>& pictures) {
+const Image& Mosaic::Compose(const std::vector<std::shared_ptr<const Picture>>& pictures,
+                             const std::vector<PictureField>& fields) {
     image_.FillBlack();
     for (std::size_t cell = 0; cell < std::min(pictures.size(), NbCells()); ++cell) {
         if (pictures[cell] != nullptr) {
-            Convert(cells_[cell], pictures[cell]);
+            Convert(cells_[cell], pictures[cell], cell < fields.size() ? fields[cell] : PictureField::Frame);
             Place(*cells_[cell].image, cell);
         }
     }

@@ -5,6 +5,7 @@
 #include <optional>
 #include <vector>
 
+#include "Playout/DecodedSample.h"
 #include "Playout/Image.h"
 #include "Playout/Picture.h"
 #include "Playout/PictureConverter.h"
@@ -36,17 +37,20 @@ public:
     [[nodiscard]] std::size_t NbCells() const { return cells_.size(); }
 
     /// The image with these pictures, one for each cell; null ones leave their cell black, and so do cells
-    /// without picture. Valid until the next call.
-    [[nodiscard]] const Image& Compose(const std::vector<std::shared_ptr<const Picture>>& pictures);
+    /// without picture. Of each the lines of that field (FieldPicture); all where none is given. Valid until the
+    /// next call.
+    [[nodiscard]] const Image& Compose(const std::vector<std::shared_ptr<const Picture>>& pictures,
+                                       const std::vector<PictureField>& fields = {});
 
 private:
     /// What a cell shows, converted once for as long as it stays.
     struct Cell {
         std::shared_ptr<const Picture> picture;
+        PictureField field = PictureField::Frame;
         std::optional<Image> image;
     };
 
-    void Convert(Cell& cell, std::shared_ptr<const Picture> picture);
+    void Convert(Cell& cell, std::shared_ptr<const Picture> picture, PictureField field);
     void Place(const Image& image, std::size_t cell);
     [[nodiscard]] PixelSize Fitted(const Picture& picture) const;
 

@@ -1,7 +1,6 @@
 #include "Playout/PictureStore.h"
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 namespace Tavrin::Playout {
@@ -29,8 +28,9 @@ void PictureStore::SetMaxBytes(std::size_t maxBytes) {
 }
 
 bool PictureStore::Overflows(std::size_t nbMoreBytes) const {
-    // What comes in is in the pool already.
-    return pool_ == nullptr ? bytes_ + nbMoreBytes > maxBytes_ : pool_->UsedBytes() > maxBytes_;
+    // What comes from the pool is counted there. Some decoders do not use it: they hand out memory of their own,
+    // or the packet's.
+    return bytes_ + nbMoreBytes > maxBytes_ || (pool_ != nullptr && pool_->UsedBytes() > maxBytes_);
 }
 
 bool PictureStore::MayDrop(const std::shared_ptr<const Picture>& picture) const {
@@ -48,15 +48,24 @@ std::shared_ptr<const Picture> PictureStore::Find(std::size_t number) const {
     return found == pictures_.end() ? nullptr : found->second;
 }
 
-std::shared_ptr<const Picture> PictureStore::Nearest(std::size_t number) const {
+std::shared_ptr<const Picture> PictureStore::Nearest(std::size_t number, std::size_t first,
+                                                     std::size_t end) const {
     const std::lock_guard lock(mutex_);
-    const auto above = pictures_.lower_bound(number);
-    if (above == pictures_.begin()) {
-        return above == pictures_.end() ? nullptr : above->second;
+    std::shared_ptr<const Picture> nearest;
+    std::size_t distance = 0;
+    for (auto held = pictures_.lower_bound(first); held != pictures_.end() && held->first < end; ++held) {
+        const std::size_t away = held->first > number ? held->first - number : number - held->first;
+        if (nearest == nullptr || away < distance) {
+            nearest = held->second;
+            distance = away;
+        }
     }
-    const auto below = std::prev(above);
-    const bool isBelow = above == pictures_.end() || number - below->first < above->first - number;
-    return isBelow ? below->second : above->second;
+    return nearest;
+}
+
+std::shared_ptr<const Picture> PictureStore::Newest() const {
+    const std::lock_guard lock(mutex_);
+    return newest_.lock();
 }
 
 bool PictureStore::Wants(std::size_t number) const {
@@ -97,6 +106,7 @@ void PictureStore::Add(std::shared_ptr<const Picture> picture, std::size_t wante
     }
     bytes_ += picture->ByteSize();
     maxBytesEver_ = std::max(maxBytesEver_, bytes_);
+    newest_ = picture;
     pictures_.emplace(number, std::move(picture));
 }
 

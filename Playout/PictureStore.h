@@ -23,7 +23,6 @@ struct PlayPlace {
     std::size_t stride = 1;           ///< Only every so many pictures are shown at this speed.
     std::size_t ahead = kAnyNumber;   ///< So many pictures in the direction of play are worth decoding,
     std::size_t behind = kAnyNumber;  ///< and so many on the other side.
-    bool dragged = false;             ///< Any picture near the place is wanted soon.
 };
 
 /// The decoded pictures of one recording, by number, bounded in bytes; one picture is always held, however
@@ -55,8 +54,12 @@ public:
     /// Null when it is not held.
     [[nodiscard]] std::shared_ptr<const Picture> Find(std::size_t number) const;
 
-    /// The one with the nearest number; null when none is held.
-    [[nodiscard]] std::shared_ptr<const Picture> Nearest(std::size_t number) const;
+    /// The one with the nearest number, of those from \p first up to and without \p end; null when none is held.
+    [[nodiscard]] std::shared_ptr<const Picture> Nearest(std::size_t number, std::size_t first,
+                                                         std::size_t end) const;
+
+    /// The one that was added last; null when it is not held any more.
+    [[nodiscard]] std::shared_ptr<const Picture> Newest() const;
 
     /// Whether a picture that comes along on the way to another one is worth decoding. Everything is, as long as
     /// nobody has said where the play head is.
@@ -86,6 +89,7 @@ private:
     std::size_t maxBytes_;
     std::shared_ptr<const FramePool> pool_;
     std::optional<PlayPlace> place_;
+    std::weak_ptr<const Picture> newest_;
     Pictures pictures_;
     std::size_t bytes_ = 0;
     std::size_t maxBytesEver_ = 0;

@@ -278,8 +278,10 @@ private:
         ShownTick shown;
         for (std::size_t track = 0; track < tick_.tracks.size(); ++track) {
             const TrackView& view = tick_.tracks[track];
-            Count(report_.tracks[track], view, !shown_.pictures.empty() ? shown_.pictures[track] : nullptr);
+            const bool isAgain = !shown_.pictures.empty() && IsSame(view, track);
+            Count(report_.tracks[track], view, isAgain);
             shown.pictures.push_back(view.picture);
+            shown.fields.push_back(view.field);
         }
         shown_ = std::move(shown);
         report_.nbLateTicks += tick_.IsReady() ? 0 : 1;
@@ -288,15 +290,21 @@ private:
         HandOut();
     }
 
-    static void Count(TrackReport& report, const TrackView& view,
-                      const std::shared_ptr<const Picture>& before) {
+    /// Whether it shows what it did at the tick before.
+    [[nodiscard]] bool IsSame(const TrackView& view, std::size_t track) const {
+        const auto& before = shown_.pictures[track];
+        return before != nullptr && view.picture != nullptr && before->Number() == view.picture->Number() &&
+               shown_.FieldOf(track) == view.field;
+    }
+
+    static void Count(TrackReport& report, const TrackView& view, bool isAgain) {
         if (view.status == SampleStatus::NotReady) {
             ++report.nbLate;
         } else if (view.missing) {
             ++report.nbMissing;
         } else if (view.picture == nullptr) {
             ++report.nbEmpty;
-        } else if (before != nullptr && before->Number() == view.picture->Number()) {
+        } else if (isAgain) {
             ++report.nbRepeated;
         } else {
             ++report.nbNew;

@@ -94,7 +94,7 @@ PngWriter::~PngWriter() = default;
 
 void PngWriter::Write(const ShownTick& tick) {
     const auto file = std::filesystem::path(folder_) / NameOf(tick.tick);
-    WritePng(file.string(), mosaic_.Compose(tick.pictures));
+    WritePng(file.string(), mosaic_.Compose(tick.pictures, tick.fields));
 }
 
 }  // namespace Tavrin::Playout

@@ -33,10 +33,11 @@ using Time::TimePoint;
 
 namespace {
 
-SampleRate HighestRate(const std::vector<SessionTrack>& tracks) {
+SampleRate HighestRate(const std::vector<SessionTrack>& tracks, FieldOutput fields) {
     SampleRate highest;
     for (const SessionTrack& track : tracks) {
-        highest = track.recording->Rate() > highest ? track.recording->Rate() : highest;
+        const bool isByFields = fields == FieldOutput::Fields;
+        highest = std::max(highest, isByFields ? FieldRate(*track.recording) : track.recording->Rate());
     }
     return highest;
 }
@@ -140,6 +141,7 @@ public:
     const RecordingIndex& Recording(std::size_t track) const { return *TrackAt(track).recording; }
     std::size_t NbTracks() const { return settings_.size(); }
     const SampleRate& DisplayRate() const { return displayRate_; }
+    const FieldOrder& Samples(std::size_t track) const { return tracks_.at(track).stream->Fields(); }
     const Player::Player& PlayHead() const { return player_; }
     std::vector<CellState> CellStates(std::size_t track, const CellRange& range) const {
         const TimePoint offset = TrackAt(track).offset;
@@ -157,6 +159,8 @@ private:
         std::unique_ptr<TrackPlayer> player;
         std::unique_ptr<MediaStream> stream;
         TrackView view;
+        std::shared_ptr<const Picture> nearest;  ///< That last stood in.
+        std::chrono::steady_clock::time_point nearestSince;
         ViewCounter counter{std::chrono::steady_clock::now()};
     };
 
@@ -209,7 +213,8 @@ private:
 Session::Impl::Impl(std::vector<SessionTrack> tracks, const SessionOptions& options)
     : options_(options),
       settings_(Checked(std::move(tracks))),
-      displayRate_(options.displayRate.Positive() ? options.displayRate : HighestRate(settings_)),
+      displayRate_(options.displayRate.Positive() ? options.displayRate
+                                                  : HighestRate(settings_, options.fields)),
       gate_(RulesOf(settings_)),
       meter_(displayRate_) {
     preloader_.SetExistingCacheUpdateQueues(&registry_);
@@ -267,8 +272,8 @@ void Session::Impl::AddTrack(std::size_t number) {
     decoding.nbLanes = lanes.nbLanes;
     preloader_.AddTrack(track.id, recording);
     decoder_.AddTrack(track.id, recording, decoding);
-    track.stream =
-        std::make_unique<MediaStream>(recording, track.id, displayRate_, StreamWindow(), registry_);
+    track.stream = std::make_unique<MediaStream>(recording, track.id, displayRate_, StreamWindow(), registry_,
+                                                 options_.fields);
     track.stream->SetTrace(GetTrace());
     track.player = std::make_unique<TrackPlayer>(player_, settings_[number].offset);
     track.stream->LinkPlayer(track.player.get());
@@ -435,14 +440,16 @@ void Session::Impl::NotePlace(const Track& track, std::size_t number) {
     place.picture = recording.PictureAtTime(std::max(head, TimePoint())).value_or(recording.NbPictures());
     place.backward = player_.GetSpeed().Numerator() < 0;
     place.stride = StrideOf(track, number);
-    place.dragged = dragged_;
     // What can be kept; the window alone would leave out what the store keeps for later.
     const std::size_t nbFitting =
         (PictureRoom(track) - track.needs.working) / std::max<std::size_t>(track.needs.picture, 1);
     place.ahead = nbFitting * place.stride;
-    // On the way to the picture that is waited for, those before it are in nobody's window.
-    place.behind =
-        track.view.status == SampleStatus::NotReady ? 0 : track.window.nbDecodedBehind * place.stride;
+    // On the way to the picture that is waited for, those before it are in nobody's window; but a hand that drags
+    // goes back and forth.
+    constexpr std::size_t kBehindHand = 16;
+    const bool isAwaited = track.view.status == SampleStatus::NotReady && !dragged_;
+    const std::size_t nbBehind = std::max(track.window.nbDecodedBehind, dragged_ ? kBehindHand : 0);
+    place.behind = isAwaited ? 0 : nbBehind * place.stride;
     decoder_.SetPlace(track.id, place);
 }
 
@@ -508,10 +515,14 @@ void Session::Impl::Look(Track& track, std::size_t number) {
     view.status = track.stream->GetCurrentSample(&sample);
     view.missing = view.status == SampleStatus::Empty && track.stream->CurrentIsMissing();
     view.standIn = false;
+    if (view.status != SampleStatus::NotReady) {
+        track.nearest.reset();
+    }
     if (sample != nullptr) {
         auto& decoded = static_cast<DecodedSample&>(*sample);
         decoded.MarkSeen();
         view.picture = decoded.Content();
+        view.field = decoded.Field();
         view.standIn = track.stream->IsStandIn(decoded);
     } else if ((view.status == SampleStatus::NotReady && dragged_) ||
                (standsIn_ && (view.status == SampleStatus::NotReady || view.missing))) {
@@ -521,15 +532,26 @@ void Session::Impl::Look(Track& track, std::size_t number) {
     }
 }
 
-/// Shows the nearest picture there is.
+/// Shows the nearest picture there is; or, for a hand that has seen the same one for too long, the one that has
+/// come out last, so that it sees something move.
 void Session::Impl::StandIn(Track& track, std::size_t number) const {
+    constexpr std::chrono::milliseconds kLongestStand{50};
     const auto picture = Recording(number).PictureAtTime(track.player->GetCurrentTimePoint());
-    const auto nearest = picture ? decoder_.Nearest(track.id, *picture) : nullptr;
-    if (nearest == nullptr) {
+    auto found = picture ? decoder_.Nearest(track.id, *picture) : nullptr;
+    const auto now = std::chrono::steady_clock::now();
+    if (found != track.nearest) {
+        track.nearest = found;
+        track.nearestSince = now;
+    } else if (dragged_ && found != nullptr && now - track.nearestSince > kLongestStand) {
+        const auto newest = decoder_.Newest(track.id);
+        found = newest != nullptr ? newest : found;
+    }
+    if (found == nullptr) {
         return;
     }
-    const bool isNew = track.view.picture == nullptr || track.view.picture->Number() != nearest->Number();
-    track.view.picture = nearest;
+    const bool isNew = found != track.view.picture;
+    track.view.picture = std::move(found);
+    track.view.field = PictureField::Frame;
     track.view.standIn = true;
     if (standsIn_) {
         track.view.status = isNew ? SampleStatus::New : SampleStatus::Same;
@@ -604,12 +626,13 @@ void Session::Impl::AbandonAll() {
         const auto picture = recording.PictureAtTime(tracks_[number].player->GetCurrentTimePoint());
         const auto kept = picture ? std::optional(recording.Picture(*picture).group) : std::nullopt;
         preloader_.Abandon(tracks_[number].id, kept);
-        decoder_.Abandon(tracks_[number].id, kept);
+        decoder_.Abandon(tracks_[number].id, picture);
     }
 }
 
 void Session::Impl::WithdrawAll() {
     for (Track& track : tracks_) {
+        track.stream->SetDragged(dragged_);
         track.stream->Withdraw();
     }
 }
@@ -703,6 +726,10 @@ TimePoint Session::Begin(std::size_t track) const {
 
 TimePoint Session::End(std::size_t track) const {
     return Track(track).offset + Recording(track).End();
+}
+
+const FieldOrder& Session::Samples(std::size_t track) const {
+    return impl_->Samples(track);
 }
 
 TimePoint Session::End() const {

@@ -12,6 +12,7 @@
 #include "Playout/CellState.h"
 #include "Playout/Counters.h"
 #include "Playout/DecodeLane.h"
+#include "Playout/FieldOrder.h"
 #include "Playout/MediaPreloader.h"
 #include "Playout/Picture.h"
 #include "Playout/PlayoutExport.h"
@@ -33,6 +34,9 @@ struct TrackView {
     /// What is on show: with `NotReady`, and with `Empty` inside the recording, the picture shown before, if
     /// any; null outside of the recording.
     std::shared_ptr<const Picture> picture;
+
+    /// The lines of it that are on show.
+    PictureField field = PictureField::Frame;
 
     /// The play head stands inside the recording, but the picture cannot be read or decoded.
     bool missing = false;
@@ -115,6 +119,9 @@ public:
     [[nodiscard]] const SessionTrack& Track(std::size_t track) const;
     [[nodiscard]] const RecordingIndex& Recording(std::size_t track) const;
     [[nodiscard]] const Player::SampleRate& DisplayRate() const;
+
+    /// The samples that a track is shown in: pictures or fields.
+    [[nodiscard]] const FieldOrder& Samples(std::size_t track) const;
 
     /// Where a track's recording begins and ends on the session's timeline.
     [[nodiscard]] Time::TimePoint Begin(std::size_t track) const;

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "Player/SampleRate.h"
+#include "Playout/FieldOrder.h"
 #include "Time/TimePoint.h"
 
 namespace Tavrin::Playout {
@@ -14,8 +15,11 @@ class Trace;
 /// How a session plays.
 struct SessionOptions {
     /// Rate at which the output shows pictures; a rate that nobody has set (zero) stands for the highest of
-    /// the recordings' rates.
+    /// the recordings' rates, shown by fields where `fields` asks for that.
     Player::SampleRate displayRate;
+
+    /// Whether interlaced recordings are shown field by field.
+    FieldOutput fields = FieldOutput::Automatic;
 
     /// Bytes that all tracks together may take: compressed packets, decoded pictures ready around the play head
     /// or put out on the way to others, and those that decoders work on. Strict, but for pictures that the

@@ -61,7 +61,7 @@ TimedOperator::Milliseconds TimedOperator::Step(const Ratio& speed) {
     return time;
 }
 
-TimedOperator::Milliseconds TimedOperator::AwaitReady() {
+TimedOperator::Milliseconds TimedOperator::AwaitReady(const std::function<void()>& look) {
     const auto begin = Clock::now();
     const bool hadMoved = report_.moved;
     while (!report_.IsReady()) {
@@ -71,6 +71,9 @@ TimedOperator::Milliseconds TimedOperator::AwaitReady() {
         }
         session_.WaitForProgress(kSlice);
         Look();
+        if (look) {
+            look();
+        }
     }
     report_.moved = hadMoved;
     return Clock::now() - begin;

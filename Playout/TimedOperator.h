@@ -34,7 +34,7 @@ public:
     Milliseconds GoTo(const Time::TimePoint& tp);
     Milliseconds Turn(const Time::Ratio& speed);
     Milliseconds Step(const Time::Ratio& speed);
-    Milliseconds AwaitReady();
+    Milliseconds AwaitReady(const std::function<void()>& look = {});
 
     /// Jumps without waiting for the picture.
     void AskFor(const Time::TimePoint& tp);

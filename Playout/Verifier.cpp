@@ -20,6 +20,7 @@ public:
     Impl(std::shared_ptr<const RecordingIndex> index, const VerifierOptions& options)
         : index_(std::move(index)), options_(options) {
         options_.session.displayRate = index_->Rate();
+        options_.session.fields = FieldOutput::Frames;
     }
 
     VerifyReport Run(const Progress& progress, const std::atomic<bool>* stop) {

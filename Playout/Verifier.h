@@ -19,7 +19,7 @@ namespace Tavrin::Playout {
 struct VerifierOptions {
     std::uint64_t seed = 1;    ///< Of the random jumps: the same seed jumps to the same pictures everywhere.
     std::size_t nbJumps = 50;  ///< 0: no jumps.
-    SessionOptions session;    ///< Its display rate is not used: it is the recording's own.
+    SessionOptions session;  ///< Its display rate is not used: it is the recording's own, by whole pictures.
     std::chrono::milliseconds stallTimeout{30'000};  ///< As in PlaybackOptions.
 };
 

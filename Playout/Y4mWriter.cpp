@@ -21,7 +21,7 @@ Y4mWriter::Y4mWriter(const std::string& file, const PixelSize& size, const Playe
 Y4mWriter::~Y4mWriter() = default;
 
 void Y4mWriter::Write(const ShownTick& tick) {
-    const auto& image = mosaic_.Compose(tick.pictures);
+    const auto& image = mosaic_.Compose(tick.pictures, tick.fields);
     output_->Write("FRAME\n");
     output_->Write(image.Bytes().data(), image.Bytes().size());
 }

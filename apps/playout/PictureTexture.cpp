@@ -8,6 +8,8 @@ extern "C" {
 #include <stdexcept>
 #include <string>
 
+#include "Playout/FieldPicture.h"
+
 namespace Tavrin::Playout::Program {
 
 namespace {
@@ -83,14 +85,15 @@ int UploadPlanes(SDL_Texture& texture, std::uint32_t format, const Picture& pict
 
 }  // namespace
 
-bool PictureTexture::Show(const std::shared_ptr<const Picture>& picture) {
-    if (picture == picture_) {
+bool PictureTexture::Show(const std::shared_ptr<const Picture>& picture, PictureField field) {
+    if (picture == picture_ && (picture == nullptr || field == field_)) {
         return false;
     }
     if (picture != nullptr) {
-        Upload(*picture);
+        Upload(*FieldPicture(picture, field));
     }
     picture_ = picture;
+    field_ = field;
     return true;
 }
 

@@ -24,8 +24,9 @@ class PictureTexture final {
 public:
     explicit PictureTexture(SDL_Renderer& renderer) : renderer_(renderer) {}
 
-    /// Uploads the picture unless it is the one on show; null shows nothing. Whether anything has changed.
-    bool Show(const std::shared_ptr<const Picture>& picture);
+    /// Uploads the picture, or that field of it, unless it is on show; null shows nothing. Whether anything has
+    /// changed.
+    bool Show(const std::shared_ptr<const Picture>& picture, PictureField field);
 
     /// The renderer has lost its textures: the next Show uploads again.
     void Forget();
@@ -51,6 +52,7 @@ private:
     PixelSize size_;
     SDL_YUV_CONVERSION_MODE colours_ = SDL_YUV_CONVERSION_AUTOMATIC;
     std::shared_ptr<const Picture> picture_;
+    PictureField field_ = PictureField::Frame;
     PictureConverter converter_;
     std::optional<Image> image_;
 };

@@ -185,6 +185,10 @@ void AddPacingOptions(CLI::App& command, PlayArguments& arguments) {
     AddParsed(command, "--display-rate", arguments.session.displayRate, &ParseRate, "RATE",
               "Ticks a second, such as 50 or 30000/1001\n"
               "(default: the highest rate of the files)");
+    const auto fields = [&arguments](std::int64_t) { arguments.session.fields = FieldOutput::Fields; };
+    command.add_flag_function("--fields", fields,
+                              "Show interlaced files field by field (default where the\n"
+                              "display rate is at least their rate of fields)");
     const auto seconds = [&arguments](const std::uint32_t& nb) {
         arguments.playback.stallTimeout = std::chrono::seconds(nb);
     };

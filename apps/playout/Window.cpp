@@ -184,7 +184,7 @@ void Window::Show(const ShownTick& shown) {
 bool Window::Refresh(const ShownTick& shown) {
     bool differs = isStale_ || head_ != shown.time;
     for (std::size_t track = 0; track < textures_.size(); ++track) {
-        differs = textures_[track].Show(shown.pictures[track]) || differs;
+        differs = textures_[track].Show(shown.pictures[track], shown.FieldOf(track)) || differs;
     }
     differs = RefreshStates() || differs;
     head_ = shown.time;

@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "Playout/MemoryPlan.h"
 #include "Playout/Playback.h"
 #include "Playout/RecordingIndex.h"
 #include "Playout/Session.h"
@@ -76,7 +77,9 @@ protected:
         oracle_ = std::make_unique<Oracle>(index_);
         ASSERT_EQ(oracle_->result.nbPictures, index_->NbPictures()) << "this recording is not whole";
         SessionOptions options;
-        options.decodedBytes = std::max<std::size_t>(oracle_->pictureBytes * LongestGroup(*index_) / 4, 1);
+        // Beside what the decoders themselves work on.
+        const TrackNeeds needs = NeedsOf(*index_, PlanLanes(*index_, 1, options.nbDecodeWorkers));
+        options.memoryBytes = needs.least + needs.picture * LongestGroup(*index_) / 4;
         session_ = std::make_unique<Session>(std::vector{index_}, options);
     }
 

@@ -27,7 +27,7 @@ using Time::TimePoint;
 using Pictures = std::vector<std::shared_ptr<const Picture>>;
 
 ShownTick Tick(std::uint64_t number, const Pictures& pictures) {
-    return {number, TimePoint().FromMilliseconds(static_cast<std::int64_t>(number) * 40), pictures};
+    return {number, TimePoint().FromMilliseconds(static_cast<std::int64_t>(number) * 40), 1, pictures};
 }
 
 /// The text of the error that this ends in.

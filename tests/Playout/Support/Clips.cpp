@@ -239,6 +239,27 @@ std::string NumberedInterlaced() {
                                               Libx264("keyint=12:bframes=2:tff=1") + " -flags +ilme+ildct");
 }
 
+namespace {
+
+/// Fields are drawn with their numbers at twice the rate and then woven in pairs.
+std::string NumberedByFields(const std::string& name, const std::string& scan, const std::string& first) {
+    return Encoded(name,
+                   "-f lavfi -i testsrc2=size=240x180:rate=50:duration=1.2 -vf \"format=yuv420p,"
+                   "$(" TAVRIN_BAR_CODE_SCRIPT "),interlace=scan=" +
+                       scan + ":lowpass=off\" " + Libx264("keyint=12:bframes=2:qp=8:" + first) +
+                       " -flags +ilme+ildct");
+}
+
+}  // namespace
+
+std::string NumberedFields() {
+    return NumberedByFields("numbered-each-field.mp4", "tff", "tff=1");
+}
+
+std::string NumberedFieldsBottomFirst() {
+    return NumberedByFields("numbered-bottom-first.mp4", "bff", "bff=1");
+}
+
 std::string NumberedDeep() {
     return Encoded("numbered-deep.mp4", NumberedPattern("null", "format=yuv420p10") +
                                             "-c:v libx265 -preset ultrafast -x265-params "

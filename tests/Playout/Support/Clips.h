@@ -43,9 +43,12 @@ constexpr std::size_t kDamagedPicture = 16;
 // With each picture's number in its pixels, as scripts/bar-code draws it; 240x180 pixels.
 std::string Numbered();            ///< Groups of 12, two B-frames.
 std::string NumberedInterlaced();  ///< The same, interlaced; one number for both fields.
-std::string NumberedDeep();        ///< 10 bits: HEVC, in MP4.
-std::string NumberedSmall();       ///< Numbered, scaled to 160x120.
-std::string NumberedMotionJpeg();  ///< Intra only, full range, in QuickTime.
+/// 60 fields in 30 pictures at 25 per second, each field with a number of its own; groups of 12, two B-frames.
+std::string NumberedFields();
+std::string NumberedFieldsBottomFirst();  ///< The same, the bottom field first.
+std::string NumberedDeep();               ///< 10 bits: HEVC, in MP4.
+std::string NumberedSmall();              ///< Numbered, scaled to 160x120.
+std::string NumberedMotionJpeg();         ///< Intra only, full range, in QuickTime.
 
 // Other codecs and containers.
 std::string Matroska();          ///< OpenGroups in Matroska, whose stamps are milliseconds.
