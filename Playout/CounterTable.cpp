@@ -71,7 +71,7 @@ std::uint64_t ToInteger(std::chrono::nanoseconds value) {
 }
 
 /// What a field is, in a group of TrackCounters.
-template <auto group, auto member>
+template <auto Group, auto Member>
 constexpr CounterField Field(const char* groupName, const char* name, const CounterMetric& metric,
                              const char* label = "", const char* labelValue = "") {
     return {groupName,
@@ -79,18 +79,18 @@ constexpr CounterField Field(const char* groupName, const char* name, const Coun
             &metric,
             label,
             labelValue,
-            [](const TrackCounters& track) { return ToInteger((track.*group).*member); },
+            [](const TrackCounters& track) { return ToInteger((track.*Group).*Member); },
             [](TrackCounters& sum, const TrackCounters& track) {
-                (sum.*group).*member += (track.*group).*member;
+                (sum.*Group).*Member += (track.*Group).*Member;
             }};
 }
 
-template <auto group, auto member>
+template <auto Group, auto Member>
 constexpr LatencyField Latency(const char* groupName, const CounterMetric& metric) {
     return {groupName, &metric,
-            [](const TrackCounters& track) -> const LatencyHistogram& { return (track.*group).*member; },
+            [](const TrackCounters& track) -> const LatencyHistogram& { return (track.*Group).*Member; },
             [](TrackCounters& sum, const TrackCounters& track) {
-                ((sum.*group).*member).Add((track.*group).*member);
+                ((sum.*Group).*Member).Add((track.*Group).*Member);
             }};
 }
 

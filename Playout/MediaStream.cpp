@@ -357,8 +357,9 @@ void MediaStream::Evict() {
     const SampleRate rate = FetchRate();
     const std::size_t nbDecoded =
         Evict(decoded_, rate, NbOfSamples(window_.nbDecodedAhead), NbOfSamples(window_.nbDecodedBehind));
-    const std::size_t nbCompressed = Evict(compressed_, std::min(rate, index_->Rate()),
-          std::max(parameters_.nbPreloading_, window_.nbDecodedAhead), window_.nbDecodedBehind);
+    const std::size_t nbCompressed =
+        Evict(compressed_, std::min(rate, index_->Rate()),
+              std::max(parameters_.nbPreloading_, window_.nbDecodedAhead), window_.nbDecodedBehind);
     if (nbDecoded > 0) {
         Record("cache", "evict decoded", {"samples", static_cast<std::int64_t>(nbDecoded)});
     }
@@ -382,7 +383,8 @@ bool MediaStream::IsByBothFields() const {
     return player_ != nullptr && FetchRate() > index_->Rate();
 }
 
-std::size_t MediaStream::Evict(Cache& cache, const SampleRate& rate, std::size_t nbAhead, std::size_t nbBehind) {
+std::size_t MediaStream::Evict(Cache& cache, const SampleRate& rate, std::size_t nbAhead,
+                               std::size_t nbBehind) {
     const std::int64_t number = Now().SampleNumber(rate);
     auto before = static_cast<std::int64_t>(nbBehind);
     auto after = static_cast<std::int64_t>(nbAhead);
@@ -503,6 +505,7 @@ bool MediaStream::HasPassed(const TimePoint& tp, const SampleRate& rate) const {
 void MediaStream::WithdrawPassed() {
     // The play head goes on: only what is ordered ahead of it can be there in time.
     hasJumped_ = false;
+    const std::uint64_t nbBefore = nbWithdrawn_;
     // Putting an order back wakes a worker, perhaps for nothing: not at every tick while storage is silent.
     if (preloadQueue_.GetSize() > 2 * parameters_.nbPreloading_) {
         for (const Player::PreloadOrder& order : TakeAll<Player::PreloadOrder>(preloadQueue_)) {
@@ -519,6 +522,9 @@ void MediaStream::WithdrawPassed() {
         } else {
             decodeQueue_.Push(order);
         }
+    }
+    if (nbWithdrawn_ > nbBefore) {
+        Record("order", "withdraw", {"orders", static_cast<std::int64_t>(nbWithdrawn_ - nbBefore)});
     }
 }
 

@@ -152,13 +152,13 @@ private:
     void AnswerWithNothing(Player::CacheUpdateQueue& queue, const Time::TimePoint& tp);
     void Evict();
     [[nodiscard]] std::size_t Evict(Player::Cache& cache, const Player::SampleRate& rate, std::size_t nbAhead,
-               std::size_t nbBehind);
+                                    std::size_t nbBehind);
+    void Record(const char* category, const char* name, const TraceArgument& argument) const;
     [[nodiscard]] std::size_t NbOfSamples(std::size_t nbPictures) const;
     [[nodiscard]] bool IsByBothFields() const;
     void Answer(const Player::PreloadOrder& order);
     void Answer(const Player::DecodeOrder& order);
     [[nodiscard]] bool HasPassed(const Time::TimePoint& tp, const Player::SampleRate& rate) const;
-    void Record(const char* category, const char* name, const TraceArgument& argument) const;
     void RetryMissing();
     void ForgetMissing();
     void ForgetAll();

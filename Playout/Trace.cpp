@@ -56,8 +56,10 @@ public:
         waiting_.reserve(nbBuffered_);
         writing_.reserve(nbBuffered_);
         file_.Write(
-            "[\n{\"name\":\"process_name\",\"ph\":\"M\",\"ts\":0,\"pid\":" + std::to_string(process_) +
-            ",\"tid\":" + std::to_string(ThreadNumber()) + ",\"args\":{\"name\":\"playout\"}}");
+            "[\n"
+            R"({"name":"process_name","ph":"M","ts":0,"pid":)" +
+            std::to_string(process_) + R"(,"tid":)" + std::to_string(ThreadNumber()) +
+            R"(,"args":{"name":"playout"}})");
         writer_ = std::thread([this] { WriteUntilClosed(); });
     }
 
@@ -179,28 +181,30 @@ private:
     }
 
     std::string Describe(const Event& event) const {
-        std::string text = ",\n{\"name\":";
-        text += event.phase == Phase::Metadata ? "\"thread_name\"" : Quoted(event.name);
-        text += ",\"ph\":\"";
+        std::string text =
+            ",\n"
+            R"({"name":)";
+        text += event.phase == Phase::Metadata ? R"("thread_name")" : Quoted(event.name);
+        text += R"(,"ph":")";
         text += static_cast<char>(event.phase);
-        text += "\",\"ts\":" + Microseconds(event.begin) + ",\"pid\":" + std::to_string(process_) +
-                ",\"tid\":" + std::to_string(event.thread);
+        text += R"(","ts":)" + Microseconds(event.begin) + R"(,"pid":)" + std::to_string(process_) +
+                R"(,"tid":)" + std::to_string(event.thread);
         if (event.phase == Phase::Complete) {
-            text += ",\"dur\":" + Microseconds(event.duration);
+            text += R"(,"dur":)" + Microseconds(event.duration);
         }
         if (event.phase == Phase::Instant) {
-            text += ",\"s\":\"t\"";
+            text += R"(,"s":"t")";
         }
         if (event.phase != Phase::Metadata) {
-            text += ",\"cat\":" + Quoted(event.category);
+            text += R"(,"cat":)" + Quoted(event.category);
         }
-        return text + ",\"args\":{" + DescribeArguments(event) + "}}";
+        return text + R"(,"args":{)" + DescribeArguments(event) + "}}";
     }
 
     static std::string DescribeArguments(const Event& event) {
         if (event.phase == Phase::Metadata) {
             const std::string number = event.number > 1 ? ' ' + std::to_string(event.number) : "";
-            return "\"name\":" + Quoted(event.name + number);
+            return R"("name":)" + Quoted(event.name + number);
         }
         std::string text;
         for (const TraceArgument& argument : event.arguments) {
@@ -247,9 +251,9 @@ private:
 
 namespace {
 
-template <std::size_t nb>
-std::size_t Copy(Trace::Arguments arguments, std::array<TraceArgument, nb>& fixed) {
-    const std::size_t nbCopied = std::min(arguments.size(), nb);
+template <std::size_t Nb>
+std::size_t Copy(Trace::Arguments arguments, std::array<TraceArgument, Nb>& fixed) {
+    const std::size_t nbCopied = std::min(arguments.size(), Nb);
     std::copy_n(arguments.begin(), nbCopied, fixed.begin());
     return nbCopied;
 }

@@ -1,5 +1,6 @@
 #include "apps/playout/Output.h"
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <system_error>
@@ -63,11 +64,12 @@ void RefuseRecordings(const std::string& option, const std::string& path, const 
 
 void RefuseRecordings(const std::string& option, const std::string& path,
                       const std::vector<std::string>& recordings) {
-    for (const std::string& recording : recordings) {
+    const bool isPlayed = std::any_of(recordings.begin(), recordings.end(), [&path](const auto& recording) {
         std::error_code ignored;
-        if (std::filesystem::equivalent(path, recording, ignored)) {
-            throw UsageError(option + ": \"" + path + "\" is being played; writing there would destroy it");
-        }
+        return std::filesystem::equivalent(path, recording, ignored);
+    });
+    if (isPlayed) {
+        throw UsageError(option + ": \"" + path + "\" is being played; writing there would destroy it");
     }
 }
 

@@ -97,14 +97,14 @@ TEST(ProgramMeasures, MetricsPassTheParserOfACollector) {
     }
     const std::string file = Clips::Scratch("metrics.txt");
     ASSERT_EQ(RunPlay({Clips::ClosedGroups(), "--fast", "--metrics", file}).status, 0);
+    const std::string script = R"(
+import sys
+from prometheus_client.openmetrics import parser
+for family in parser.text_string_to_metric_families(open(sys.argv[1]).read()):
+    print(family.name, family.type, family.unit, len(family.samples))
+)";
     const ProgramResult parsed =
-        ProgramRun({"/usr/bin/env", "/usr/bin/python3", "-c",
-                    "import sys\n"
-                    "from prometheus_client.openmetrics import parser\n"
-                    "for f in parser.text_string_to_metric_families(open(sys.argv[1]).read()):\n"
-                    "    print(f.name, f.type, f.unit, len(f.samples))\n",
-                    file})
-            .Finish();
+        ProgramRun({"/usr/bin/env", "/usr/bin/python3", "-c", script, file}).Finish();
     EXPECT_EQ(parsed.status, 0) << parsed.errors;
     EXPECT_TRUE(Contains(parsed.output, "tavrin_pictures counter  6\n")) << parsed.output;
     EXPECT_TRUE(Contains(parsed.output, "tavrin_held_bytes gauge bytes 4\n")) << parsed.output;

@@ -1,5 +1,6 @@
 #include "Playout/Trace.h"
 
+#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -78,6 +79,26 @@ TEST(Trace, SpansOfScopesLieInOneAnother) {
     const auto events = ReadTrace(file);
     EXPECT_EQ(EventsNamed(events, "outer").size(), 1U);
     EXPECT_EQ(EventsNamed(events, "inner").size(), 100U);
+}
+
+// What every trace here is read with has to be able to say no.
+TEST(Trace, SpansThatOverlapAreFoundByThisTestsReader) {
+    const std::string file = Clips::Scratch("overlapping.json");
+    Trace trace(file);
+    trace.NameThread("output");
+    const auto begin = Trace::Clock::now();
+    trace.Span("play", "first", begin, begin + 10us);
+    trace.Span("play", "second", begin + 5us, begin + 15us);
+    trace.Close();
+    EXPECT_NONFATAL_FAILURE(static_cast<void>(ReadTrace(file)), "overlaps");
+}
+
+TEST(Trace, AThreadWithoutANameIsFoundByThisTestsReader) {
+    const std::string file = Clips::Scratch("nameless.json");
+    Trace trace(file);
+    trace.Mark("play", "event");
+    trace.Close();
+    EXPECT_NONFATAL_FAILURE(static_cast<void>(ReadTrace(file)), "a thread has no name");
 }
 
 TEST(Trace, ASpanCarriesWhatIsAddedWhileItRuns) {
