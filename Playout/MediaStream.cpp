@@ -95,6 +95,11 @@ void MediaStream::SetStreamParameters(const StreamParameters& parameters) {
     ConfigurePlanners();
 }
 
+void MediaStream::SetClock(Clock clock) {
+    clock_ = std::move(clock);
+    nextRetry_ = clock_() + retryDelay_;
+}
+
 void MediaStream::SetWindow(const StreamWindow& window) {
     window_ = window;
     parameters_.nbPreloading_ = window.nbCompressedAhead;
@@ -389,7 +394,7 @@ std::size_t MediaStream::Evict(Cache& cache, const SampleRate& rate, std::size_t
 }
 
 void MediaStream::RetryMissing() {
-    const auto now = std::chrono::steady_clock::now();
+    const auto now = clock_();
     if (now < nextRetry_) {
         return;
     }
@@ -528,7 +533,7 @@ void MediaStream::Withdraw() {
     begunDecoded_ = PendingIn(decoded_, fields_.Rate());
     hasJumped_ = true;
     retryDelay_ = window_.retryAfter;
-    nextRetry_ = std::chrono::steady_clock::now() + retryDelay_;
+    nextRetry_ = clock_() + retryDelay_;
 }
 
 }  // namespace Tavrin::Playout

@@ -87,6 +87,11 @@ std::shared_ptr<const RecordingIndex> RecordingIndexBuilder::Build() {
     return std::shared_ptr<const RecordingIndex>(new RecordingIndex(std::move(content_)));
 }
 
+std::shared_ptr<const RecordingIndex> RecordingIndexBuilder::FromContent(
+    std::unique_ptr<const Content> content) {
+    return std::shared_ptr<const RecordingIndex>(new RecordingIndex(std::move(content)));
+}
+
 void RecordingIndexBuilder::ReadPackets(Demuxer& demuxer) {
     PacketInspector inspector(*content_->parameters);
     const auto packet = Ffmpeg::NewPacket();

@@ -36,9 +36,15 @@ struct RecordingIndex::Content {
 /// Makes a RecordingIndex: demuxes, completes the time stamps, lays out groups and grid.
 class RecordingIndexBuilder {
 public:
+    using Content = RecordingIndex::Content;
+
     RecordingIndexBuilder(const std::string& file, int stream);
 
     [[nodiscard]] std::shared_ptr<const RecordingIndex> Build();
+
+    /// An index of what is in no file: for simulations.
+    [[nodiscard]] static std::shared_ptr<const RecordingIndex> FromContent(
+        std::unique_ptr<const Content> content);
 
 private:
     void ReadPackets(Demuxer& demuxer);
