@@ -137,12 +137,19 @@ SimulatedDecoders::SimulatedDecoders(EventQueue& events, const DecoderModel& mod
 
 SimulatedDecoders::~SimulatedDecoders() = default;
 
-void SimulatedDecoders::AddTrack(std::shared_ptr<const RecordingIndex> index,
-                                 Player::DecodeOrderQueue& queue, const TrackOptions& options,
-                                 const SimulatedRandom& random) {
+void SimulatedDecoders::AddTrack(std::shared_ptr<const RecordingIndex> index, Player::DecodeOrderQueue& queue,
+                                 const TrackOptions& options, const SimulatedRandom& random) {
     auto frame = MakeFrame(*index);
-    auto track = std::unique_ptr<Track>(new Track{tracks_.size(), std::move(index), options, random,
-                                                  PictureStore(options.storeBytes), {}, 0, std::move(frame), std::make_shared<SampleTally>(), {}});
+    auto track = std::unique_ptr<Track>(new Track{tracks_.size(),
+                                                  std::move(index),
+                                                  options,
+                                                  random,
+                                                  PictureStore(options.storeBytes),
+                                                  {},
+                                                  0,
+                                                  std::move(frame),
+                                                  std::make_shared<SampleTally>(),
+                                                  {}});
     track->options.nbThreads = std::max<std::size_t>(options.nbThreads, 1);
     track->lanes.resize(std::max<std::size_t>(options.nbLanes, 1));
     tracks_.push_back(std::move(track));
@@ -225,7 +232,6 @@ void SimulatedDecoders::Enter(Worker& worker) {
         lane.nbTakenIn = 0;
         lane.nbPutOut = 0;
         ++worker.track->counts.nbPasses;
-
     }
     nbThreads_ += worker.track->options.nbThreads;
     CountCores();
@@ -253,7 +259,8 @@ void SimulatedDecoders::EndPacket(Worker& worker) {
     Lane& lane = *worker.lane;
     const PictureGroup& group = worker.track->index->Group(worker.group);
     const bool isAll = lane.nbTakenIn == group.nbPictures;
-    const std::size_t nbOut = isAll ? group.nbPictures : lane.nbTakenIn - std::min(lane.nbTakenIn, worker.track->Delay());
+    const std::size_t nbOut =
+        isAll ? group.nbPictures : lane.nbTakenIn - std::min(lane.nbTakenIn, worker.track->Delay());
     while (lane.nbPutOut < nbOut && worker.found == nullptr) {
         PutOut(worker, group.firstPicture + lane.nbPutOut++);
     }

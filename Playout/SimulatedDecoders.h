@@ -21,9 +21,9 @@ namespace Tavrin::Playout {
 
 /// The decoders of a machine.
 struct DecoderModel {
-    SimulatedTime perPicture;    ///< Time of one core for one picture.
-    std::size_t nbCores = 2;     ///< That decode.
-    std::size_t nbWorkers = 2;   ///< Decode workers of the session.
+    SimulatedTime perPicture;   ///< Time of one core for one picture.
+    std::size_t nbCores = 2;    ///< That decode.
+    std::size_t nbWorkers = 2;  ///< Decode workers of the session.
 };
 
 /// The decode workers of a session and its decoders, without threads and codecs. Each worker takes the orders

@@ -102,7 +102,8 @@ void SimulatedReaders::AddTrack(std::shared_ptr<const RecordingIndex> index, Pla
                                 const SimulatedRandom& random) {
     workers_[tracks_.size() % workers_.size()]->orders.SetPreloadOrderQueue(&queue);
     auto content = MakeContent(*index);
-    tracks_.push_back(std::make_unique<Track>(Track{std::move(index), random, {}, 0, std::move(content), {}}));
+    tracks_.push_back(
+        std::make_unique<Track>(Track{std::move(index), random, {}, 0, std::move(content), {}}));
 }
 
 void SimulatedReaders::LookForOrders() {

@@ -30,8 +30,8 @@ public:
     /// Called after each answer, with the number of the track.
     using Answered = std::function<void(std::size_t track)>;
 
-    SimulatedReaders(EventQueue& events, SimulatedStorage& storage, Player::ExistingCacheUpdateQueues& registry,
-                     std::size_t nbWorkers, Answered answered);
+    SimulatedReaders(EventQueue& events, SimulatedStorage& storage,
+                     Player::ExistingCacheUpdateQueues& registry, std::size_t nbWorkers, Answered answered);
     ~SimulatedReaders();
     SimulatedReaders(const SimulatedReaders&) = delete;
     SimulatedReaders& operator=(const SimulatedReaders&) = delete;

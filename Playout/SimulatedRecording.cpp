@@ -43,8 +43,7 @@ std::int64_t BytesUpTo(std::size_t picture, const RecordingModel& model) {
     return until.SampleNumber(bytesPerSecond);
 }
 
-void AddPicture(Content& content, std::size_t number, std::size_t group,
-                const RecordingModel& model) {
+void AddPicture(Content& content, std::size_t number, std::size_t group, const RecordingModel& model) {
     const auto sample = static_cast<std::int64_t>(number);
     const bool isKey = number == content.groups[group].firstPicture;
     const std::int64_t begin = BytesUpTo(number, model);

@@ -15,8 +15,8 @@ namespace Tavrin::Playout {
 struct TAVRIN_PLAYOUT_EXPORT RecordingModel {
     Player::SampleRate rate{25, 1};
     std::size_t nbPictures = 1;
-    std::size_t groupLength = 50;       ///< Pictures from one key frame to the next; 1: every one is a key frame.
-    std::size_t firstGroupLength = 0;   ///< Of the first group alone, at most groupLength; 0: as the others.
+    std::size_t groupLength = 50;  ///< Pictures from one key frame to the next; 1: every one is a key frame.
+    std::size_t firstGroupLength = 0;  ///< Of the first group alone, at most groupLength; 0: as the others.
     std::int64_t bitsPerSecond = 16'000'000;
     int reorderDepth = 2;  ///< Pictures that the decoder takes in before it puts out the first.
     int width = 1920;

@@ -22,8 +22,8 @@ std::optional<double> ParseMilliseconds(const std::string& text) {
     double value = 0;
     const char* end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, value, std::chars_format::fixed);
-    const bool isTime = error == std::errc() && stop == end && value >= 0 &&
-                        value <= SimulatedTime::kMostMilliseconds;
+    const bool isTime =
+        error == std::errc() && stop == end && value >= 0 && value <= SimulatedTime::kMostMilliseconds;
     return isTime ? std::optional(value) : std::nullopt;
 }
 
@@ -119,8 +119,7 @@ double SimulatedTime::Milliseconds(SimulatedRandom& random) const {
 
 Time::TimePoint SimulatedTime::Draw(SimulatedRandom& random) const {
     constexpr double kNanosecondsPerMillisecond = 1e6;
-    return Time::TimePoint().FromNanoseconds(
-        std::llround(Milliseconds(random) * kNanosecondsPerMillisecond));
+    return Time::TimePoint().FromNanoseconds(std::llround(Milliseconds(random) * kNanosecondsPerMillisecond));
 }
 
 }  // namespace Tavrin::Playout

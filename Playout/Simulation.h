@@ -56,9 +56,10 @@ struct TAVRIN_PLAYOUT_EXPORT SimulationOptions {
 struct TAVRIN_PLAYOUT_EXPORT SimulationReport {
     std::size_t nbTracks = 0;
     Time::Ratio speed;
-    Time::TimePoint untilFirst;  ///< From the start to the first tick, at which all tracks have their picture.
-    Time::TimePoint elapsed;     ///< From there to the end.
-    Time::TimePoint played;      ///< The way of the play head in that time, without its sign.
+    Time::TimePoint
+        untilFirst;           ///< From the start to the first tick, at which all tracks have their picture.
+    Time::TimePoint elapsed;  ///< From there to the end.
+    Time::TimePoint played;   ///< The way of the play head in that time, without its sign.
 
     std::uint64_t nbTicks = 0;
     std::uint64_t nbLateTicks = 0;       ///< At which some track was not ready, so that none moved.
@@ -66,7 +67,8 @@ struct TAVRIN_PLAYOUT_EXPORT SimulationReport {
     std::uint64_t nbLateSettling = 0;    ///< Of these, the late ones.
     std::uint64_t nbLateForStorage = 0;  ///< Of these, those at which some track waited for storage.
     std::uint64_t nbLateForDecoder = 0;  ///< Those at which some track waited for a decoder.
-    std::vector<std::uint64_t> nbHeldUp;  ///< For each track, the late ticks at which it was not ready itself.
+    std::vector<std::uint64_t>
+        nbHeldUp;  ///< For each track, the late ticks at which it was not ready itself.
 
     double storageBusyPercent = 0;  ///< Of the time, something was being transferred; from the first tick on.
     double readersBusyPercent = 0;  ///< Of the preload workers' time.
@@ -74,7 +76,7 @@ struct TAVRIN_PLAYOUT_EXPORT SimulationReport {
     double decodersBusyPercent = 0;     ///< Of the decode workers' time, waiting for one another included.
     double decodersWaitingPercent = 0;  ///< Of it, waiting for a decoder that another worker uses.
 
-    Counters counters;                   ///< As of playing, from the start of the run.
+    Counters counters;  ///< As of playing, from the start of the run.
     bool holds = false;
 
     /// Of the ticks after settling.
@@ -98,6 +100,7 @@ struct TAVRIN_PLAYOUT_EXPORT SimulationReport {
 
 /// The highest speed in the direction of `options.speed`, in quarters up to \p most, with which the wall
 /// holds: found by halving, as if faster never did better. 0 when a quarter of the speed is too much.
-[[nodiscard]] TAVRIN_PLAYOUT_EXPORT Time::Ratio FindHighestSpeed(SimulationOptions options, std::int64_t most);
+[[nodiscard]] TAVRIN_PLAYOUT_EXPORT Time::Ratio FindHighestSpeed(SimulationOptions options,
+                                                                 std::int64_t most);
 
 }  // namespace Tavrin::Playout

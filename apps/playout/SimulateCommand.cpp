@@ -173,7 +173,8 @@ void AddWallOptions(CLI::App& command, SimulateArguments& arguments) {
     command.add_option("--seed", options.seed, "Number that the random times come from (default: 1)")
         ->type_name("N");
     AddParsed(command, "--settle", arguments.settling, &ParseSettling, "SECONDS",
-              "Time after the first picture in which late ticks\ndo not count (default: 2, at most half of --seconds)");
+              "Time after the first picture in which late ticks\ndo not count (default: 2, at most half of "
+              "--seconds)");
     AddParsed(command, "--allow", options.allowedLatePercent, &ParsePercent, "PERCENT",
               "Late ticks with which the wall still holds\n(default: 0)");
     command.add_flag("--find-tracks", arguments.findTracks, "Find how many tracks the wall holds at most");
@@ -201,8 +202,7 @@ void AddRecordingOptions(CLI::App& command, SimulateArguments& arguments) {
         ->type_name("WxH");
     command.add_option("--pixel-format", recording.pixelFormat, "Of the decoded pictures (default: yuv420p)")
         ->type_name("NAME");
-    command.add_flag("--aligned", arguments.options.aligned,
-                     "Groups of all tracks begin at the same time");
+    command.add_flag("--aligned", arguments.options.aligned, "Groups of all tracks begin at the same time");
 }
 
 void AddStorageOptions(CLI::App& command, SimulateArguments& arguments) {
@@ -233,9 +233,7 @@ void AddDecoderOptions(CLI::App& command, SimulateArguments& arguments) {
     command.add_option("--cores", decoder.nbCores, "Cores that decode (default: 2)")
         ->type_name("N")
         ->check(Between(std::size_t{1}, kMostWorkers));
-    command
-        .add_option("--decoders", arguments.nbDecodeWorkers,
-                    "Decode workers (default: as many as cores)")
+    command.add_option("--decoders", arguments.nbDecodeWorkers, "Decode workers (default: as many as cores)")
         ->type_name("N")
         ->check(Between(std::size_t{1}, kMostWorkers));
 }

@@ -41,8 +41,8 @@ TEST(ProgramSimulate, SaysWhatAWallThatDoesNotHoldWaitsForAndEndsWithOne) {
 }
 
 TEST(ProgramSimulate, FindsHowManyTracksTheWallHolds) {
-    const auto result = RunSimulate({"--find-tracks", "--cores", "2", "--decode", "10", "--group", "10", "--size",
-                                     "320x180", "--seconds", "4"});
+    const auto result = RunSimulate({"--find-tracks", "--cores", "2", "--decode", "10", "--group", "10",
+                                     "--size", "320x180", "--seconds", "4"});
     EXPECT_EQ(result.status, 0) << result.output;
     EXPECT_TRUE(Contains(result.output, "\nmost       ")) << result.output;
 }
@@ -64,8 +64,8 @@ TEST(ProgramSimulate, PrintsTheCountersInTheOpenMetricsFormat) {
 }
 
 TEST(ProgramSimulate, IsTheSameForTheSameSeed) {
-    const std::vector<std::string> arguments{"--tracks",  "3",  "--seconds", "3",      "--latency",
-                                             "heavy:5,90", "--seed", "4",   "--json"};
+    const std::vector<std::string> arguments{"--tracks",   "3",      "--seconds", "3",     "--latency",
+                                             "heavy:5,90", "--seed", "4",         "--json"};
     EXPECT_EQ(RunSimulate(arguments).output, RunSimulate(arguments).output);
 }
 

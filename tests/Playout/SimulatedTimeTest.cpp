@@ -98,7 +98,8 @@ TEST(SimulatedTime, RefusesWhatIsNoneOfTheFormsNamingIt) {
             static_cast<void>(SimulatedTime::Parse(text));
             FAIL() << "'" << text << "' was taken";
         } catch (const std::invalid_argument& error) {
-            EXPECT_EQ(std::string(error.what()).rfind("'" + text + "' is no length of time: it must be", 0), 0U)
+            EXPECT_EQ(std::string(error.what()).rfind("'" + text + "' is no length of time: it must be", 0),
+                      0U)
                 << error.what();
         }
     }
