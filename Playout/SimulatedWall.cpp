@@ -70,12 +70,16 @@ SampleRate DisplayRate(const SimulationOptions& options, const RecordingIndex& r
 
 struct SimulatedWall::Track {
     std::shared_ptr<const RecordingIndex> recording;
+    TrackNeeds needs;
+    std::size_t bytes = 0;  ///< Its share of the memory.
+    StreamWindow window;
     std::unique_ptr<MediaStream> stream;
-    std::size_t bytes = 0;
     TrackView view;
     WaitCause waitsFor = WaitCause::None;
     ViewCounter counter{ViewCounter::Clock::time_point()};
 
+    /// For pictures beside those that the decoders work on.
+    [[nodiscard]] std::size_t PictureRoom() const { return bytes - needs.packets - needs.working; }
     [[nodiscard]] bool IsReady() const { return view.status != SampleStatus::NotReady; }
 };
 
@@ -90,7 +94,12 @@ SimulatedWall::SimulatedWall(const SimulationOptions& options)
     displayRate_ = DisplayRate(options_, *recordings.front());
     player_.SetSpeed(options_.speed);
     for (std::size_t number = 0; number < options_.nbTracks; ++number) {
-        AddTrack(recordings[number % recordings.size()]);
+        tracks_.push_back(std::make_unique<Track>());
+        tracks_.back()->recording = recordings[number % recordings.size()];
+    }
+    ShareOutMemory();
+    for (std::size_t number = 0; number < options_.nbTracks; ++number) {
+        OpenTrack(number);
     }
 }
 
@@ -98,33 +107,54 @@ SimulatedWall::~SimulatedWall() {
     player_.DetachAllStreams();
 }
 
-void SimulatedWall::AddTrack(std::shared_ptr<const RecordingIndex> recording) {
-    const std::size_t number = tracks_.size();
-    const std::size_t nbTracks = options_.nbTracks;
-    const Player::TrackId id(Player::StorageId(recording->File(), recording->Stream()),
-                             static_cast<std::int64_t>(number));
-    auto track = std::make_unique<Track>();
-    track->recording = recording;
-    track->bytes = options_.session.decodedBytes == 0 ? DefaultTrackBytes(*recording)
-                                                      : options_.session.decodedBytes / nbTracks;
-    const StreamWindow window =
-        PlanWindow(*recording, displayRate_, options_.speed, track->bytes, options_.session);
-    track->stream = std::make_unique<MediaStream>(recording, id, displayRate_, window, registry_);
-    track->stream->SetClock(
-        [this] { return std::chrono::steady_clock::time_point(Duration(events_.Now())); });
-    track->stream->LinkPlayer(&player_);
-    player_.AttachStream(track->stream.get());
+/// What the decoders of a track are on the machine that is simulated, as PlanLanes says for this one.
+LanePlan SimulatedWall::LanesOf(const RecordingIndex& recording) const {
+    const std::size_t nbThreads = std::max<std::size_t>(options_.decoder.nbCores / options_.nbTracks, 1);
+    LanePlan plan;
+    plan.nbLanes = recording.IntraOnly() ? options_.decoder.nbWorkers : plan.nbLanes;
+    plan.nbThreads = recording.IntraOnly() ? 1 : static_cast<int>(nbThreads);
+    return plan;
+}
 
-    SimulatedDecoders::TrackOptions decoding;
-    decoding.storeBytes = track->bytes;
-    const bool isIntra = recording->IntraOnly();
-    decoding.nbThreads = isIntra ? 1 : std::max<std::size_t>(options_.decoder.nbCores / nbTracks, 1);
-    decoding.nbLanes = isIntra ? std::max<std::size_t>(options_.decoder.nbWorkers, 1) : 2;
-    const auto& parameters = track->stream->GetStreamParameters();
-    readers_.AddTrack(recording, *parameters.preloadQueue_, SimulatedRandom(options_.seed, 2 * number));
-    decoders_.AddTrack(recording, *parameters.decodeQueue_, decoding,
+/// Without a budget, each track has what is usual: how much this machine has says nothing about the other.
+void SimulatedWall::ShareOutMemory() {
+    std::vector<TrackNeeds> needs;
+    for (const auto& track : tracks_) {
+        needs.push_back(NeedsOf(*track->recording, LanesOf(*track->recording)));
+        report_.memoryBytes += needs.back().usual;
+    }
+    if (options_.session.memoryBytes > 0) {
+        report_.memoryBytes = options_.session.memoryBytes;
+    }
+    const auto shares = ShareMemory(report_.memoryBytes, needs, std::vector<std::size_t>(tracks_.size(), 1));
+    for (std::size_t number = 0; number < tracks_.size(); ++number) {
+        tracks_[number]->needs = needs[number];
+        tracks_[number]->bytes = shares[number];
+    }
+}
+
+void SimulatedWall::OpenTrack(std::size_t number) {
+    Track& track = *tracks_[number];
+    const RecordingIndex& recording = *track.recording;
+    const Player::TrackId id(Player::StorageId(recording.File(), recording.Stream()),
+                             static_cast<std::int64_t>(number));
+    track.window = PlanWindow(recording, displayRate_, options_.speed,
+                              {track.PictureRoom(), track.needs.packets}, options_.session);
+    track.stream = std::make_unique<MediaStream>(track.recording, id, displayRate_, track.window, registry_);
+    track.stream->SetClock([this] { return std::chrono::steady_clock::time_point(Duration(events_.Now())); });
+    track.stream->LinkPlayer(&player_);
+    player_.AttachStream(track.stream.get());
+
+    const LanePlan lanes = LanesOf(recording);
+    // What decoders refer to is in the store as well, most of it; only what they work on is not.
+    const auto nbThreads = static_cast<std::size_t>(lanes.nbThreads);
+    const std::size_t working = lanes.nbLanes * (nbThreads + 1) * track.needs.picture;
+    const SimulatedDecoders::TrackOptions decoding{track.bytes - track.needs.packets - working, lanes.nbLanes,
+                                                   nbThreads};
+    const auto& parameters = track.stream->GetStreamParameters();
+    readers_.AddTrack(track.recording, *parameters.preloadQueue_, SimulatedRandom(options_.seed, 2 * number));
+    decoders_.AddTrack(track.recording, *parameters.decodeQueue_, decoding,
                        SimulatedRandom(options_.seed, 2 * number + 1));
-    tracks_.push_back(std::move(track));
 }
 
 SimulationReport SimulatedWall::Run() {
@@ -282,6 +312,8 @@ void SimulatedWall::NotePlace(std::size_t number) {
     place.backward = IsBackward(options_.speed);
     place.stride =
         static_cast<std::size_t>((track.recording->Rate() / track.stream->FetchRate()).Numerator());
+    place.ahead = track.PictureRoom() / std::max<std::size_t>(track.needs.picture, 1) * place.stride;
+    place.behind = track.IsReady() ? track.window.nbDecodedBehind * place.stride : 0;
     decoders_.SetPlace(number, place);
 }
 

@@ -8,6 +8,7 @@
 #include "Player/Player.h"
 #include "Playout/EventQueue.h"
 #include "Playout/MediaStream.h"
+#include "Playout/MemoryPlan.h"
 #include "Playout/SimulatedDecoders.h"
 #include "Playout/SimulatedReaders.h"
 #include "Playout/SimulatedStorage.h"
@@ -34,7 +35,9 @@ public:
 private:
     struct Track;
 
-    void AddTrack(std::shared_ptr<const RecordingIndex> recording);
+    [[nodiscard]] LanePlan LanesOf(const RecordingIndex& recording) const;
+    void ShareOutMemory();
+    void OpenTrack(std::size_t number);
     void GoToStart();
     void PlayFor(const Time::TimePoint& duration);
     bool Tick(const Time::TimePoint& delta, LookKind kind);

@@ -56,8 +56,10 @@ struct TAVRIN_PLAYOUT_EXPORT SimulationOptions {
 struct TAVRIN_PLAYOUT_EXPORT SimulationReport {
     std::size_t nbTracks = 0;
     Time::Ratio speed;
-    Time::TimePoint
-        untilFirst;           ///< From the start to the first tick, at which all tracks have their picture.
+    std::size_t memoryBytes = 0;  ///< The budget of all tracks together.
+
+    /// From the start to the first tick, at which all tracks have their picture.
+    Time::TimePoint untilFirst;
     Time::TimePoint elapsed;  ///< From there to the end.
     Time::TimePoint played;   ///< The way of the play head in that time, without its sign.
 

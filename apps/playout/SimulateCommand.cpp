@@ -169,7 +169,7 @@ void AddWallOptions(CLI::App& command, SimulateArguments& arguments) {
               "How long it plays after the first picture\n(default: 20)");
     AddParsed(command, "--display", options.session.displayRate, &ParseRate, "RATE",
               "Pictures a second that the output shows\n(default: the recording's rate)");
-    AddMemoryOption(command, options.session.decodedBytes);
+    AddMemoryOption(command, options.session.memoryBytes);
     command.add_option("--seed", options.seed, "Number that the random times come from (default: 1)")
         ->type_name("N");
     AddParsed(command, "--settle", arguments.settling, &ParseSettling, "SECONDS",

@@ -154,6 +154,7 @@ Json ToJsonObject(const SimulationReport& report) {
     return {{"holds", report.holds},
             {"tracks", report.nbTracks},
             {"speed", ToDouble(report.speed)},
+            {"memoryBytes", report.memoryBytes},
             {"heldSpeed", report.HeldSpeed()},
             {"untilFirstMs", Seconds(report.untilFirst) * 1e3},
             {"elapsedSeconds", Seconds(report.elapsed)},
@@ -191,6 +192,7 @@ void PrintSimulation(std::ostream& out, const SimulationOptions& options, const 
                      const SimulationFindings& findings) {
     const TrackCounters all = report.counters.All();
     PrintWall(out, options);
+    out << "memory     " << FormatMebibytes(report.memoryBytes) << '\n';
     PrintTicks(out, report, all);
     PrintWork(out, report, all);
     PrintFindings(out, findings);

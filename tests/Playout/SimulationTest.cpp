@@ -134,14 +134,16 @@ TEST(Simulation, ShowsWhatCannotBeReadAsMissingAndGoesOn) {
     EXPECT_GT(report.counters.All().pictures.nbExact, 100U);
 }
 
-TEST(Simulation, PlaysBackwardWithOnePassForEachGroupWhereTheMemoryHoldsTwo) {
+TEST(Simulation, PlaysBackwardWithOnePassForEachGroupWhereThereIsMemory) {
     SimulationOptions options = SmallWall(1);
     options.speed = Ratio(-1, 1);
+    options.session.memoryBytes = 100'000'000;
     const auto report = Simulate(options);
     EXPECT_TRUE(report.holds);
     const auto decodes = report.counters.All().decodes;
-    EXPECT_LE(decodes.nbPackets, 260U);
-    EXPECT_GE(decodes.nbPackets, 160U);
+    EXPECT_GE(decodes.nbPasses, 16U);
+    EXPECT_LE(decodes.nbPasses, 21U);
+    EXPECT_EQ(decodes.nbPackets, 10 * decodes.nbPasses);
 }
 
 TEST(Simulation, NeedsMorePassesBackwardWhereTheMemoryIsSmall) {
@@ -149,7 +151,8 @@ TEST(Simulation, NeedsMorePassesBackwardWhereTheMemoryIsSmall) {
     roomy.speed = Ratio(-1, 1);
     roomy.recording.groupLength = 50;
     SimulationOptions tight = roomy;
-    tight.session.decodedBytes = 1'500'000;  // About 15 pictures.
+    // About 20 pictures beside packets and what decoders refer to.
+    tight.session.memoryBytes = 6'000'000;
     EXPECT_GT(Simulate(tight).counters.All().decodes.nbPackets,
               Simulate(roomy).counters.All().decodes.nbPackets * 3 / 2);
 }
