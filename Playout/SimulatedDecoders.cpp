@@ -5,6 +5,7 @@
 #include <deque>
 #include <new>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <tuple>
 #include <utility>
@@ -73,6 +74,7 @@ struct SimulatedDecoders::Lane {
     std::optional<std::size_t> group;
     std::size_t nbTakenIn = 0;  ///< Packets of the pass.
     std::size_t nbPutOut = 0;   ///< Pictures of the pass.
+    std::set<std::size_t> leftOut;  ///< Pictures of the pass that nobody wanted.
 
     [[nodiscard]] bool HasVisitors() const { return isUsed || !waiting.empty(); }
 };
@@ -227,10 +229,11 @@ void SimulatedDecoders::Enter(Worker& worker) {
         return;
     }
     const std::size_t place = worker.wanted - worker.track->index->Group(worker.group).firstPicture;
-    if (lane.group != worker.group || place < lane.nbPutOut) {
+    if (lane.group != worker.group || place < lane.nbPutOut || lane.leftOut.count(worker.wanted) > 0) {
         lane.group = worker.group;
         lane.nbTakenIn = 0;
         lane.nbPutOut = 0;
+        lane.leftOut.clear();
         ++worker.track->counts.nbPasses;
     }
     nbThreads_ += worker.track->options.nbThreads;
@@ -240,6 +243,7 @@ void SimulatedDecoders::Enter(Worker& worker) {
 
 void SimulatedDecoders::DecodePacket(Worker& worker) {
     const std::size_t nbPackets = worker.track->index->Group(worker.group).nbPictures;
+    LeaveOut(worker);
     if (worker.lane->nbTakenIn == nbPackets) {
         // Only what the decoder holds back is still to come.
         EndPacket(worker);
@@ -252,6 +256,22 @@ void SimulatedDecoders::DecodePacket(Worker& worker) {
     ++worker.lane->nbTakenIn;
     ++worker.track->counts.nbPackets;
     events_.After(alone * Time::Ratio(nbAll, nbThreads * nbCores), [this, &worker] { EndPacket(worker); });
+}
+
+/// Passes over pictures from which none is predicted and which the store does not want.
+void SimulatedDecoders::LeaveOut(Worker& worker) {
+    Lane& lane = *worker.lane;
+    const RecordingIndex& index = *worker.track->index;
+    const PictureGroup& group = index.Group(worker.group);
+    for (; lane.nbTakenIn < group.nbPictures; ++lane.nbTakenIn) {
+        const std::size_t picture = group.firstPicture + lane.nbTakenIn;
+        const bool isNeeded = !index.Packet(index.Picture(picture).packet).disposable;
+        if (isNeeded || picture == worker.wanted || worker.track->store.Wants(picture)) {
+            return;
+        }
+        lane.leftOut.insert(picture);
+        ++worker.track->counts.nbPacketsLeftOut;
+    }
 }
 
 /// Files what comes out after a packet, and goes on to the picture that is wanted.
@@ -276,6 +296,9 @@ void SimulatedDecoders::EndPacket(Worker& worker) {
 }
 
 void SimulatedDecoders::PutOut(Worker& worker, std::size_t picture) {
+    if (worker.lane->leftOut.count(picture) > 0) {
+        return;
+    }
     auto made = std::make_shared<Picture>(picture, *worker.track->frame, false);
     worker.track->store.Add(made, worker.wanted);
     if (picture == worker.wanted) {

@@ -82,6 +82,7 @@ private:
     void Serve(Worker& worker);
     void Begin(Worker& worker);
     void Enter(Worker& worker);
+    static void LeaveOut(Worker& worker);
     void DecodePacket(Worker& worker);
     void EndPacket(Worker& worker);
     void PutOut(Worker& worker, std::size_t picture);
