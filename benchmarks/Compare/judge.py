@@ -1,6 +1,7 @@
 """Judges what a player showed, by the numbers read from its pictures and the times at which they came on show."""
 
 PHASES = 8
+NEAR = 16  # Pictures.
 
 
 def ticks_of(shown, begin, period, seconds):
@@ -47,6 +48,11 @@ def right_by_clock(ticks, speed):
     return sum(belongs(number, ticks[0] + tick * speed, speed) for tick, number in enumerate(ticks))
 
 
+def near_by_clock(ticks, speed):
+    """How many ticks show a picture within 16 of the one that the clock says."""
+    return sum(abs(number - ticks[0] - tick * speed) <= NEAR for tick, number in enumerate(ticks))
+
+
 def judge_play(shown, speed, rate, seconds, last_picture):
     """What a run at a speed came to.
 
@@ -58,13 +64,14 @@ def judge_play(shown, speed, rate, seconds, last_picture):
     period = 1 / rate
     way = last_picture - shown[0][1] if speed > 0 else shown[0][1]
     seconds = min(seconds, (way + 1) * period / abs(speed)) - period
-    right = by_clock = nb = 0
+    right = by_clock = near = nb = 0
     for phase in range(PHASES):
         ticks = ticks_of(shown, shown[0][0] + phase * period / PHASES, period, seconds)
         if ticks:
             nb = len(ticks)
             right = max(right, right_ticks(ticks, speed))
             by_clock = max(by_clock, right_by_clock(ticks, speed))
+            near = max(near, near_by_clock(ticks, speed))
     if nb == 0:
         return {"error": "what was shown is shorter than two ticks"}
     # What follows the last tick judged is no gap but the end.
@@ -73,6 +80,7 @@ def judge_play(shown, speed, rate, seconds, last_picture):
     return {
         "rightPercent": 100 * right / nb,
         "rightByClockPercent": 100 * by_clock / nb,
+        "nearPercent": 100 * near / nb,
         "gapMs": 1000 * max(gaps, default=seconds),
         "newPerSecond": len(gaps) / seconds,
         "ticks": nb,
