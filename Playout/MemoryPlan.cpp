@@ -21,6 +21,10 @@ constexpr std::size_t kNbGroupsAtHand = 4;
 /// Pictures that one decoder keeps to predict others from, as encoders are used.
 constexpr std::size_t kNbReferences = 4;
 
+/// Pictures of the group that is shown that are still held when the one before it is begun, so that it is ready in
+/// time.
+constexpr std::size_t kNbAroundGroup = 24;
+
 constexpr std::size_t kMostUsualBytes = std::size_t{768} << 20U;
 constexpr std::size_t kMebibyte = std::size_t{1} << 20U;
 
@@ -62,8 +66,8 @@ TrackNeeds NeedsOf(const RecordingIndex& recording, const LanePlan& lanes) {
     needs.packets = PacketBytes(recording);
     const std::size_t references =
         recording.IntraOnly() ? 1 : kNbReferences + static_cast<std::size_t>(recording.ReorderDepth());
-    const std::size_t nbWorking =
-        lanes.nbLanes * (references + static_cast<std::size_t>(std::max(lanes.nbThreads, 1)));
+    const auto threads = static_cast<std::size_t>(std::max(lanes.nbThreads, 1));
+    const std::size_t nbWorking = lanes.nbLanes * (references + threads);
     needs.working = nbWorking * needs.picture;
     needs.least = needs.packets + needs.working + (kFewestAhead + 2) * needs.picture;
     const std::size_t twoGroups = 2 * LongestGroup(recording) * needs.picture;

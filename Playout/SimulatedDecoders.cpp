@@ -72,15 +72,27 @@ struct SimulatedDecoders::Lane {
     std::deque<Worker*> waiting;
     // Where the decoder stands.
     std::optional<std::size_t> group;
-    std::size_t nbTakenIn = 0;  ///< Packets of the pass.
-    std::size_t nbPutOut = 0;   ///< Pictures of the pass.
+    std::size_t nbTakenIn = 0;      ///< Packets of the pass.
+    std::size_t nbPutOut = 0;       ///< Pictures of the pass.
     std::set<std::size_t> leftOut;  ///< Pictures of the pass that nobody wanted.
 
     [[nodiscard]] bool HasVisitors() const { return isUsed || !waiting.empty(); }
 };
 
 struct SimulatedDecoders::Track {
-    std::size_t number = 0;
+    Track(std::size_t trackNumber, std::shared_ptr<const RecordingIndex> recording,
+          const TrackOptions& trackOptions, const SimulatedRandom& trackRandom)
+        : number(trackNumber),
+          index(std::move(recording)),
+          options(trackOptions),
+          random(trackRandom),
+          store(trackOptions.storeBytes),
+          lanes(std::max<std::size_t>(trackOptions.nbLanes, 1)),
+          frame(MakeFrame(*index)) {
+        options.nbThreads = std::max<std::size_t>(options.nbThreads, 1);
+    }
+
+    std::size_t number;
     std::shared_ptr<const RecordingIndex> index;
     TrackOptions options;
     SimulatedRandom random;
@@ -88,7 +100,7 @@ struct SimulatedDecoders::Track {
     std::vector<Lane> lanes;
     std::uint64_t nbVisits = 0;
     Ffmpeg::FramePointer frame;
-    std::shared_ptr<SampleTally> tally;
+    std::shared_ptr<SampleTally> tally = std::make_shared<SampleTally>();
     DecodeCounters counts;
 
     /// As MediaDecoder does it.
@@ -141,20 +153,7 @@ SimulatedDecoders::~SimulatedDecoders() = default;
 
 void SimulatedDecoders::AddTrack(std::shared_ptr<const RecordingIndex> index, Player::DecodeOrderQueue& queue,
                                  const TrackOptions& options, const SimulatedRandom& random) {
-    auto frame = MakeFrame(*index);
-    auto track = std::unique_ptr<Track>(new Track{tracks_.size(),
-                                                  std::move(index),
-                                                  options,
-                                                  random,
-                                                  PictureStore(options.storeBytes),
-                                                  {},
-                                                  0,
-                                                  std::move(frame),
-                                                  std::make_shared<SampleTally>(),
-                                                  {}});
-    track->options.nbThreads = std::max<std::size_t>(options.nbThreads, 1);
-    track->lanes.resize(std::max<std::size_t>(options.nbLanes, 1));
-    tracks_.push_back(std::move(track));
+    tracks_.push_back(std::make_unique<Track>(tracks_.size(), std::move(index), options, random));
     for (const auto& worker : workers_) {
         worker->orders.AddDecodeOrderQueue(&queue);
     }
