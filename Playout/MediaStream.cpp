@@ -95,6 +95,11 @@ void MediaStream::SetStreamParameters(const StreamParameters& parameters) {
     ConfigurePlanners();
 }
 
+void MediaStream::SetClock(Clock clock) {
+    clock_ = std::move(clock);
+    nextRetry_ = clock_() + retryDelay_;
+}
+
 void MediaStream::SetWindow(const StreamWindow& window) {
     window_ = window;
     parameters_.nbPreloading_ = window.nbCompressedAhead;
@@ -164,9 +169,10 @@ SampleRate MediaStream::FetchRate() const {
     return needed.Positive() ? SampleRate::StreamPreloadRate(fields_.Rate(), needed) : fields_.Rate();
 }
 
-/// The sample to fetch for the play head.
+/// The sample to fetch for the play head. After a hole, that of a coarser rate may lie in it.
 TimePoint MediaStream::Needed() const {
-    return Now().AlignWith(FetchRate());
+    const TimePoint fetched = Now().AlignWith(FetchRate());
+    return index_->PictureAtTime(fetched) ? fetched : Now().AlignWith(index_->Rate());
 }
 
 /// The decoded sample for the play head: the exact one where it is there, else the one that is fetched for it.
@@ -391,7 +397,7 @@ std::size_t MediaStream::Evict(Cache& cache, const SampleRate& rate, std::size_t
 }
 
 void MediaStream::RetryMissing() {
-    const auto now = std::chrono::steady_clock::now();
+    const auto now = clock_();
     if (now < nextRetry_) {
         return;
     }
@@ -534,7 +540,7 @@ void MediaStream::Withdraw() {
     begunDecoded_ = PendingIn(decoded_, fields_.Rate());
     hasJumped_ = true;
     retryDelay_ = window_.retryAfter;
-    nextRetry_ = std::chrono::steady_clock::now() + retryDelay_;
+    nextRetry_ = clock_() + retryDelay_;
 }
 
 }  // namespace Tavrin::Playout

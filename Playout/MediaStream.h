@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -85,6 +86,11 @@ public:
 
     /// Records orders and evictions there from now on; null: nowhere. Borrowed.
     void SetTrace(Trace* trace) { trace_ = trace; }
+
+    using Clock = std::function<std::chrono::steady_clock::time_point()>;
+
+    /// By which pictures that cannot be had are asked for again: the steady clock unless another is set.
+    void SetClock(Clock clock);
 
     /// From the next `Plan` on.
     void SetWindow(const StreamWindow& window);
@@ -184,6 +190,7 @@ private:
     bool hasJumped_ = false;                        ///< And the picture there has not come yet.
     std::vector<Time::TimePoint> begunCompressed_;  ///< In the hands of workers when orders were withdrawn.
     std::vector<Time::TimePoint> begunDecoded_;
+    Clock clock_ = &std::chrono::steady_clock::now;
     std::chrono::milliseconds retryDelay_;
     std::chrono::steady_clock::time_point nextRetry_;
     std::uint64_t nbAnswers_ = 0;

@@ -81,15 +81,30 @@ const PictureGroup& RecordingIndex::Group(std::size_t group) const {
     return content_->groups.at(group);
 }
 
-std::optional<std::size_t> RecordingIndex::PictureAt(std::int64_t sample) const {
-    if (sample < 0 || sample >= content_->nbSamples) {
-        return std::nullopt;
-    }
+std::size_t RecordingIndex::FirstShownAfter(std::int64_t sample) const {
     const auto& pictures = content_->pictures;
     const auto next =
         std::partition_point(pictures.begin(), pictures.end(),
-                             [&](const IndexedPicture& picture) { return picture.sample <= sample; });
-    return static_cast<std::size_t>(next - pictures.begin()) - 1;
+                             [&](const IndexedPicture& picture) { return picture.end <= sample; });
+    return static_cast<std::size_t>(next - pictures.begin());
+}
+
+std::optional<std::size_t> RecordingIndex::PictureAt(std::int64_t sample) const {
+    const std::size_t picture = FirstShownAfter(sample);
+    const bool isShown = picture < NbPictures() && Picture(picture).sample <= sample;
+    return isShown ? std::optional(picture) : std::nullopt;
+}
+
+std::size_t RecordingIndex::PictureAtOrAfter(const Time::TimePoint& tp) const {
+    return FirstShownAfter(tp.SampleNumber(content_->rate));
+}
+
+std::size_t RecordingIndex::NbHoles() const {
+    std::size_t nb = 0;
+    for (std::size_t i = 1; i < NbPictures(); ++i) {
+        nb += Picture(i - 1).end < Picture(i).sample ? 1 : 0;
+    }
+    return nb;
 }
 
 std::optional<std::size_t> RecordingIndex::PictureAtTime(const Time::TimePoint& tp) const {

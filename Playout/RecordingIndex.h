@@ -35,8 +35,9 @@ struct CodedPacket {
 /// One shown picture. Pictures are numbered from 0 in presentation order.
 struct IndexedPicture {
     Time::TimePoint start;     ///< Presentation time after the first shown picture, nearest nanosecond.
-    Time::TimePoint duration;  ///< Until the next picture; for the last one what the file says.
+    Time::TimePoint duration;  ///< Until the next picture or a hole; for the last one what the file says.
     std::int64_t sample = 0;   ///< First sample of the grid on which this picture is on display.
+    std::int64_t end = 0;      ///< First sample after it on which it is not: the next picture's, or a hole.
     std::size_t packet = 0;    ///< Its packet's number in decoding order.
     std::size_t group = 0;     ///< The display group that it belongs to.
     bool key = false;          ///< The container marks it as a key frame.
@@ -85,6 +86,9 @@ struct RecordingDescription {
 /// kMaxVariableRate, that gives every picture a sample of its own; beyond that limit pictures that come
 /// closer together than a sample hide one another, the later one being on display.
 ///
+/// A recording of constant rate that was interrupted for more than a second has a hole there, without a
+/// picture. In one of variable rate a picture stays however long it takes until the next one.
+///
 /// *Threads:* immutable. *Blocking:* Build reads the whole file once, everything else never.
 /// *Ownership:* shared; readers, lanes and samples keep the index that they were made with alive.
 /// *Errors:* Build throws std::runtime_error in one line that names the file and the reason: it does not
@@ -127,10 +131,14 @@ public:
     [[nodiscard]] const CodedPacket& Packet(std::size_t packet) const;
     [[nodiscard]] const PictureGroup& Group(std::size_t group) const;
 
-    /// The picture on display at a sample of the grid; nothing outside the recording.
+    /// The picture on display at a sample of the grid; nothing outside the recording and in its holes.
     [[nodiscard]] std::optional<std::size_t> PictureAt(std::int64_t sample) const;
     /// The same for a time point, which need not be aligned.
     [[nodiscard]] std::optional<std::size_t> PictureAtTime(const Time::TimePoint& tp) const;
+    /// The same, or the first one that begins after that; NbPictures() when there is none.
+    [[nodiscard]] std::size_t PictureAtOrAfter(const Time::TimePoint& tp) const;
+    /// The stretches without a picture between two pictures.
+    [[nodiscard]] std::size_t NbHoles() const;
     /// The picture that a packet's decoding shows; nothing for hidden packets and second fields.
     [[nodiscard]] std::optional<std::size_t> PictureOfPacket(std::size_t packet) const;
 
@@ -155,6 +163,9 @@ private:
     struct Content;
     friend class RecordingIndexBuilder;
     explicit RecordingIndex(std::unique_ptr<const Content> content);
+
+    /// Of the pictures that are on display after that sample or at it.
+    [[nodiscard]] std::size_t FirstShownAfter(std::int64_t sample) const;
 
     std::unique_ptr<const Content> content_;
 };

@@ -15,6 +15,7 @@ extern "C" {
 #include "Playout/GroupLayout.h"
 #include "Playout/PacketInspector.h"
 #include "Playout/PictureGrid.h"
+#include "Playout/PictureHoles.h"
 #include "Playout/StampCompletion.h"
 
 namespace Tavrin::Playout {
@@ -85,6 +86,11 @@ std::shared_ptr<const RecordingIndex> RecordingIndexBuilder::Build() {
     LayOutTimes({ToRatio(stream.r_frame_rate), ToRatio(stream.avg_frame_rate)});
     Describe(demuxer);
     return std::shared_ptr<const RecordingIndex>(new RecordingIndex(std::move(content_)));
+}
+
+std::shared_ptr<const RecordingIndex> RecordingIndexBuilder::FromContent(
+    std::unique_ptr<const Content> content) {
+    return std::shared_ptr<const RecordingIndex>(new RecordingIndex(std::move(content)));
 }
 
 void RecordingIndexBuilder::ReadPackets(Demuxer& demuxer) {
@@ -203,6 +209,17 @@ Time::TimePoint RecordingIndexBuilder::TimeOf(std::int64_t units) const {
                : Time::TimePoint().FromNanoseconds(nanoseconds);
 }
 
+/// What the file says of how long each picture lasts, in samples.
+std::vector<std::int64_t> RecordingIndexBuilder::LengthsIn(const PictureGrid& grid) const {
+    std::vector<std::int64_t> lengths;
+    lengths.reserve(content_->pictures.size());
+    for (const auto& picture : content_->pictures) {
+        const auto duration = TimeOf(content_->packets[picture.packet].duration);
+        lengths.push_back(duration.RoundWith(grid.rate).SampleNumber(grid.rate));
+    }
+    return lengths;
+}
+
 void RecordingIndexBuilder::LayOutTimes(const std::vector<Time::Ratio>& claimedRates) {
     auto& pictures = content_->pictures;
     PictureTimes times{{}, LastDuration(), content_->timeBase, claimedRates};
@@ -213,12 +230,16 @@ void RecordingIndexBuilder::LayOutTimes(const std::vector<Time::Ratio>& claimedR
     const auto grid = LayOutGrid(times, RecordingIndex::kMaxVariableRate);
     content_->rate = grid.rate;
     content_->nbSamples = grid.nbSamples;
+    const auto ends = EndsOnDisplay(grid, LengthsIn(grid));
     for (std::size_t i = 0; i < pictures.size(); ++i) {
         const bool last = i + 1 == pictures.size();
-        const auto end = last ? times.times[i] + times.lastDuration : times.times[i + 1];
+        const auto next = last ? times.times[i] + times.lastDuration : times.times[i + 1];
+        const bool isBeforeHole = !last && ends[i] < grid.starts[i + 1];
         pictures[i].sample = grid.starts[i];
+        pictures[i].end = ends[i];
         pictures[i].start = TimeOf(times.times[i]);
-        pictures[i].duration = TimeOf(end) - pictures[i].start;
+        const auto end = isBeforeHole ? Time::TimePoint::StartOfSample(ends[i], grid.rate) : TimeOf(next);
+        pictures[i].duration = end - pictures[i].start;
     }
 }
 

@@ -14,6 +14,7 @@ namespace Tavrin::Playout {
 class Demuxer;
 class PacketInspector;
 struct CodedOrder;
+struct PictureGrid;
 
 /// What an index holds.
 struct RecordingIndex::Content {
@@ -36,9 +37,15 @@ struct RecordingIndex::Content {
 /// Makes a RecordingIndex: demuxes, completes the time stamps, lays out groups and grid.
 class RecordingIndexBuilder {
 public:
+    using Content = RecordingIndex::Content;
+
     RecordingIndexBuilder(const std::string& file, int stream);
 
     [[nodiscard]] std::shared_ptr<const RecordingIndex> Build();
+
+    /// An index of what is in no file: for simulations.
+    [[nodiscard]] static std::shared_ptr<const RecordingIndex> FromContent(
+        std::unique_ptr<const Content> content);
 
 private:
     void ReadPackets(Demuxer& demuxer);
@@ -50,6 +57,7 @@ private:
     void LayOutPictures();
     void LayOutTimes(const std::vector<Time::Ratio>& claimedRates);
     [[nodiscard]] std::int64_t LastDuration() const;
+    [[nodiscard]] std::vector<std::int64_t> LengthsIn(const PictureGrid& grid) const;
     [[nodiscard]] Time::TimePoint TimeOf(std::int64_t units) const;
     [[noreturn]] void Fail(const std::string& what) const;
 

@@ -42,17 +42,6 @@ SampleRate HighestRate(const std::vector<SessionTrack>& tracks, FieldOutput fiel
     return highest;
 }
 
-/// Decoded pictures that a machine can be taken to manage before it has shown what it can.
-constexpr double kAssumedBytesPerSecond = 300e6;
-
-std::vector<SessionTrack> AllFromTheOrigin(std::vector<std::shared_ptr<const RecordingIndex>> recordings) {
-    std::vector<SessionTrack> tracks;
-    for (auto& recording : recordings) {
-        tracks.push_back({std::move(recording), {}, {}, 1});
-    }
-    return tracks;
-}
-
 std::vector<ReadinessRule> RulesOf(const std::vector<SessionTrack>& tracks) {
     std::vector<ReadinessRule> rules;
     rules.reserve(tracks.size());
@@ -62,32 +51,8 @@ std::vector<ReadinessRule> RulesOf(const std::vector<SessionTrack>& tracks) {
     return rules;
 }
 
-/// What could never be shown as asked is refused here, and not found out at three in the morning.
-void Check(const SessionTrack& track, std::size_t number) {
-    const std::string name = "Session: track " + std::to_string(number);
-    if (track.recording == nullptr) {
-        throw std::invalid_argument(name + " has no recording");
-    }
-    if (track.weight == 0) {
-        throw std::invalid_argument(name + ", " + track.recording->File() +
-                                    ": its weight is 0; the memory is shared by weights of at least 1");
-    }
-    if (track.offset + track.recording->End() <= TimePoint()) {
-        throw std::invalid_argument(
-            name + ", " + track.recording->File() + ": with an offset of " + track.offset.ToDurationString() +
-            " it is over before playing begins: it lasts " + track.recording->Duration().ToDurationString());
-    }
-}
-
-std::vector<SessionTrack> Checked(std::vector<SessionTrack> tracks) {
-    if (tracks.empty()) {
-        throw std::invalid_argument("Session: no recordings, at least one is needed");
-    }
-    for (std::size_t number = 0; number < tracks.size(); ++number) {
-        Check(tracks[number], number);
-    }
-    return tracks;
-}
+/// Decoded pictures that a machine can be taken to manage before it has shown what it can.
+constexpr double kAssumedBytesPerSecond = 300e6;
 
 /// Counts what the workers announce, so that the session's thread can wait for it.
 class Announcements {
@@ -165,6 +130,7 @@ private:
     };
 
     void AddTrack(std::size_t number);
+    Player::PreloadThread& AddPreloadWorker();
     void StartWorkers();
     void StopWorkers();
     void Intake();
@@ -212,7 +178,7 @@ private:
 
 Session::Impl::Impl(std::vector<SessionTrack> tracks, const SessionOptions& options)
     : options_(options),
-      settings_(Checked(std::move(tracks))),
+      settings_(CheckedTracks(std::move(tracks))),
       displayRate_(options.displayRate.Positive() ? options.displayRate
                                                   : HighestRate(settings_, options.fields)),
       gate_(RulesOf(settings_)),
@@ -220,8 +186,9 @@ Session::Impl::Impl(std::vector<SessionTrack> tracks, const SessionOptions& opti
     preloader_.SetExistingCacheUpdateQueues(&registry_);
     preloader_.SetDeliveryHook([this](const auto&, auto) { announcements_.Add(); });
     decoder_.SetDecodedHook([this](const auto&, auto) { announcements_.Add(); });
-    for (const SessionTrack& track : settings_) {
-        tracks_.emplace_back().needs = NeedsOf(*track.recording, LanesFor(*track.recording));
+    for (const SessionTrack& settings : settings_) {
+        Track& track = tracks_.emplace_back();
+        track.needs = NeedsOf(*settings.recording, LanesFor(*settings.recording));
     }
     ShareOut(options.memoryBytes);
     preloader_.SetTrace(options_.trace);
@@ -290,11 +257,16 @@ void Session::Impl::PlanWindows() {
     }
 }
 
+Player::PreloadThread& Session::Impl::AddPreloadWorker() {
+    preloadWorkers_.push_back(std::make_unique<Player::PreloadThread>());
+    preloadWorkers_.back()->SetPreloader(&preloader_);
+    return *preloadWorkers_.back();
+}
+
 void Session::Impl::StartWorkers() {
-    const std::size_t nbPreloadWorkers = std::max<std::size_t>(options_.nbPreloadWorkers, 1);
-    for (std::size_t i = 0; i < nbPreloadWorkers; ++i) {
-        preloadWorkers_.push_back(std::make_unique<Player::PreloadThread>());
-        preloadWorkers_.back()->SetPreloader(&preloader_);
+    const std::size_t nbShared = std::max<std::size_t>(options_.nbPreloadWorkers, 1);
+    for (std::size_t i = 0; i < nbShared; ++i) {
+        AddPreloadWorker();
     }
     for (std::size_t i = 0; i < std::max<std::size_t>(options_.nbDecodeWorkers, 1); ++i) {
         decodeWorkers_.push_back(std::make_unique<Player::DecodeThread>());
@@ -304,8 +276,11 @@ void Session::Impl::StartWorkers() {
     for (std::size_t i = 0; i < tracks_.size(); ++i) {
         const auto& parameters = tracks_[i].stream->GetStreamParameters();
         // One reader per track: reads of one file run one after the other anyway, and a second worker that
-        // waited for the first would be lost to the other tracks.
-        preloadWorkers_[i % nbPreloadWorkers]->SetPreloadOrderQueue(parameters.preloadQueue_);
+        // waited for the first would be lost to the other tracks. What may be left behind has one of its own:
+        // were its storage silent, the others of that reader would be left behind with it.
+        const bool isShared = settings_[i].rule == ReadinessRule::Required();
+        Player::PreloadThread& reader = isShared ? *preloadWorkers_[i % nbShared] : AddPreloadWorker();
+        reader.SetPreloadOrderQueue(parameters.preloadQueue_);
         for (const auto& worker : decodeWorkers_) {
             worker->AddDecodeOrderQueue(parameters.decodeQueue_);
         }
@@ -346,6 +321,7 @@ void Session::Impl::StopWorkers() {
 TickReport Session::Impl::Tick(const TimePoint& delta, LookKind kind) {
     TraceSpan span = Record(kind);
     Intake();
+    PlanReach();
     const bool moves = NoteReadiness();
     player_.Update(delta);
     return LookAround(moves, kind, span);
@@ -354,6 +330,7 @@ TickReport Session::Impl::Tick(const TimePoint& delta, LookKind kind) {
 TickReport Session::Impl::TickTo(const TimePoint& head) {
     TraceSpan span = Record(LookKind::Tick);
     Intake();
+    PlanReach();
     const bool moves = NoteReadiness();
     // Lets the player note who makes it wait; it then is put where its own steps would lead but for rounding.
     player_.Update(TimePoint());
@@ -385,7 +362,6 @@ bool Session::Impl::NoteReadiness() {
 }
 
 TickReport Session::Impl::LookAround(bool moved, LookKind kind, TraceSpan& span) {
-    PlanReach();
     TickReport report;
     report.tick = nbTicks_++;
     report.moved = moved;
@@ -437,7 +413,7 @@ void Session::Impl::NotePlace(const Track& track, std::size_t number) {
     const RecordingIndex& recording = Recording(number);
     const TimePoint& head = track.player->GetCurrentTimePoint();
     PlayPlace place;
-    place.picture = recording.PictureAtTime(std::max(head, TimePoint())).value_or(recording.NbPictures());
+    place.picture = recording.PictureAtOrAfter(head);
     place.backward = player_.GetSpeed().Numerator() < 0;
     place.stride = StrideOf(track, number);
     // What can be kept; the window alone would leave out what the store keeps for later.
@@ -613,9 +589,9 @@ std::vector<SampleRate> Session::Impl::FetchRates() const {
 void Session::Impl::GoTo(const TimePoint& tp, bool dragged) {
     player_.GoTo(tp);
     dragged_ = dragged;
-    AbandonAll();
     gate_.Restart();
     meter_.Restart();
+    AbandonAll();
     WithdrawAll();
 }
 
@@ -695,7 +671,7 @@ Counters Session::Impl::GetCounters() const {
 }
 
 Session::Session(std::vector<std::shared_ptr<const RecordingIndex>> recordings, const SessionOptions& options)
-    : Session(AllFromTheOrigin(std::move(recordings)), options) {
+    : Session(TracksFromTheOrigin(std::move(recordings)), options) {
 }
 
 Session::Session(std::vector<SessionTrack> tracks, const SessionOptions& options)

@@ -34,8 +34,8 @@ struct SessionOptions {
     /// Wall time behind it, for those who turn round.
     Time::TimePoint behind = Time::TimePoint().FromMilliseconds(200);
 
-    /// Workers that read. Each serves its share of the tracks, so a slow file holds up only the tracks that it
-    /// shares a worker with.
+    /// Workers that read. Each serves its share of the required tracks, so a slow file holds up only the
+    /// tracks that it shares a worker with; every other track has one of its own besides.
     std::size_t nbPreloadWorkers = 2;
 
     /// Workers that decode; about as many as there are cores.

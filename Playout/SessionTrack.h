@@ -2,7 +2,9 @@
 
 #include <cstddef>
 #include <memory>
+#include <vector>
 
+#include "Playout/PlayoutExport.h"
 #include "Playout/ReadinessRule.h"
 #include "Playout/RecordingIndex.h"
 #include "Time/TimePoint.h"
@@ -29,5 +31,13 @@ struct SessionTrack {
     /// Its share of the memory is this part of the sum of all weights. At least 1.
     std::size_t weight = 1;
 };
+
+/// Required tracks of these recordings, each of which begins at the origin.
+[[nodiscard]] TAVRIN_PLAYOUT_EXPORT std::vector<SessionTrack> TracksFromTheOrigin(
+    std::vector<std::shared_ptr<const RecordingIndex>> recordings);
+
+/// The tracks themselves. Throws std::invalid_argument, naming track, value and rule, when there are none, or for
+/// one without a recording, without weight, or whose recording is over before the origin.
+[[nodiscard]] TAVRIN_PLAYOUT_EXPORT std::vector<SessionTrack> CheckedTracks(std::vector<SessionTrack> tracks);
 
 }  // namespace Tavrin::Playout

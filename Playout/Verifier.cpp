@@ -121,7 +121,11 @@ private:
     }
 
     void Compare(VerifyPass& pass, std::int64_t sample, const ShownTick& shown, const TickReport& tick) {
-        const std::size_t picture = index_->PictureAt(sample).value();
+        const std::size_t picture = index_->PictureAtOrAfter(index_->SampleStart(sample));
+        if (!index_->PictureAt(sample)) {
+            CompareHole(pass, picture, shown);
+            return;
+        }
         const std::optional<Reference>& reference = references_[picture];
         if (shown.time.SampleNumber(index_->Rate()) != sample) {
             Differ(pass, shown.time, picture,
@@ -132,6 +136,15 @@ private:
             CompareMissing(pass, shown.time, picture, reference);
         } else {
             ComparePicture(pass, shown.time, picture, reference, *shown.pictures.front());
+        }
+    }
+
+    /// Before that picture there is none.
+    void CompareHole(VerifyPass& pass, std::size_t next, const ShownTick& shown) {
+        if (shown.pictures.front() != nullptr) {
+            Differ(pass, shown.time, next,
+                   "picture " + std::to_string(shown.pictures.front()->Number()) +
+                       " is on show in the hole before it");
         }
     }
 

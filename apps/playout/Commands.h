@@ -12,6 +12,7 @@ enum ExitStatus { Success = 0, Failure = 1, Usage = 2 };
 void AddBenchCommand(CLI::App& program, int& status);
 void AddInfoCommand(CLI::App& program, int& status);
 void AddPlayCommand(CLI::App& program, int& status);
+void AddSimulateCommand(CLI::App& program, int& status);
 void AddVerifyCommand(CLI::App& program, int& status);
 
 }  // namespace Tavrin::Playout::Program

@@ -7,6 +7,7 @@
 
 #include "apps/playout/CommandScript.h"
 #include "apps/playout/Output.h"
+#include "apps/playout/TrackOptions.h"
 
 namespace Tavrin::Playout::Program {
 
@@ -53,7 +54,8 @@ void Desk::Begin(const Time::TimePoint& start) {
         return;
     }
     for (std::size_t track = 0; track < session_.NbTracks(); ++track) {
-        recorder_->Remark(session_.Recording(track).File());
+        const std::string settings = DescribeSettings(session_.Track(track));
+        recorder_->Remark(session_.Recording(track).File() + (settings.empty() ? "" : ", " + settings));
     }
     recorder_->Note({{}, JumpTo{start}});
     recorder_->Note({{}, SetSpeed{playback_.speed}});

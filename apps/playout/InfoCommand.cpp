@@ -43,6 +43,13 @@ std::string DescribeGroups(const RecordingIndex& index) {
            std::to_string(index.ReorderDepth()) + " before their turn";
 }
 
+std::string DescribeRate(const RecordingIndex& index) {
+    if (index.NbHoles() > 0) {
+        return "constant but for " + FormatCount(index.NbHoles(), "hole");
+    }
+    return index.ConstantRate() ? "constant" : "variable: some pictures stay longer";
+}
+
 void Print(const RecordingIndex& index) {
     const RecordingDescription& description = index.Description();
     std::cout << "file        " << index.File() << '\n'
@@ -50,8 +57,7 @@ void Print(const RecordingIndex& index) {
               << "stream      " << index.Stream() << ": " << description.codec << ", "
               << (description.pixelFormat.empty() ? "pixel format unknown" : description.pixelFormat) << ", "
               << description.width << 'x' << description.height << ", " << DescribeScan(description) << '\n'
-              << "rate        " << FormatRate(index.Rate()) << " per second, "
-              << (index.ConstantRate() ? "constant" : "variable: some pictures stay longer") << '\n'
+              << "rate        " << FormatRate(index.Rate()) << " per second, " << DescribeRate(index) << '\n'
               << "duration    " << FormatTime(index.Duration()) << '\n'
               << "pictures    " << index.NbPictures() << '\n'
               << "groups      " << DescribeGroups(index) << '\n'

@@ -19,7 +19,9 @@
 #include "apps/playout/Output.h"
 #include "apps/playout/PlaySummary.h"
 #include "apps/playout/ProgressLine.h"
+#include "apps/playout/SpeedNotice.h"
 #include "apps/playout/Text.h"
+#include "apps/playout/TrackOptions.h"
 
 namespace Tavrin::Playout::Program {
 
@@ -29,6 +31,7 @@ constexpr std::uint32_t kMostSeconds = 86'400;
 
 struct PlayArguments {
     std::vector<std::string> files;
+    TrackOptions tracks;
     int stream = RecordingIndex::kFirstVideo;
     Output output;
     bool fast = false;
@@ -54,6 +57,17 @@ PlaybackOptions OptionsFor(const PlayArguments& arguments) {
 }
 
 /// What cannot be played as asked is the user's to put right.
+Session OpenSession(const PlayArguments& arguments, const Measures& measures) {
+    SessionOptions options = arguments.session;
+    options.trace = measures.GetTrace();
+    std::vector<SessionTrack> tracks = arguments.tracks.Apply(OpenRecordings(arguments));
+    try {
+        return Session(std::move(tracks), options);
+    } catch (const std::invalid_argument& error) {
+        throw UsageError(error.what());
+    }
+}
+
 Playback PreparePlayback(Session& session, const PlaybackOptions& options) {
     try {
         return Playback(session, options);
@@ -66,11 +80,36 @@ std::string DescribeProgress(const Session& session, const ShownTick& shown, con
                              std::uint64_t nbLate) {
     std::string text = FormatTime(tick.time) + " of " + FormatTime(session.End()) + "  speed " +
                        FormatSpeed(session.Speed()) + "  " + FormatCount(shown.tick + 1, "tick");
-    return nbLate == 0 ? text : text + ", " + std::to_string(nbLate) + " late";
+    if (nbLate > 0) {
+        text += ", " + std::to_string(nbLate) + " late";
+    }
+    return IsShort(tick.heldSpeed, session.Speed()) ? text + ", held " + FormatDecimal(tick.heldSpeed, 2)
+                                                    : text;
 }
 
-PlayReport Run(Playback& playback, const Session& session, Desk& desk, IPictureSink* sink,
-               MissingPictures& missing, Measures& measures) {
+/// What is noted while playing, for people.
+struct Notes {
+    Notes(const Session& session, Measures& taken) : missing(session), measures(taken) {}
+
+    MissingPictures missing;
+    SpeedNotice speed;
+    Measures& measures;
+    bool isRealTime = false;
+    std::ostream* out = nullptr;
+};
+
+/// Says when the speed cannot be held, which is no shortfall where there is no clock to keep to.
+void NoteSpeed(Notes& notes, const Session& session, const TickReport& tick, ProgressLine& line) {
+    if (!notes.isRealTime) {
+        return;
+    }
+    if (const auto text = notes.speed.Note(SpeedNotice::Clock::now(), session.Speed(), tick)) {
+        line.Clear();
+        *notes.out << "too slow   " << *text << std::endl;
+    }
+}
+
+PlayReport Run(Playback& playback, const Session& session, Desk& desk, IPictureSink* sink, Notes& notes) {
     ProgressLine line;
     std::uint64_t nbLate = 0;
     const auto show = [&](const ShownTick& shown, const TickReport& tick) {
@@ -78,8 +117,9 @@ PlayReport Run(Playback& playback, const Session& session, Desk& desk, IPictureS
             sink->Write(shown);
         }
         desk.Show(shown);
-        missing.Note(tick);
-        measures.Note(session);
+        notes.missing.Note(tick);
+        NoteSpeed(notes, session, tick, line);
+        notes.measures.Note(session);
         nbLate += tick.IsReady() ? 0 : 1;
         if (line.IsDue()) {
             line.Show(DescribeProgress(session, shown, tick, nbLate));
@@ -99,13 +139,13 @@ PlayReport Run(Playback& playback, const Session& session, Desk& desk, IPictureS
 /// How it went so far is worth knowing above all when it goes wrong; only then what cannot be written does not
 /// matter any more.
 PlayReport RunToTheEnd(Playback& playback, const Session& session, Desk& desk, IPictureSink* sink,
-                       MissingPictures& missing, Measures& measures) {
+                       Notes& notes) {
     try {
-        return Run(playback, session, desk, sink, missing, measures);
+        return Run(playback, session, desk, sink, notes);
     } catch (...) {
         const auto failure = std::current_exception();
         try {
-            measures.Finish(session);
+            notes.measures.Finish(session);
         } catch (const std::exception& error) {
             std::cerr << "playout: " << error.what() << '\n';
         }
@@ -131,11 +171,8 @@ void RefuseContradictions(const PlayArguments& arguments) {
 int Play(const PlayArguments& arguments) {
     RefuseContradictions(arguments);
     const PlaybackOptions options = OptionsFor(arguments);
-    const auto recordings = OpenRecordings(arguments);
     Measures measures(arguments.measures, arguments.files);
-    SessionOptions sessionOptions = arguments.session;
-    sessionOptions.trace = measures.GetTrace();
-    Session session(recordings, sessionOptions);
+    Session session = OpenSession(arguments, measures);
     Playback playback = PreparePlayback(session, options);
     Desk desk(arguments.desk, session, options);
     const auto sink = OpenOutput(arguments.output, session);
@@ -143,9 +180,11 @@ int Play(const PlayArguments& arguments) {
     if (!desk.WhyNoWindow().empty()) {
         out << "window     none: " << desk.WhyNoWindow() << std::endl;
     }
-    MissingPictures missing(session);
-    const PlayReport report = RunToTheEnd(playback, session, desk, sink.get(), missing, measures);
-    PrintSummary(out, session, report, missing);
+    Notes notes(session, measures);
+    notes.isRealTime = options.realTime;
+    notes.out = &out;
+    const PlayReport report = RunToTheEnd(playback, session, desk, sink.get(), notes);
+    PrintSummary(out, session, report, notes.missing, notes.speed);
     measures.Finish(session);
     if (HasShownNothing(report)) {
         std::cout.flush();
@@ -164,8 +203,8 @@ void AddRangeOptions(CLI::App& command, PlaybackOptions& playback) {
               "first; backward the last)");
     AddParsed(command, "--to", playback.to, &ParseTime, "TIME",
               "End before the picture that begins then; backward that\n"
-              "is the last one shown (default: the end of the longest\n"
-              "file; backward its beginning)");
+              "is the last one shown (default: the latest end of a\n"
+              "file; backward the origin)");
     const auto count = [&playback](const std::uint64_t& nb) { playback.nbTicks = nb; };
     command
         .add_option_function<std::uint64_t>("--count", count,
@@ -247,14 +286,15 @@ void AddPlayCommand(CLI::App& program, int& status) {
               "md5:FILE  a line with a check sum for each tick\n"
               "The FILE - is standard output.");
     AddPacingOptions(*command, *arguments);
+    arguments->tracks.AddTo(*command);
     AddDeskOptions(*command, arguments->desk);
     AddMeasureOptions(*command, arguments->measures);
     AddMemoryOption(*command, arguments->session.memoryBytes);
     AddStreamOption(*command, arguments->stream);
     command->footer(
-        "A TIME is in seconds (12.5), or m:ss (1:02.5), or h:mm:ss. Several files start together\n"
-        "and are written as a mosaic. A picture that cannot be read or decoded is counted as\n"
-        "missing, and the one before it stays.\n"
+        "A TIME is in seconds (12.5), or m:ss (1:02.5), or h:mm:ss. Several files start together,\n"
+        "or each at its offset, and are written as a mosaic. A picture that cannot be read or\n"
+        "decoded is counted as missing, and the one before it stays.\n"
         "\n"
         "In the window: L plays forward, J backward, each once more for 2, 4, 8 and 16 times the\n"
         "speed; K stops, held with J or L it plays at a quarter. Space stops and plays, the arrows\n"

@@ -1,9 +1,11 @@
 #include "apps/playout/PlaySummary.h"
 
+#include <algorithm>
 #include <ostream>
 #include <string>
 
 #include "apps/playout/Text.h"
+#include "apps/playout/TrackOptions.h"
 
 namespace Tavrin::Playout::Program {
 
@@ -13,16 +15,31 @@ using std::chrono::milliseconds;
 
 namespace {
 
+/// For whom the others waited, and who was left behind.
+void PrintWaits(std::ostream& out, const TrackReport& report) {
+    if (report.nbHeld > 0) {
+        out << "held       " << FormatCount(report.nbHeld, "tick") << ": all waited for this file\n";
+    }
+    if (report.nbLeftBehind > 0) {
+        out << "behind     " << FormatCount(report.nbLeftBehind, "tick")
+            << ": the others went on without this file\n";
+    }
+}
+
 void PrintTrack(std::ostream& out, const Session& session, std::size_t track, const TrackReport& report,
                 const std::set<std::size_t>& missing) {
     const TrackInformation information = session.GetInformation(track);
-    out << "file       " << session.Recording(track).File() << '\n'
-        << "pictures   " << report.nbNew << " shown, " << report.nbRepeated << " repeated, " << report.nbLate
+    out << "file       " << session.Recording(track).File() << '\n';
+    if (const std::string settings = DescribeSettings(session.Track(track)); !settings.empty()) {
+        out << "track      " << settings << '\n';
+    }
+    out << "pictures   " << report.nbNew << " shown, " << report.nbRepeated << " repeated, " << report.nbLate
         << " late, " << report.nbMissing << " missing";
     if (report.nbEmpty > 0) {
-        out << ", " << report.nbEmpty << " ticks outside of the recording";
+        out << ", " << report.nbEmpty << " empty";
     }
     out << '\n';
+    PrintWaits(out, report);
     if (!missing.empty()) {
         out << "missing    " << FormatCount(missing.size(), "picture") << ": " << FormatRanges(missing)
             << '\n';
@@ -33,8 +50,7 @@ void PrintTrack(std::ostream& out, const Session& session, std::size_t track, co
         << FormatCount(information.reading.nbFailedReads + information.decoding.nbErrors, "error") << '\n';
 }
 
-/// Recording time that passed for the wall time that it took, which says nothing under commands, and the rate
-/// of the ticks.
+/// The speed that was held, which says nothing under commands, and the rate of the ticks.
 void PrintSpeed(std::ostream& out, const PlayReport& report) {
     const double wall = duration<double>(report.elapsed).count();
     if (report.nbTicks < 2 || wall <= 0) {
@@ -46,9 +62,13 @@ void PrintSpeed(std::ostream& out, const PlayReport& report) {
         out << "commands   " << report.nbCommands << ", " << rate;
         return;
     }
-    const double played =
-        duration<double>(std::chrono::nanoseconds((report.last - report.first).Nanoseconds())).count();
-    out << "speed      " << FormatDecimal(played / wall, 2) << ", " << rate;
+    out << "speed      " << FormatDecimal(report.heldSpeed, 2) << ", " << rate;
+}
+
+/// The play head stands inside of samples; people know pictures by their beginning.
+Time::TimePoint BeginOfSample(const Session& session, const Time::TimePoint& head) {
+    const Time::TimePoint begin = session.Begin(0);
+    return std::max(begin + (head - begin).AlignWith(session.Recording(0).Rate()), Time::TimePoint());
 }
 
 std::string DescribeEnd(const PlayReport& report) {
@@ -74,24 +94,25 @@ void MissingPictures::Note(const TickReport& tick) {
     for (std::size_t track = 0; track < tick.tracks.size(); ++track) {
         if (tick.tracks[track].missing) {
             // A missing view says that a picture belongs there.
-            pictures_[track].insert(session_.Recording(track).PictureAtTime(tick.time).value());
+            pictures_[track].insert(session_.PictureAtTime(track, tick.time).value());
         }
     }
 }
 
 void PrintSummary(std::ostream& out, const Session& session, const PlayReport& report,
-                  const MissingPictures& missing) {
+                  const MissingPictures& missing, const SpeedNotice& speed) {
     if (report.nbTicks == 0) {
         out << "played     nothing" << DescribeEnd(report) << '\n';
         return;
     }
-    // The play head stands inside of samples; people know pictures by their beginning.
-    const Player::SampleRate& rate = session.Recording(0).Rate();
-    out << "played     " << FormatTime(report.first.AlignWith(rate)) << " to "
-        << FormatTime(report.last.AlignWith(rate)) << " in " << FormatCount(report.nbTicks, "tick") << " of "
-        << FormatRate(session.DisplayRate()) << " a second at speed " << FormatSpeed(session.Speed())
-        << DescribeEnd(report) << '\n';
+    out << "played     " << FormatTime(BeginOfSample(session, report.first)) << " to "
+        << FormatTime(BeginOfSample(session, report.last)) << " in " << FormatCount(report.nbTicks, "tick")
+        << " of " << FormatRate(session.DisplayRate()) << " a second at speed "
+        << FormatSpeed(session.Speed()) << DescribeEnd(report) << '\n';
     PrintSpeed(out, report);
+    if (!speed.Summary().empty()) {
+        out << "too slow   " << speed.Summary() << '\n';
+    }
     out << "start      first picture after " << duration_cast<milliseconds>(report.untilFirst).count()
         << " ms\n";
     if (report.nbSleptThrough > 0) {

@@ -7,6 +7,7 @@
 
 #include "Playout/PlayReport.h"
 #include "Playout/Session.h"
+#include "apps/playout/SpeedNotice.h"
 
 namespace Tavrin::Playout::Program {
 
@@ -27,6 +28,6 @@ private:
 
 /// Prints what playing came to, as plain text.
 void PrintSummary(std::ostream& out, const Session& session, const PlayReport& report,
-                  const MissingPictures& missing);
+                  const MissingPictures& missing, const SpeedNotice& speed);
 
 }  // namespace Tavrin::Playout::Program

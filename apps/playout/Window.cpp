@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "apps/playout/SpeedNotice.h"
 #include "apps/playout/Text.h"
 
 namespace Tavrin::Playout::Program {
@@ -220,13 +221,14 @@ void Window::Draw(const ShownTick& shown) {
     SDL_RenderPresent(renderer_.get());
 }
 
-/// Runs of cells in the same state, as long as the recording is, and the play head.
+/// Runs of cells in the same state, where the recording is, and the play head.
 void Window::DrawTimeline(const WindowLayout& layout, std::size_t track, const TimePoint& head) {
     const Rectangle place = layout.Timeline(track);
     const auto& states = states_[track];
-    const int last = layout.ColumnOf(track, session_.Recording(track).End() - TimePoint().FromNanoseconds(1));
+    const int last = layout.ColumnOf(track, session_.End(track) - TimePoint().FromNanoseconds(1));
     const int nb = std::min(last - place.x + 1, static_cast<int>(states.size()));
-    for (int first = 0, end = 0; first < nb; first = end) {
+    const int begin = layout.ColumnOf(track, session_.Begin(track)) - place.x;
+    for (int first = begin, end = 0; first < nb; first = end) {
         const CellState state = states[static_cast<std::size_t>(first)];
         for (end = first; end < nb && states[static_cast<std::size_t>(end)] == state;) {
             ++end;
@@ -249,8 +251,10 @@ void Window::ShowTitle(const ShownTick& shown) {
     }
     titlePace_.Drew(now, now);
     const std::string name = std::filesystem::path(session_.Recording(0).File()).filename().string();
-    const std::string title = name + "  " + FormatTime(shown.time) + " of " + FormatTime(session_.End()) +
-                              "  speed " + FormatSpeed(session_.Speed());
+    const std::string title =
+        name + "  " + FormatTime(shown.time) + " of " + FormatTime(session_.End()) + "  speed " +
+        FormatSpeed(session_.Speed()) +
+        (IsShort(shown.heldSpeed, session_.Speed()) ? ", held " + FormatDecimal(shown.heldSpeed, 2) : "");
     if (title != title_) {
         SDL_SetWindowTitle(window_.get(), title.c_str());
         title_ = title;

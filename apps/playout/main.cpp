@@ -28,6 +28,7 @@ void Describe(CLI::App& program) {
         "  playout play left.mp4 right.mp4 --output png:both      two files in step, side by side\n"
         "  playout verify clip.mp4                                compares with a straight decode\n"
         "  playout bench clip.mp4 --cases play,jump               how well it is played here\n"
+        "  playout simulate --tracks 64 --cores 16 --find-tracks  how many would play on other machines\n"
         "\n"
         "`playout COMMAND --help` tells about a command. Exit status: 0 done; 1 error, or a\n"
         "difference found; 2 wrong usage; 128 plus the signal's number when interrupted.");
@@ -56,6 +57,7 @@ int Run(CLI::App& program, int argc, char** argv) {
     AddPlayCommand(program, status);
     AddVerifyCommand(program, status);
     AddBenchCommand(program, status);
+    AddSimulateCommand(program, status);
     try {
         program.parse(argc, argv);
         if (program.get_subcommands().empty()) {

@@ -152,6 +152,18 @@ TEST(ManyTracks, AnOffsetOfAPartOfASampleIsKeptToTheNanosecond) {
     EXPECT_EQ(report.tracks[1].picture->Number(), 1U);
 }
 
+TEST(ManyTracks, WhatBeginsSoonIsFetchedBefore) {
+    for (const auto& [speed, place] : {std::pair(Ratio(1, 1), Ms(900)), std::pair(Ratio(-1, 1), Ms(3500))}) {
+        Session session({Track(Ms(2400)), Track(Ms(1000))});
+        session.SetSpeed(speed);
+        session.GoTo(place);
+        const TickReport report =
+            LookUntil(session, [&](const TickReport&) { return session.GetInformation(1).nbReady > 0; });
+        EXPECT_EQ(report.tracks[1].status, SampleStatus::Empty);
+        EXPECT_EQ(report.time, place);
+    }
+}
+
 TEST(ManyTracks, TheTimelineOfATrackIsThatOfTheSession) {
     Session session({Track(), Track(Ms(1000))});
     session.SetSpeed(Ratio());
@@ -160,6 +172,36 @@ TEST(ManyTracks, TheTimelineOfATrackIsThatOfTheSession) {
     const auto cells = session.CellStates(1, {TimePoint(), Ms(3400), 85});
     EXPECT_EQ(cells[24], CellState::Absent);
     EXPECT_EQ(cells[25], CellState::Ready);
+}
+
+void ExpectHolesAreEmpty(const std::string& file) {
+    const auto holed = RecordingIndex::Build(file);
+    ASSERT_EQ(holed->NbHoles(), 1U);
+    for (const Ratio& speed : {Ratio(1, 1), Ratio(-1, 1), Ratio(3, 1), Ratio(-3, 1)}) {
+        std::uint64_t nbInHole = 0;
+        Session session({SessionTrack{holed, {}, {}, 1}, Track(Ms(1200))});
+        const PlayReport report =
+            Playback(session, AtSpeed(speed)).Run([&](const ShownTick& shown, const TickReport& tick) {
+                const int expected = Expected(session, 0, shown.time);
+                const bool isHole = shown.time >= Ms(37 * 40) && shown.time < Ms(86 * 40);
+                nbInHole += isHole ? 1 : 0;
+                EXPECT_EQ(expected == -1, isHole) << shown.time;
+                EXPECT_EQ(NumbersOf(shown)[0] == -1, isHole) << shown.time;
+                EXPECT_FALSE(tick.tracks[0].missing) << "nothing is lost there: there is nothing";
+                EXPECT_EQ(NumbersOf(shown)[1] == -1, Expected(session, 1, shown.time) == -1);
+                return true;
+            });
+        EXPECT_EQ(report.tracks[0].nbEmpty, nbInHole) << speed;
+        EXPECT_GT(nbInHole, 10U) << speed;
+    }
+}
+
+TEST(ManyTracks, InAHoleATrackIsEmptyAndTheOthersGoOn) {
+    ExpectHolesAreEmpty(Clips::HoledMatroska());
+}
+
+TEST(ManyTracks, InAHoleOfATransportStreamToo) {
+    ExpectHolesAreEmpty(Clips::HoledTransport());
 }
 
 TEST(ManyTracks, WhatCanNeverBeShownIsRefusedWithTheReason) {

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Playout/RecordingIndex.h"
@@ -346,6 +347,32 @@ TEST(Playback, InRealTimeATickLastsAsLongAsTheDisplayShowsIt) {
     // What is late is repeated: a slow machine shows more ticks, never fewer.
     EXPECT_GE(Play(*session, options, &report).size(), 12U);
     EXPECT_GE(report.elapsed, 11 * 40ms);
+}
+
+TEST(Playback, InRealTimeAStorageThatIsALittleTooSlowIsPlayedEvenly) {
+    // Each picture is a group, and takes 55 ms to read where a tick lasts 40 ms.
+    const auto session = Open({Clips::MotionJpeg()});
+    session->Preloader().SetReadHook(
+        [](const Player::TrackId&, std::size_t) { std::this_thread::sleep_for(55ms); });
+    PlaybackOptions options = AtSpeed(Ratio(1, 1));
+    options.realTime = true;
+    std::vector<std::chrono::nanoseconds> stands;
+    std::chrono::steady_clock::time_point since;
+    int before = -1;
+    const PlayReport report = Playback(*session, options).Run([&](const ShownTick& shown, const TickReport&) {
+        const auto now = std::chrono::steady_clock::now();
+        if (NumbersOf(shown).front() != before) {
+            stands.push_back(now - since);
+            since = now;
+            before = NumbersOf(shown).front();
+        }
+        return true;
+    });
+    EXPECT_EQ(report.tracks.at(0).nbNew, 60U);
+    // Kept to the ticks of the clock, pictures would stand for one of them or for two: 40 ms or 80 ms.
+    std::nth_element(stands.begin(), stands.begin() + 30, stands.end());
+    EXPECT_GT(stands[30], 50ms);
+    EXPECT_LT(stands[30], 75ms);
 }
 
 TEST(Playback, InRealTimeTicksThatTheCallbackSleepsThroughAreCounted) {

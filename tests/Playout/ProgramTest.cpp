@@ -290,6 +290,32 @@ TEST(Program, SeveralFilesPlayInStep) {
     EXPECT_EQ(lines.at(59).md5.substr(lines.at(59).md5.find(',')), ",-");
 }
 
+TEST(Program, FilesBeginAtTheirOffsets) {
+    const std::string clip = Clips::Short();
+    const auto lines =
+        Md5Lines({clip, clip, "--offset", "1=0.2", "--wait", "1=5000", "--from", "0.12", "--count", "3"});
+    EXPECT_EQ(Pictures(lines), (std::vector<std::string>{"3,-", "4,-", "5,0"}));
+}
+
+TEST(Program, TheSummaryTellsHowEachFileWasPlayed) {
+    const std::string clip = Clips::Short();
+    const ProgramResult result = RunPlayout(
+        {"play", clip, clip, "--fast", "--offset", "1=0.4", "--wait", "1=5000", "--weight", "1=2"});
+    ExpectSuccess(result);
+    EXPECT_TRUE(Contains(result.output,
+                         "track      begins at 00:00:00.400, waited for up to 5000 ms, weight 2\n"
+                         "pictures   12 shown, 0 repeated, 0 late, 0 missing, 10 empty\n"))
+        << result.output;
+}
+
+TEST(Program, ATrackThatThereIsNoneOfIsWrongUsage) {
+    ExpectFailure(RunPlayout({"play", Clips::Short(), "--offset", "1=2"}), 2,
+                  "--offset 1=2: there is no track 1: 1 file numbered from 0");
+    ExpectFailure(RunPlayout({"play", Clips::Short(), "--offset", "0=-5"}), 2,
+                  "it is over before playing begins");
+    ExpectFailure(RunPlayout({"play", Clips::Short(), "--wait", "0=often"}), 2, "--wait: 'often' is none of");
+}
+
 TEST(Program, Y4mIsReadBackByFfmpegPictureByPicture) {
     const std::string clip = Clips::ClosedGroups();
     const std::string file = Clips::Scratch("out.y4m");

@@ -67,6 +67,16 @@ INSTANTIATE_TEST_SUITE_P(
                     Clip{"HevcOpenGroups", &Clips::HevcOpenGroups}, Clip{"ProRes", &Clips::ProRes}),
     [](const auto& clip) { return clip.param.name; });
 
+TEST(Verifier, InAHoleNothingIsToBeShown) {
+    const auto index = RecordingIndex::Build(Clips::HoledMatroska());
+    ASSERT_EQ(index->NbSamples(), 120);
+    ASSERT_EQ(index->NbPictures(), 71U);
+    const VerifyReport report = Verifier(index, Options()).Run();
+    EXPECT_EQ(Describe(report), "no difference");
+    EXPECT_EQ(report.passes.at(0).nbSame, 71U);
+    EXPECT_EQ(report.passes.at(1).nbSame, 71U);
+}
+
 TEST(Verifier, InADamagedRecordingOnlyWhatTheDecoderMarksMayDiffer) {
     const VerifyReport report = Verify(Clips::Damaged());
     EXPECT_EQ(Describe(report), "no difference");

@@ -288,6 +288,16 @@ std::string VariableMatroska() {
     return Copied("variable.mkv", VariableRate());
 }
 
+std::string HoledMatroska() {
+    return Encoded("holed.mkv", Pattern("4.8") +
+                                    "-vf \"select='not(between(n,37,85))'\" -fps_mode passthrough " +
+                                    Libx264("keyint=12:bframes=2"));
+}
+
+std::string HoledTransport() {
+    return Copied("holed.ts", HoledMatroska());
+}
+
 std::string LateMatroska() {
     return Copied("late.mkv", OpenGroups(), "-output_ts_offset 10");
 }

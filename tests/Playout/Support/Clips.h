@@ -54,6 +54,8 @@ std::string NumberedMotionJpeg();         ///< Intra only, full range, in QuickT
 std::string Matroska();          ///< OpenGroups in Matroska, whose stamps are milliseconds.
 std::string NtscMatroska();      ///< Ntsc in Matroska.
 std::string VariableMatroska();  ///< VariableRate in Matroska.
+std::string HoledMatroska();     ///< The pictures 37 to 85 of 120 left out: a hole of 1.96 s.
+std::string HoledTransport();    ///< The same in an MPEG transport stream.
 std::string LateMatroska();      ///< OpenGroups, its first time stamp 10 s.
 std::string Transport();         ///< OpenGroups in an MPEG transport stream.
 std::string Mpeg2Interlaced();  ///< MPEG-2 with two B-frames, interlaced, open groups, in a transport stream.
