@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "Playout/Counters.h"
 #include "Playout/Session.h"
 #include "Playout/Support/Clips.h"
 
@@ -170,7 +171,7 @@ TEST_F(Wall, OfAHundredTracksASilentStorageStopsNobody) {
         }
     }
     EXPECT_GT(nbMoves, 100U);
-    EXPECT_EQ(session_->GetInformation(kSilent).nbShown, 0U);
+    EXPECT_EQ(session_->GetCounters().tracks[kSilent].pictures.nbExact, 0U);
     Open();
 }
 
