@@ -59,6 +59,7 @@ void AddPicture(Content& content, std::size_t number, std::size_t group, const R
     picture.start = Time::TimePoint::StartOfSample(sample, model.rate);
     picture.duration = Time::TimePoint::StartOfSample(sample + 1, model.rate) - picture.start;
     picture.sample = sample;
+    picture.end = sample + 1;
     picture.packet = number;
     picture.group = group;
     picture.key = isKey;
