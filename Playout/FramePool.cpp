@@ -6,6 +6,8 @@
 #include <array>
 #include <new>
 
+#include "Playout/Ffmpeg.h"
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/frame.h>
@@ -175,6 +177,16 @@ void FramePool::GiveBack(std::uint8_t* data, std::size_t size) {
 void FramePool::Release(void* opaque, std::uint8_t* data) {
     const std::unique_ptr<Block> block(static_cast<Block*>(opaque));
     block->pool->GiveBack(data, block->size);
+}
+
+std::size_t FramePool::BytesFor(AVCodecContext& context) {
+    const auto frame = Ffmpeg::NewFrame();
+    frame->format = context.pix_fmt;
+    frame->width = std::max(context.width, context.coded_width);
+    frame->height = std::max(context.height, context.coded_height);
+    Layout layout;
+    const bool isKnown = context.pix_fmt != AV_PIX_FMT_NONE && frame->width > 0 && frame->height > 0;
+    return isKnown && LayOut(context, *frame, layout) ? layout.size : 0;
 }
 
 int FramePool::Fill(AVFrame& frame, AVCodecContext& context) {

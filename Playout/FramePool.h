@@ -33,6 +33,9 @@ public:
     /// keeps the pool for as long as the decoder is open.
     void ServeTo(AVCodecContext& context);
 
+    /// What a picture of the size and format of the context takes here, in bytes; 0 when it does not say them.
+    [[nodiscard]] static std::size_t BytesFor(AVCodecContext& context);
+
     /// Idle memory beyond it goes back to the system.
     void SetMaxBytes(std::size_t maxBytes);
 

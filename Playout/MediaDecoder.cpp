@@ -87,7 +87,12 @@ public:
                               {"picture", static_cast<std::int64_t>(sample.PictureNumber())}});
         const Visit visit(*this, group.Number());
         DecodeManner manner;
-        manner.isStale = [&](std::size_t latest) { return visit.IsStale(sample.PictureNumber(), latest); };
+        // At its time another picture may be due, for which this one stands in.
+        const std::size_t asked =
+            index_->PictureAtTime(sample.GetTimePoint()).value_or(sample.PictureNumber());
+        manner.isStale = [&](std::size_t latest) {
+            return visit.IsStale(sample.PictureNumber(), asked, latest);
+        };
         if (visit.IsOutOfDate(sample.PictureNumber())) {
             return nullptr;
         }
@@ -225,14 +230,14 @@ private:
 
         /// Going on to the picture would not lead to where the play head has gone: to another group, or to a
         /// picture that the decoder is past. Or, where there is not the time to decode everything, the play head
-        /// has passed the picture.
-        bool IsStale(std::size_t picture, std::size_t latest) const {
+        /// has passed the one that was asked for.
+        bool IsStale(std::size_t picture, std::size_t asked, std::size_t latest) const {
             const std::scoped_lock lock(track_.mutex_);
             if (HasMoved() && track_.kept_ != picture) {
                 const auto kept = track_.kept_;
                 return !kept || *kept <= latest || track_.index_->Picture(*kept).group != group_;
             }
-            return !track_.reach_.IsWhole() && track_.store_->IsPassed(picture);
+            return !track_.reach_.IsWhole() && track_.store_->IsPassed(asked);
         }
 
         /// Of the pictures that are asked for, it is the last one of its group.

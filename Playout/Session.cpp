@@ -20,8 +20,8 @@
 #include "Playout/MemoryPlan.h"
 #include "Playout/SpeedMeter.h"
 #include "Playout/TickGate.h"
-#include "Playout/TrackPlayer.h"
 #include "Playout/Trace.h"
+#include "Playout/TrackPlayer.h"
 #include "Playout/ViewCounter.h"
 #include "Playout/WindowPlan.h"
 
@@ -529,6 +529,7 @@ void Session::Impl::StandIn(Track& track, std::size_t number) const {
     track.view.picture = std::move(found);
     track.view.field = PictureField::Frame;
     track.view.standIn = true;
+    track.view.missing = false;
     if (standsIn_) {
         track.view.status = isNew ? SampleStatus::New : SampleStatus::Same;
     }

@@ -151,8 +151,8 @@ TEST(Simulation, NeedsMorePassesBackwardWhereTheMemoryIsSmall) {
     roomy.speed = Ratio(-1, 1);
     roomy.recording.groupLength = 50;
     SimulationOptions tight = roomy;
-    // About 20 pictures beside packets and what decoders refer to.
-    tight.session.memoryBytes = 6'000'000;
+    // A few pictures more than the least that it can be played with.
+    tight.session.memoryBytes = 10'000'000;
     EXPECT_GT(Simulate(tight).counters.All().decodes.nbPackets,
               Simulate(roomy).counters.All().decodes.nbPackets * 3 / 2);
 }
