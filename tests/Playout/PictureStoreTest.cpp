@@ -87,5 +87,52 @@ TEST(PictureStore, ClearGivesTheBytesBack) {
     EXPECT_EQ(store.Find(1), nullptr);
 }
 
+TEST(PictureStore, NearestIsTakenFromTheRangeAskedFor) {
+    PictureStore store(10 * OnePicture());
+    Add(store, {10, 14, 20, 21}, 21);
+    EXPECT_EQ(store.Nearest(13, 0, 100)->Number(), 14U);
+    EXPECT_EQ(store.Nearest(11, 0, 100)->Number(), 10U);
+    EXPECT_EQ(store.Nearest(19, 0, 20)->Number(), 14U);
+    EXPECT_EQ(store.Nearest(5, 20, 30)->Number(), 20U);
+    EXPECT_EQ(store.Nearest(5, 22, 30), nullptr);
+}
+
+TEST(PictureStore, NewestIsTheOneAddedLastAsLongAsItIsHeld) {
+    PictureStore store(10 * OnePicture());
+    EXPECT_EQ(store.Newest(), nullptr);
+    Add(store, {3, 9, 4}, 9);
+    EXPECT_EQ(store.Newest()->Number(), 4U);
+    store.Clear();
+    EXPECT_EQ(store.Newest(), nullptr);
+}
+
+TEST(PictureStore, WithoutAPlaceEveryPictureIsWanted) {
+    const PictureStore store(10 * OnePicture());
+    EXPECT_TRUE(store.Wants(0));
+    EXPECT_FALSE(store.IsPassed(0));
+}
+
+TEST(PictureStore, WantedIsWhatIsShownAndWithinReach) {
+    PictureStore store(10 * OnePicture());
+    store.SetPlace({20, false, 2, 8, 4});
+    for (const std::size_t number : {16U, 18U, 20U, 28U}) {
+        EXPECT_TRUE(store.Wants(number)) << number;
+    }
+    for (const std::size_t number : {14U, 21U, 19U, 30U}) {
+        EXPECT_FALSE(store.Wants(number)) << number;
+    }
+}
+
+TEST(PictureStore, BackwardAheadIsBelow) {
+    PictureStore store(10 * OnePicture());
+    store.SetPlace({20, true, 1, 8, 0});
+    EXPECT_TRUE(store.Wants(12));
+    EXPECT_FALSE(store.Wants(11));
+    EXPECT_FALSE(store.Wants(21));
+    EXPECT_TRUE(store.IsPassed(21));
+    EXPECT_FALSE(store.IsPassed(20));
+    EXPECT_FALSE(store.IsPassed(19));
+}
+
 }  // namespace
 }  // namespace Tavrin::Playout
