@@ -14,7 +14,6 @@
 namespace Tavrin::Playout {
 
 using Time::Ratio;
-using Time::TimePoint;
 
 namespace {
 

@@ -70,9 +70,12 @@ TrackNeeds NeedsOf(const RecordingIndex& recording, const LanePlan& lanes) {
     const std::size_t nbWorking = lanes.nbLanes * (references + threads);
     needs.working = nbWorking * needs.picture;
     needs.least = needs.packets + needs.working + (kFewestAhead + 2) * needs.picture;
-    const std::size_t twoGroups = 2 * LongestGroup(recording) * needs.picture;
-    needs.usual =
-        std::max(std::min(twoGroups, kMostUsualBytes), needs.least + 2 * kFewestAhead * needs.picture);
+    const std::size_t group = LongestGroup(recording) * needs.picture;
+    const std::size_t beingMade = lanes.nbLanes * (threads + 1) * needs.picture;
+    const std::size_t forReverse =
+        needs.packets + needs.working + beingMade + group + kNbAroundGroup * needs.picture;
+    needs.usual = std::max(std::min(std::max(2 * group, forReverse), kMostUsualBytes),
+                           needs.least + 2 * kFewestAhead * needs.picture);
     return needs;
 }
 

@@ -359,6 +359,149 @@ TEST(Session, ReverseDecodesEachGroupOnceWhenItFits) {
     EXPECT_EQ(information.decoding.nbPasses, recording->NbGroups());
 }
 
+/// A session on a recording whose third group cannot be read until it is let go.
+class WithASlowGroup : public testing::Test {
+protected:
+    static constexpr std::size_t kSlow = 2;
+
+    WithASlowGroup() {
+        session_.Preloader().SetReadHook(
+            [released = release_.get_future().share()](const auto&, std::size_t group) {
+                if (group == kSlow) {
+                    released.wait();
+                }
+            });
+        ExpectPicture(Step(session_, TimePoint()), 0, 0);
+    }
+    ~WithASlowGroup() override { LetGo(); }
+
+    void LetGo() {
+        if (!isLetGo_) {
+            release_.set_value();
+        }
+        isLetGo_ = true;
+    }
+
+    [[nodiscard]] TimePoint InSlowGroup() const {
+        const auto picture = static_cast<std::int64_t>(LongGroups()->Group(kSlow).firstPicture);
+        return MiddleOf(*LongGroups(), picture + 7);
+    }
+
+    std::promise<void> release_;
+    bool isLetGo_ = false;
+    Session session_{{LongGroups()}};
+};
+
+TEST_F(WithASlowGroup, DraggedThereTheNearestPictureStandsInUntilTheExactOneIsThere) {
+    session_.DragTo(InSlowGroup());
+    const TickReport dragged = session_.Tick(TimePoint());
+    EXPECT_FALSE(dragged.IsReady());
+    ASSERT_NE(dragged.tracks[0].picture, nullptr);
+    EXPECT_TRUE(dragged.tracks[0].standIn);
+    LetGo();
+    const TickReport report = Settle(session_, dragged);
+    ExpectPicture(report, 0, LongGroups()->Group(kSlow).firstPicture + 7);
+    EXPECT_FALSE(report.tracks[0].standIn);
+}
+
+TEST_F(WithASlowGroup, AJumpThereKeepsWhatIsOnShowAndNothingStandsIn) {
+    session_.GoTo(InSlowGroup());
+    const TickReport jumped = session_.Tick(TimePoint());
+    EXPECT_FALSE(jumped.IsReady());
+    ASSERT_NE(jumped.tracks[0].picture, nullptr);
+    EXPECT_EQ(jumped.tracks[0].picture->Number(), 0U);
+    EXPECT_FALSE(jumped.tracks[0].standIn);
+}
+
+TEST_F(WithASlowGroup, TheLatestJumpIsServedAsSoonAsTheReadInItsWayIsGivenUp) {
+    session_.GoTo(InSlowGroup());
+    session_.Tick(TimePoint());
+    session_.GoTo(MiddleOf(*LongGroups(), 30));
+    LetGo();
+    ExpectPicture(Step(session_, TimePoint()), 0, 30);
+    Drain(session_);
+    session_.GoTo(InSlowGroup());
+    ExpectPicture(Step(session_, TimePoint()), 0, LongGroups()->Group(kSlow).firstPicture + 7);
+}
+
+/// Every tick as fast as possible, so fast that nothing like it can be decoded.
+TEST(Session, WherePicturesCannotBeDecodedInTimeThePlayHeadGoesOnAndOthersStandIn) {
+    SessionOptions options;
+    options.displayRate = LongGroups()->Rate() * Ratio(2000, 1);
+    Session session({LongGroups()}, options);
+    session.AllowStandIns(true);
+    session.SetSpeed(Ratio(4000, 1));
+    session.GoTo(MiddleOf(*LongGroups(), 0));
+    Step(session, TimePoint());
+    const TimePoint tick = TimePoint::StartOfSample(1, options.displayRate);
+    for (int i = 0; i < 40; ++i) {
+        const TickReport report = session.Tick(tick);
+        EXPECT_TRUE(report.moved) << "tick " << i;
+        const TrackView& view = report.tracks[0];
+        ASSERT_NE(view.picture, nullptr) << "tick " << i;
+        const auto due = LongGroups()->PictureAtTime(report.time);
+        ASSERT_TRUE(due.has_value());
+        const std::size_t fetched = *due / 2 * 2;
+        EXPECT_TRUE(view.standIn || view.picture->Number() == *due || view.picture->Number() == fetched)
+            << "picture " << view.picture->Number() << " at " << *due;
+        EXPECT_FALSE(view.missing) << "tick " << i;
+    }
+}
+
+TEST(Session, AfterStandInsTheExactPictureIsShownWherePlayingStops) {
+    SessionOptions options;
+    options.displayRate = LongGroups()->Rate() * Ratio(2000, 1);
+    Session session({LongGroups()}, options);
+    session.AllowStandIns(true);
+    session.SetSpeed(Ratio(4000, 1));
+    session.GoTo(MiddleOf(*LongGroups(), 0));
+    Step(session, TimePoint());
+    const TimePoint tick = TimePoint::StartOfSample(1, options.displayRate);
+    for (std::size_t round = 0; round < 20; ++round) {
+        session.SetSpeed(Ratio(4000, 1));
+        session.Tick(tick);
+        session.SetSpeed(Ratio());
+        const TickReport report = Step(session, TimePoint());
+        ExpectPicture(report, 0, LongGroups()->PictureAtTime(report.time).value());
+        EXPECT_FALSE(report.tracks[0].standIn);
+    }
+}
+
+TEST(Session, TooLittleMemoryIsRefusedAndNothingChanges) {
+    Session session({LongGroups()});
+    const std::size_t before = session.Memory();
+    EXPECT_THROW(session.SetMemory(1000), std::invalid_argument);
+    EXPECT_EQ(session.Memory(), before);
+    SessionOptions options;
+    options.memoryBytes = 1000;
+    EXPECT_THROW(Session({LongGroups()}, options), std::invalid_argument);
+}
+
+TEST(Session, PicturesNeverTakeMoreThanTheirShareOfTheMemory) {
+    const auto recording = LongGroups();
+    Session session({recording, recording});
+    const std::size_t usual = session.Memory();
+    std::mt19937 random(11);
+    for (int round = 0; round < 60; ++round) {
+        if (round % 10 == 0) {
+            // Up and down, to just above the least.
+            session.SetMemory(round % 20 == 0 ? usual : usual * 2 / 3);
+        }
+        session.SetSpeed(Ratio(round % 3 - 1, 1));
+        session.GoTo(MiddleOf(*recording, std::uniform_int_distribution<std::int64_t>(0, 99)(random)));
+        Step(session, TimePoint());
+        for (int tick = 0; tick < 5; ++tick) {
+            Step(session, recording->SampleStart(1));
+        }
+        Drain(session);
+        session.Tick(TimePoint());
+        for (std::size_t track = 0; track < 2; ++track) {
+            const TrackInformation information = session.GetInformation(track);
+            EXPECT_LE(information.pictureBytes, information.memoryShare) << "round " << round;
+        }
+    }
+}
+
 TEST(Session, MayBeDestroyedWhileReadsAndDecodesAreInProgress) {
     for (int round = 0; round < 10; ++round) {
         Session session({LongGroups(), LongGroups()});
