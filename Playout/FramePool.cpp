@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <new>
+#include <utility>
 
 #include "Playout/Ffmpeg.h"
 
@@ -89,8 +91,13 @@ bool LayOut(AVCodecContext& context, const AVFrame& frame, Layout& layout) {
 
 /// What a picture's memory needs to find back.
 struct FramePool::Block {
+    Block(std::shared_ptr<FramePool> owner, std::size_t nbBytes) : pool(std::move(owner)), size(nbBytes) {}
+
     std::shared_ptr<FramePool> pool;
     std::size_t size;
+    /// Hands the block from the decoder's thread that made it to whoever lets go last: what FFmpeg does between the
+    /// two is its own affair.
+    std::atomic<bool> isMade{false};
 };
 
 std::shared_ptr<FramePool> FramePool::Create(std::size_t maxBytes) {
@@ -176,6 +183,8 @@ void FramePool::GiveBack(std::uint8_t* data, std::size_t size) {
 
 void FramePool::Release(void* opaque, std::uint8_t* data) {
     const std::unique_ptr<Block> block(static_cast<Block*>(opaque));
+    // Pairs with the store in Fill.
+    static_cast<void>(block->isMade.load(std::memory_order_acquire));
     block->pool->GiveBack(data, block->size);
 }
 
@@ -194,11 +203,12 @@ int FramePool::Fill(AVFrame& frame, AVCodecContext& context) {
     if (!LayOut(context, frame, layout)) {
         return AVERROR(EINVAL);
     }
-    auto block = std::make_unique<Block>(Block{shared_from_this(), layout.size});
+    auto block = std::make_unique<Block>(shared_from_this(), layout.size);
     std::uint8_t* data = Take(layout.size);
     if (data == nullptr) {
         return AVERROR(ENOMEM);
     }
+    block->isMade.store(true, std::memory_order_release);
     frame.buf[0] = av_buffer_create(data, layout.size, Release, block.get(), 0);
     if (frame.buf[0] == nullptr) {
         GiveBack(data, layout.size);

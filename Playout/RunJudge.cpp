@@ -148,10 +148,9 @@ void RunJudge::NoteStand(const Track& track, Clock::time_point until) {
 void RunJudge::NoteProgress(const TimePoint& head, const TimePoint& due, Clock::time_point now) {
     figures_.elapsed += now - last_;
     figures_.played = figures_.played + WithoutSign(head - head_);
-    const TimePoint tick = WithoutSign(TimePoint::StartOfSample(1, display_) * speed_);
-    if (tick != TimePoint()) {
-        const std::int64_t nbBehind =
-            (WithoutSign(due - head).Nanoseconds() + tick.Nanoseconds() / 2) / tick.Nanoseconds();
+    const std::int64_t tick = WithoutSign(TimePoint::StartOfSample(1, display_) * speed_).Nanoseconds();
+    if (tick > 0) {
+        const std::int64_t nbBehind = (WithoutSign(due - head).Nanoseconds() + tick / 2) / tick;
         figures_.nbBehind = std::max(figures_.nbBehind, nbBehind);
     }
 }

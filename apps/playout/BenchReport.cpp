@@ -133,8 +133,9 @@ void PrintTableRow(std::ostream& out, const BenchResult& result) {
 
 void PrintJson(std::ostream& out, const std::vector<BenchResult>& results, const BenchOptions& options) {
     constexpr double kMillisecondsPerSecond = 1e3;
-    out << "{\n  \"machine\": {\"processors\": " << std::thread::hardware_concurrency() << "},\n"
-        << "  \"options\": {\"seconds\": "
+    out << "{\n"
+        << R"(  "machine": {"processors": )" << std::thread::hardware_concurrency() << "},\n"
+        << R"(  "options": {"seconds": )"
         << Number(static_cast<double>(options.duration.count()) / kMillisecondsPerSecond)
         << ", \"tries\": " << options.nbTries << ", \"seed\": " << options.seed
         << ", \"budgetBytes\": " << options.session.memoryBytes << "},\n  \"results\": [";
