@@ -36,7 +36,7 @@ TEST(FieldPicture, WholePictureIsReturnedAsItIs) {
 TEST(FieldPicture, LinesOfTheFieldStayWhereTheyAre) {
     const auto top = FieldPicture(Lines(), PictureField::Top);
     const auto bottom = FieldPicture(Lines(), PictureField::Bottom);
-    for (const std::size_t row : {0, 2, 4}) {
+    for (const std::size_t row : {0U, 2U, 4U}) {
         EXPECT_EQ(ValueAt(*top, 0, row), 10 * row);
         EXPECT_EQ(ValueAt(*bottom, 0, row + 1), 10 * (row + 1));
     }

@@ -96,7 +96,7 @@ TEST(SimulatedStorage, FailsAsOftenAsStated) {
     for (const auto& [when, ok] : scene.done) {
         nbFailed += ok ? 0 : 1;
     }
-    EXPECT_NEAR(nbFailed, nbReads / 4, nbReads / 40);
+    EXPECT_NEAR(nbFailed, nbReads / 4.0, nbReads / 40.0);
 }
 
 TEST(SimulatedStorage, StandsStillDuringAStallAndGoesOnAfterIt) {
