@@ -165,6 +165,9 @@ Decoder::Event Decoder::Receive() {
 }
 
 std::shared_ptr<const Picture> Decoder::TakePicture() const {
+    if (pool_ != nullptr) {
+        pool_->Receive();
+    }
     return std::make_shared<const Picture>(pictureNumber_, *frame_, IsDamaged(pictureNumber_));
 }
 

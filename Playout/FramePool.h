@@ -36,6 +36,10 @@ public:
     /// What a picture of the size and format of the context takes here, in bytes; 0 when it does not say them.
     [[nodiscard]] static std::size_t BytesFor(AVCodecContext& context);
 
+    /// To be called by whoever takes a picture out of a decoder that the pool serves: that the decoder's threads
+    /// have taken the memory comes before what is done with the picture from then on.
+    void Receive() const { const std::lock_guard lock(mutex_); }
+
     /// Idle memory beyond it goes back to the system.
     void SetMaxBytes(std::size_t maxBytes);
 

@@ -57,9 +57,12 @@ TEST(Simulation, CountsEveryPictureOfEveryTrackAsPlayingDoes) {
 }
 
 TEST(Simulation, UsesAsMuchOfTheCoresAsThePicturesTake) {
-    // 4 tracks, 25 pictures a second, 10 ms each: one of eight cores.
-    const auto report = Simulate(SmallWall(4));
-    EXPECT_NEAR(report.coresBusyPercent, 12.5, 1.5);
+    // 4 tracks, 25 pictures a second, 10 ms each: one of eight cores; and at first what is decoded ahead.
+    SimulationOptions options = SmallWall(4);
+    options.duration = TimePoint().FromSeconds(30);
+    const auto report = Simulate(options);
+    EXPECT_GE(report.coresBusyPercent, 12.5);
+    EXPECT_LE(report.coresBusyPercent, 13.5);
 }
 
 TEST(Simulation, UsesAsMuchOfTheStorageAsTheBytesTake) {
