@@ -147,7 +147,7 @@ std::size_t BenchScene::GroupBytes() const {
 }
 
 std::size_t BenchScene::LeastBytes() const {
-    const LanePlan lanes = PlanLanes(Index(), nbTracks_, options_.session.nbDecodeWorkers);
+    const LanePlan lanes = PlanLanes(Index(), nbTracks_);
     return nbTracks_ * NeedsOf(Index(), lanes).least;
 }
 

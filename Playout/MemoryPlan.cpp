@@ -49,14 +49,15 @@ std::string InMebibytes(std::size_t bytes) {
 
 }  // namespace
 
-LanePlan PlanLanes(const RecordingIndex& recording, std::size_t nbTracks, std::size_t nbDecodeWorkers) {
+LanePlan PlanLanes(const RecordingIndex& recording, std::size_t nbTracks) {
     LanePlan plan;
-    if (recording.IntraOnly()) {
-        plan.nbLanes = std::max<std::size_t>(nbDecodeWorkers, 1);
-        return plan;
-    }
     const std::size_t nbCores = std::max(std::thread::hardware_concurrency(), 1U);
-    plan.nbThreads = static_cast<int>(std::max<std::size_t>(nbCores / std::max<std::size_t>(nbTracks, 1), 1));
+    const std::size_t nbCoresEach = std::max<std::size_t>(nbCores / std::max<std::size_t>(nbTracks, 1), 1);
+    if (recording.IntraOnly()) {
+        plan.nbLanes = std::max(nbCoresEach, plan.nbLanes);
+    } else {
+        plan.nbThreads = static_cast<int>(nbCoresEach);
+    }
     return plan;
 }
 
@@ -84,7 +85,8 @@ std::vector<std::size_t> ShareMemory(std::size_t total, const std::vector<TrackN
     const std::size_t least = SumOf(needs, &TrackNeeds::least);
     if (total < least) {
         throw std::invalid_argument("a memory budget of " + InMebibytes(total) + " is too small to play " +
-                                    std::to_string(needs.size()) + " tracks: it takes at least " +
+                                    std::to_string(needs.size()) +
+                                    (needs.size() == 1 ? " track" : " tracks") + ": it takes at least " +
                                     InMebibytes(least));
     }
     if (std::find(weights.begin(), weights.end(), 0U) != weights.end()) {

@@ -2,25 +2,26 @@
 
 #include <algorithm>
 #include <cmath>
-#include <condition_variable>
-#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
 
-#include "Player/DecodeThread.h"
 #include "Player/ExistingCacheUpdateQueues.h"
 #include "Player/Player.h"
-#include "Player/PreloadThread.h"
+#include "Playout/Announcements.h"
 #include "Playout/GroupReach.h"
 #include "Playout/MediaDecoder.h"
 #include "Playout/MediaStream.h"
 #include "Playout/MemoryPlan.h"
+#include "Playout/ReachPlanner.h"
+#include "Playout/SessionWorkers.h"
 #include "Playout/SpeedMeter.h"
+#include "Playout/StandInChoice.h"
 #include "Playout/TickGate.h"
 #include "Playout/Trace.h"
+#include "Playout/TrackFigures.h"
 #include "Playout/TrackPlayer.h"
 #include "Playout/ViewCounter.h"
 #include "Playout/WindowPlan.h"
@@ -50,32 +51,6 @@ std::vector<ReadinessRule> RulesOf(const std::vector<SessionTrack>& tracks) {
     }
     return rules;
 }
-
-/// Decoded pictures that a machine can be taken to manage before it has shown what it can.
-constexpr double kAssumedBytesPerSecond = 300e6;
-
-/// Counts what the workers announce, so that the session's thread can wait for it.
-class Announcements {
-public:
-    void Add() {
-        {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            ++nb_;
-        }
-        changed_.notify_one();
-    }
-
-    /// Waits until more than `nbSeen` were announced; whether they were.
-    bool WaitForMoreThan(std::uint64_t nbSeen, std::chrono::milliseconds timeout) {
-        std::unique_lock<std::mutex> lock(mutex_);
-        return changed_.wait_for(lock, timeout, [&] { return nb_ > nbSeen; });
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::uint64_t nb_ = 0;
-};
 
 }  // namespace
 
@@ -124,15 +99,12 @@ private:
         std::unique_ptr<TrackPlayer> player;
         std::unique_ptr<MediaStream> stream;
         TrackView view;
-        std::shared_ptr<const Picture> nearest;  ///< That last stood in.
-        std::chrono::steady_clock::time_point nearestSince;
+        StandInChoice standIn;
         ViewCounter counter{std::chrono::steady_clock::now()};
     };
 
     void AddTrack(std::size_t number);
-    Player::PreloadThread& AddPreloadWorker();
     void StartWorkers();
-    void StopWorkers();
     void Intake();
     TraceSpan Record(LookKind kind) const;
     bool NoteReadiness();
@@ -140,7 +112,9 @@ private:
     void NoteWaits(TickReport& report);
     void Look(Track& track, std::size_t number);
     void Count(const TickReport& report, LookKind kind);
-    TrackCounters CountersOf(const Track& track) const;
+    TrackSources SourcesOf(const Track& track) const {
+        return {preloader_, decoder_, *track.stream, track.id, track.bytes};
+    }
     void WithdrawAll();
     void AbandonAll();
     void PlanWindows();
@@ -151,7 +125,7 @@ private:
     void ShareOut(std::size_t nbBytes);
     void PlanReach();
     double WantedBytesPerSecond() const;
-    void StandIn(Track& track, std::size_t number) const;
+    void StandIn(Track& track, std::size_t number);
     std::vector<SampleRate> FetchRates() const;
     std::uint64_t NbAnswers() const;
 
@@ -166,13 +140,12 @@ private:
     MediaDecoder decoder_;
     Player::Player player_;
     std::vector<Track> tracks_;
-    std::vector<std::unique_ptr<Player::PreloadThread>> preloadWorkers_;
-    std::vector<std::unique_ptr<Player::DecodeThread>> decodeWorkers_;
+    std::optional<SessionWorkers> workers_;
     std::uint64_t nbTicks_ = 0;
     std::size_t memory_ = 0;
     bool dragged_ = false;
     bool standInsAllowed_ = false;
-    bool standsIn_ = false;  ///< Not all that is shown can be decoded at this speed.
+    ReachPlanner reachPlanner_;
     std::uint64_t nbOutputTicks_ = 0;
 };
 
@@ -201,7 +174,7 @@ Session::Impl::Impl(std::vector<SessionTrack> tracks, const SessionOptions& opti
 }
 
 LanePlan Session::Impl::LanesFor(const RecordingIndex& recording) const {
-    return PlanLanes(recording, settings_.size(), options_.nbDecodeWorkers);
+    return PlanLanes(recording, settings_.size());
 }
 
 void Session::Impl::ShareOut(std::size_t nbBytes) {
@@ -257,40 +230,17 @@ void Session::Impl::PlanWindows() {
     }
 }
 
-Player::PreloadThread& Session::Impl::AddPreloadWorker() {
-    preloadWorkers_.push_back(std::make_unique<Player::PreloadThread>());
-    preloadWorkers_.back()->SetPreloader(&preloader_);
-    return *preloadWorkers_.back();
-}
-
 void Session::Impl::StartWorkers() {
-    const std::size_t nbShared = std::max<std::size_t>(options_.nbPreloadWorkers, 1);
-    for (std::size_t i = 0; i < nbShared; ++i) {
-        AddPreloadWorker();
-    }
-    for (std::size_t i = 0; i < std::max<std::size_t>(options_.nbDecodeWorkers, 1); ++i) {
-        decodeWorkers_.push_back(std::make_unique<Player::DecodeThread>());
-        decodeWorkers_.back()->SetDecoder(&decoder_);
-        decodeWorkers_.back()->SetExistingUncompressedCacheUpdateQueues(&registry_);
-    }
+    std::vector<SessionWorkers::Source> sources;
     for (std::size_t i = 0; i < tracks_.size(); ++i) {
-        const auto& parameters = tracks_[i].stream->GetStreamParameters();
-        // One reader per track: reads of one file run one after the other anyway, and a second worker that
-        // waited for the first would be lost to the other tracks. What may be left behind has one of its own:
-        // were its storage silent, the others of that reader would be left behind with it.
-        const bool isShared = settings_[i].rule == ReadinessRule::Required();
-        Player::PreloadThread& reader = isShared ? *preloadWorkers_[i % nbShared] : AddPreloadWorker();
-        reader.SetPreloadOrderQueue(parameters.preloadQueue_);
-        for (const auto& worker : decodeWorkers_) {
-            worker->AddDecodeOrderQueue(parameters.decodeQueue_);
-        }
+        // What may be left behind reads alone, so that the others are not left behind with it.
+        sources.push_back(
+            {tracks_[i].stream->GetStreamParameters(), settings_[i].rule != ReadinessRule::Required()});
     }
-    for (const auto& worker : preloadWorkers_) {
-        worker->Start();
-    }
-    for (const auto& worker : decodeWorkers_) {
-        worker->Start();
-    }
+    const std::size_t nbDecoders =
+        options_.nbDecodeWorkers > 0 ? options_.nbDecodeWorkers : NbDecodeWorkersFor(tracks_.size());
+    workers_.emplace(SessionWorkers::Clients{&preloader_, &decoder_, &registry_}, sources,
+                     options_.nbPreloadWorkers, nbDecoders);
 }
 
 Session::Impl::~Impl() {
@@ -299,23 +249,9 @@ Session::Impl::~Impl() {
         preloader_.Abandon(track.id, std::nullopt);
         decoder_.Abandon(track.id, std::nullopt);
     }
-    StopWorkers();
+    workers_.reset();
     // The streams take their queues off the registry themselves.
     tracks_.clear();
-}
-
-void Session::Impl::StopWorkers() {
-    for (const Track& track : tracks_) {
-        const auto& parameters = track.stream->GetStreamParameters();
-        for (const auto& worker : preloadWorkers_) {
-            worker->RemovePreloadOrderQueue(parameters.preloadQueue_);
-        }
-        for (const auto& worker : decodeWorkers_) {
-            worker->RemoveDecodeOrderQueue(parameters.decodeQueue_);
-        }
-    }
-    preloadWorkers_.clear();
-    decodeWorkers_.clear();
 }
 
 TickReport Session::Impl::Tick(const TimePoint& delta, LookKind kind) {
@@ -453,20 +389,11 @@ double Session::Impl::WantedBytesPerSecond() const {
 
 /// How much of each group there is time for.
 void Session::Impl::PlanReach() {
-    const double wanted = standInsAllowed_ ? WantedBytesPerSecond() : 0;
-    const double measured = decoder_.Meter().BytesPerSecond();
-    const double possible = measured > 0 ? measured : kAssumedBytesPerSecond;
-    // Once standing in, it takes more than the doubt to go back.
-    constexpr double kEnough = 1.0;
-    constexpr double kEnoughAgain = 1.25;
-    // Of what is possible, some is lost on what comes too late.
-    constexpr double kUsable = 0.8;
-    standsIn_ = wanted > 0 && possible < wanted * (standsIn_ ? kEnoughAgain : kEnough);
-    const double share = standsIn_ ? std::min(kUsable * possible / wanted, 0.99) : 1;
+    reachPlanner_.Plan(standInsAllowed_ ? WantedBytesPerSecond() : 0, decoder_.Meter().BytesPerSecond());
     for (std::size_t number = 0; number < tracks_.size(); ++number) {
         Track& track = tracks_[number];
-        const GroupReach reach = ReachFor(Recording(number), share);
-        track.stream->AllowStandIns(standsIn_);
+        const GroupReach reach = ReachFor(Recording(number), reachPlanner_.Share());
+        track.stream->AllowStandIns(reachPlanner_.LeavesOut());
         if (reach != track.reach) {
             track.reach = reach;
             preloader_.SetReach(track.id, reach);
@@ -492,7 +419,7 @@ void Session::Impl::Look(Track& track, std::size_t number) {
     view.missing = view.status == SampleStatus::Empty && track.stream->CurrentIsMissing();
     view.standIn = false;
     if (view.status != SampleStatus::NotReady) {
-        track.nearest.reset();
+        track.standIn.Forget();
     }
     if (sample != nullptr) {
         auto& decoded = static_cast<DecodedSample&>(*sample);
@@ -501,27 +428,18 @@ void Session::Impl::Look(Track& track, std::size_t number) {
         view.field = decoded.Field();
         view.standIn = track.stream->IsStandIn(decoded);
     } else if ((view.status == SampleStatus::NotReady && dragged_) ||
-               (standsIn_ && (view.status == SampleStatus::NotReady || view.missing))) {
+               (reachPlanner_.LeavesOut() && (view.status == SampleStatus::NotReady || view.missing))) {
         StandIn(track, number);
     } else if (view.status == SampleStatus::Empty && !view.missing) {
         view.picture = nullptr;
     }
 }
 
-/// Shows the nearest picture there is; or, for a hand that has seen the same one for too long, the one that has
-/// come out last, so that it sees something move.
-void Session::Impl::StandIn(Track& track, std::size_t number) const {
-    constexpr std::chrono::milliseconds kLongestStand{50};
+void Session::Impl::StandIn(Track& track, std::size_t number) {
     const auto picture = Recording(number).PictureAtTime(track.player->GetCurrentTimePoint());
-    auto found = picture ? decoder_.Nearest(track.id, *picture) : nullptr;
-    const auto now = std::chrono::steady_clock::now();
-    if (found != track.nearest) {
-        track.nearest = found;
-        track.nearestSince = now;
-    } else if (dragged_ && found != nullptr && now - track.nearestSince > kLongestStand) {
-        const auto newest = decoder_.Newest(track.id);
-        found = newest != nullptr ? newest : found;
-    }
+    auto found = track.standIn.Choose(
+        picture ? decoder_.Nearest(track.id, *picture) : nullptr, dragged_,
+        [&] { return decoder_.Newest(track.id); }, StandInChoice::Clock::now());
     if (found == nullptr) {
         return;
     }
@@ -530,7 +448,7 @@ void Session::Impl::StandIn(Track& track, std::size_t number) const {
     track.view.field = PictureField::Frame;
     track.view.standIn = true;
     track.view.missing = false;
-    if (standsIn_) {
+    if (reachPlanner_.LeavesOut()) {
         track.view.status = isNew ? SampleStatus::New : SampleStatus::Same;
     }
 }
@@ -615,58 +533,14 @@ void Session::Impl::WithdrawAll() {
 }
 
 TrackInformation Session::Impl::GetInformation(std::size_t number) const {
-    const Track& track = tracks_.at(number);
-    const auto decoded = track.stream->Decoded().GetInformation();
-    const auto compressed = track.stream->Compressed().GetInformation();
-    TrackInformation information;
-    information.nbWithdrawn = track.stream->NbWithdrawn();
-    information.nbReady = static_cast<std::size_t>(decoded.nbValidSamples_);
-    information.nbPending =
-        static_cast<std::size_t>(decoded.nbPendingSamples_ + compressed.nbPendingSamples_);
-    information.reading = preloader_.GetInformation(track.id);
-    information.decoding = decoder_.GetInformation(track.id);
-    information.memoryShare = track.bytes;
-    information.pictureBytes = decoder_.PictureBytes(track.id);
-    return information;
-}
-
-TrackCounters Session::Impl::CountersOf(const Track& track) const {
-    const auto decoded = track.stream->Decoded().GetInformation();
-    const auto compressed = track.stream->Compressed().GetInformation();
-    const auto reading = preloader_.GetInformation(track.id);
-    const auto decoding = decoder_.GetInformation(track.id);
-    const auto answers = decoder_.GetAnswers(track.id);
-    TrackCounters counters;
-    counters.file = track.id.StorageId().Address();
-    counters.pictures = track.counter.Pictures();
-    counters.waits = track.counter.Waits();
-    counters.fetches.nbFetched = answers.samples.nbMade;
-    counters.fetches.nbEvicted = answers.samples.nbGone;
-    counters.fetches.nbEvictedUnseen = answers.samples.nbGoneUnseen;
-    counters.fetches.nbWithdrawn = track.stream->NbWithdrawn();
-    counters.fetches.nbReady = static_cast<std::uint64_t>(decoded.nbValidSamples_);
-    counters.fetches.nbProtected = static_cast<std::uint64_t>(decoded.nbProtectedSamples_);
-    counters.fetches.nbPending =
-        static_cast<std::uint64_t>(decoded.nbPendingSamples_ + compressed.nbPendingSamples_);
-    counters.reads = {reading.nbReads,          reading.nbReused,         reading.nbFailedReads,
-                      reading.nbAbandonedReads, reading.nbMissingPackets, preloader_.GetLatency(track.id)};
-    counters.decodes = {answers.nbFromStore, decoding.nbPacketsDecoded, decoding.nbPacketsLeftOut,
-                        decoding.nbPasses,   decoding.nbAbandoned,      decoding.nbErrors,
-                        answers.latency};
-    counters.bytes = {reading.nbBytesRead,
-                      reading.nbBytesHeld,
-                      answers.samples.bytes,
-                      decoding.storedBytes,
-                      decoder_.PictureBytes(track.id),
-                      track.bytes};
-    return counters;
+    return InformationFrom(SourcesOf(tracks_.at(number)));
 }
 
 Counters Session::Impl::GetCounters() const {
     Counters counters;
     counters.nbTicks = nbOutputTicks_;
     for (const Track& track : tracks_) {
-        counters.tracks.push_back(CountersOf(track));
+        counters.tracks.push_back(CountersFrom(SourcesOf(track), track.counter));
     }
     return counters;
 }

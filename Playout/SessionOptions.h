@@ -38,8 +38,9 @@ struct SessionOptions {
     /// tracks that it shares a worker with; every other track has one of its own besides.
     std::size_t nbPreloadWorkers = 2;
 
-    /// Workers that decode; about as many as there are cores.
-    std::size_t nbDecodeWorkers = 2;
+    /// Workers that decode. Zero: as many as there are cores, and with many tracks up to four a core, since a
+    /// worker may have to wait for another one that decodes the same group.
+    std::size_t nbDecodeWorkers = 0;
 
     /// A picture that could not be had is asked for again after this much wall time, and after twice as long
     /// each time that it cannot be had again.

@@ -78,7 +78,7 @@ protected:
         ASSERT_EQ(oracle_->result.nbPictures, index_->NbPictures()) << "this recording is not whole";
         SessionOptions options;
         // Beside what the decoders themselves work on.
-        const TrackNeeds needs = NeedsOf(*index_, PlanLanes(*index_, 1, options.nbDecodeWorkers));
+        const TrackNeeds needs = NeedsOf(*index_, PlanLanes(*index_, 1));
         options.memoryBytes = needs.least + needs.picture * LongestGroup(*index_) / 4;
         session_ = std::make_unique<Session>(std::vector{index_}, options);
     }

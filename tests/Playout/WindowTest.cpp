@@ -258,7 +258,7 @@ TEST_F(Window, TheMouseDragsTheTimeline) {
 
 TEST_F(Window, TheTimelineShowsThePlayHeadAndWhatIsReady) {
     // Memory for few pictures, so that the end of the recording is far beyond what is fetched.
-    Play({Clips::LongGroups(), "--speed", "0", "--memory", "1"});
+    Play({Clips::LongGroups(), "--speed", "0", "--memory", "3"});
     EXPECT_TRUE(AwaitOnTimeline(0, kHead));
     EXPECT_TRUE(AwaitOnTimeline(ColumnOf(2, 100), kReady));
     EXPECT_TRUE(AwaitOnTimeline(ColumnOf(95, 100), kAbsent));
