@@ -82,7 +82,8 @@ std::uint32_t ReadCell(const Brightness& brightness, const AVFrame& frame, int c
         const int column = middle + eighths * frame.width / (8 * kNbCells);
         sum += brightness.At(column, row) + brightness.At(column, row + 2);
     }
-    return sum / (2 * kEighths.size());
+    constexpr auto kNbPixels = static_cast<std::uint32_t>(2 * kEighths.size());
+    return sum / kNbPixels;
 }
 
 Cells ReadCells(const Brightness& brightness, const AVFrame& frame, int row) {

@@ -16,12 +16,24 @@ function(tavrin_target_options target)
     target_compile_options(${target} PRIVATE
       -fsanitize=${TAVRIN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(${target} PRIVATE -fsanitize=${TAVRIN_SANITIZE})
+    # Instrumented, the standard library's std::function looks uninitialised to GCC 12.
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+      target_compile_options(${target} PRIVATE -Wno-maybe-uninitialized)
+    endif()
   endif()
   if(TAVRIN_COVERAGE)
     target_compile_options(${target} PRIVATE --coverage -fprofile-update=atomic)
     target_link_options(${target} PRIVATE --coverage)
   endif()
   set_property(GLOBAL APPEND PROPERTY TAVRIN_TARGETS ${target})
+endfunction()
+
+# For tests and programs: instrumented code takes long to compile, so only the libraries, where the work is done,
+# are optimised then, as they are when they are used.
+function(tavrin_compile_quickly target)
+  if(TAVRIN_SANITIZE)
+    target_compile_options(${target} PRIVATE -O0)
+  endif()
 endfunction()
 
 # tavrin_add_library(<Name> HEADERS ... SOURCES ... [PRIVATE_HEADERS ...])
@@ -83,6 +95,7 @@ function(tavrin_add_program name)
   cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   tavrin_target_options(${name})
+  tavrin_compile_quickly(${name})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES})
   file(RELATIVE_PATH libraries "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
   set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN/${libraries}")

@@ -4,6 +4,23 @@ find_package(GTest REQUIRED)
 find_package(Threads REQUIRED)
 include(GoogleTest)
 
+# Instrumented code takes long to compile: the tests read the headers that they all share once.
+set(TAVRIN_TEST_HEADERS <gtest/gtest.h> <gmock/gmock.h> <algorithm> <chrono> <functional> <map> <memory> <optional>
+  <random> <string> <thread> <vector>)
+function(tavrin_share_headers target)
+  if(NOT TARGET TavrinTestHeaders)
+    file(GENERATE OUTPUT "${PROJECT_BINARY_DIR}/TavrinTestHeaders.cpp" CONTENT "")
+    add_library(TavrinTestHeaders STATIC "${PROJECT_BINARY_DIR}/TavrinTestHeaders.cpp")
+    target_compile_features(TavrinTestHeaders PRIVATE cxx_std_20)
+    tavrin_target_options(TavrinTestHeaders)
+    tavrin_compile_quickly(TavrinTestHeaders)
+    target_compile_options(TavrinTestHeaders PRIVATE -fPIE)
+    target_link_libraries(TavrinTestHeaders PRIVATE GTest::gmock Threads::Threads)
+    target_precompile_headers(TavrinTestHeaders PRIVATE ${TAVRIN_TEST_HEADERS})
+  endif()
+  target_precompile_headers(${target} REUSE_FROM TavrinTestHeaders)
+endfunction()
+
 # tavrin_add_test(<name> SOURCES ... LIBRARIES ... [LABELS ...] [TIMEOUT seconds])
 #
 # One GoogleTest program; each of its tests becomes a test of its own in ctest, named as in the source.
@@ -14,6 +31,10 @@ function(tavrin_add_test name)
   endif()
   add_executable(${name} ${arg_SOURCES})
   tavrin_target_options(${name})
+  tavrin_compile_quickly(${name})
+  if(TAVRIN_SANITIZE)
+    tavrin_share_headers(${name})
+  endif()
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock GTest::gtest_main Threads::Threads)
   gtest_discover_tests(${name}

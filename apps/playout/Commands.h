@@ -1,6 +1,9 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
+// Its header is large, and few who use what is declared here need it.
+namespace CLI {
+class App;
+}
 
 namespace Tavrin::Playout::Program {
 

@@ -1,5 +1,6 @@
 #include "apps/playout/TrackOptions.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <optional>
 #include <string_view>

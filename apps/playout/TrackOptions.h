@@ -1,6 +1,5 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -9,6 +8,11 @@
 #include <vector>
 
 #include "Playout/SessionTrack.h"
+
+// Its header is large, and few who use what is declared here need it.
+namespace CLI {
+class App;
+}
 
 namespace Tavrin::Playout::Program {
 

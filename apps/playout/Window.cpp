@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
+#include <thread>
 
 #include "apps/playout/SpeedNotice.h"
 #include "apps/playout/Text.h"
@@ -25,6 +26,9 @@ constexpr milliseconds kTitleInterval{200};
 
 /// A window that cannot tell the size of its display is not made larger than this.
 constexpr PixelSize kSmallDisplay{1280, 720};
+
+/// A key is felt at once all the same.
+constexpr milliseconds kBetweenLooks{4};
 
 constexpr int kHeadWidth = 3;
 constexpr SDL_Color kBackground{0, 0, 0, 255};
@@ -273,7 +277,16 @@ std::vector<PlayCommand> Window::Poll() {
 }
 
 void Window::WaitForEvent(milliseconds longest) {
-    SDL_WaitEventTimeout(nullptr, static_cast<int>(longest.count()));
+    // Looked for rather than waited for: SDL 2.26 wakes its own wait through a second connection to the X server,
+    // which may find the window gone by then and ends the process for it.
+    const auto end = std::chrono::steady_clock::now() + longest;
+    do {
+        SDL_PumpEvents();
+        if (SDL_HasEvents(SDL_FIRSTEVENT, SDL_LASTEVENT) == SDL_TRUE) {
+            return;
+        }
+        std::this_thread::sleep_for(std::min(kBetweenLooks, longest));
+    } while (std::chrono::steady_clock::now() < end);
 }
 
 std::optional<PlayCommand> Window::CommandFor(const SDL_Event& event) {
