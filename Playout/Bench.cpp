@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "Playout/BenchScene.h"
+#include "Playout/CrewPlan.h"
 #include "Playout/MemoryPlan.h"
 
 namespace Tavrin::Playout {
@@ -147,7 +148,7 @@ std::size_t BenchScene::GroupBytes() const {
 }
 
 std::size_t BenchScene::LeastBytes() const {
-    const LanePlan lanes = PlanLanes(Index(), nbTracks_);
+    const LanePlan lanes = PlanLanes(Index(), nbTracks_, NbCoresHere());
     return nbTracks_ * NeedsOf(Index(), lanes).least;
 }
 

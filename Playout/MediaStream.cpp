@@ -248,6 +248,27 @@ bool MediaStream::CurrentIsMissing() {
     return IsLinked() && Exists(Now()) && Find(&sample) == Cache::Missing;
 }
 
+bool MediaStream::HasAhead(std::size_t nb) {
+    const Time::Ratio speed = IsLinked() ? player_->GetSpeed() : Time::Ratio();
+    if (speed == Time::Ratio()) {
+        return true;
+    }
+    const SampleRate rate = FetchRate();
+    const std::int64_t here = Needed().SampleNumber(rate);
+    for (std::int64_t i = 1; i <= static_cast<std::int64_t>(nb); ++i) {
+        const TimePoint tp = TimePoint::StartOfSample(speed.Positive() ? here + i : here - i, rate);
+        ISample* sample = nullptr;
+        if (tp < begin_ || tp >= end_) {
+            return true;
+        }
+        const Cache::EntryType type = decoded_.GetSample(tp, fields_.Rate(), &sample, false);
+        if (type != Cache::Valid && type != Cache::Missing) {
+            return false;
+        }
+    }
+    return true;
+}
+
 WaitCause MediaStream::WaitCause() {
     if (IsReady()) {
         return Playout::WaitCause::None;

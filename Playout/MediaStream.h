@@ -123,6 +123,11 @@ public:
 
     /// Whether a decoded sample shows another picture than the one that is on display at its time point.
     [[nodiscard]] bool IsStandIn(const DecodedSample& sample) const;
+
+    /// Whether the next `nb` samples that are to be shown after the one at the play head need not be waited for: they
+    /// are decoded, cannot be had or lie beyond the recording, or nothing follows since the play head stands.
+    [[nodiscard]] bool HasAhead(std::size_t nb);
+
     /// What the picture at the play head waits for; None whenever `IsReady`.
     [[nodiscard]] Playout::WaitCause WaitCause();
 

@@ -6,7 +6,6 @@
 #include <numeric>
 #include <stdexcept>
 #include <string>
-#include <thread>
 
 #include "Playout/PictureSize.h"
 #include "Playout/WindowPlan.h"
@@ -49,9 +48,8 @@ std::string InMebibytes(std::size_t bytes) {
 
 }  // namespace
 
-LanePlan PlanLanes(const RecordingIndex& recording, std::size_t nbTracks) {
+LanePlan PlanLanes(const RecordingIndex& recording, std::size_t nbTracks, std::size_t nbCores) {
     LanePlan plan;
-    const std::size_t nbCores = std::max(std::thread::hardware_concurrency(), 1U);
     const std::size_t nbCoresEach = std::max<std::size_t>(nbCores / std::max<std::size_t>(nbTracks, 1), 1);
     if (recording.IntraOnly()) {
         plan.nbLanes = std::max(nbCoresEach, plan.nbLanes);

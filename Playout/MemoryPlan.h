@@ -17,7 +17,8 @@ struct LanePlan {
 /// Two decoders a track: one goes on in its group while the next group is begun. Their threads together keep all
 /// cores busy when there are few tracks, and do not get in each other's way when there are many. Pictures that
 /// need no others are decoded side by side instead, one on each core, which costs no waiting.
-[[nodiscard]] TAVRIN_PLAYOUT_EXPORT LanePlan PlanLanes(const RecordingIndex& recording, std::size_t nbTracks);
+[[nodiscard]] TAVRIN_PLAYOUT_EXPORT LanePlan PlanLanes(const RecordingIndex& recording, std::size_t nbTracks,
+                                                       std::size_t nbCores);
 
 /// What a track's memory is for, in bytes.
 struct TrackNeeds {

@@ -28,6 +28,10 @@ constexpr std::chrono::milliseconds kLongestWait{50};
 /// However much progress is reported, a picture that has not come after so many stall times will not come.
 constexpr int kMostStallTimes = 10;
 
+/// Several tracks begin together when each has so many pictures to go on with, but not much later than with one.
+constexpr std::size_t kNbGathered = 4;
+constexpr std::chrono::milliseconds kLongestGathering{200};
+
 /// In the order of the variant.
 constexpr std::array kCommandNames{"speed", "jump", "step", "drag", "release", "quit"};
 static_assert(kCommandNames.size() == std::variant_size_v<PlayCommand>);
@@ -73,13 +77,27 @@ private:
     bool ShowFirst() {
         course_.Begin();
         tick_ = session_.Tick(TimePoint());
-        if (!AwaitReady()) {
+        if (!AwaitReady() || !Gather()) {
             return false;
         }
         firstShown_ = Clock::now();
         report_.untilFirst = firstShown_ - begin_;
         report_.first = tick_.time;
         Show();
+        return true;
+    }
+
+    /// Tracks share the cores: were they to begin as soon as the last of them has its first picture, its second one
+    /// would come late. False when stopped.
+    bool Gather() {
+        const auto latest = Clock::now() + kLongestGathering;
+        while (options_.realTime && session_.NbTracks() > 1 && Clock::now() < latest &&
+               !session_.HasAhead(kNbGathered)) {
+            if (IsStopped()) {
+                return false;
+            }
+            WaitForProgress(std::max<Clock::duration>(latest - Clock::now(), Clock::duration::zero()));
+        }
         return true;
     }
 

@@ -11,6 +11,7 @@
 #include "Player/ExistingCacheUpdateQueues.h"
 #include "Player/Player.h"
 #include "Playout/Announcements.h"
+#include "Playout/CrewPlan.h"
 #include "Playout/GroupReach.h"
 #include "Playout/MediaDecoder.h"
 #include "Playout/MediaStream.h"
@@ -72,6 +73,7 @@ public:
     void GoTo(const TimePoint& tp, bool dragged);
     void AllowStandIns(bool allowed);
     void SetMemory(std::size_t nbBytes);
+    bool HasAhead(std::size_t nb) const;
     std::size_t Memory() const { return memory_; }
     TrackInformation GetInformation(std::size_t track) const;
     Counters GetCounters() const;
@@ -174,7 +176,7 @@ Session::Impl::Impl(std::vector<SessionTrack> tracks, const SessionOptions& opti
 }
 
 LanePlan Session::Impl::LanesFor(const RecordingIndex& recording) const {
-    return PlanLanes(recording, settings_.size());
+    return PlanLanes(recording, settings_.size(), NbCoresHere());
 }
 
 void Session::Impl::ShareOut(std::size_t nbBytes) {
@@ -198,6 +200,18 @@ void Session::Impl::SetMemory(std::size_t nbBytes) {
         decoder_.SetPictureBytes(track.id, PictureRoom(track));
     }
     PlanWindows();
+}
+
+bool Session::Impl::HasAhead(std::size_t nb) const {
+    for (std::size_t number = 0; number < tracks_.size(); ++number) {
+        const Track& track = tracks_[number];
+        // Farther than the window nothing is fetched.
+        if (!gate_.IsLeftBehind(number) &&
+            !track.stream->HasAhead(std::min(nb, track.window.nbDecodedAhead))) {
+            return false;
+        }
+    }
+    return true;
 }
 
 void Session::Impl::AddTrack(std::size_t number) {
@@ -237,8 +251,9 @@ void Session::Impl::StartWorkers() {
         sources.push_back(
             {tracks_[i].stream->GetStreamParameters(), settings_[i].rule != ReadinessRule::Required()});
     }
-    const std::size_t nbDecoders =
-        options_.nbDecodeWorkers > 0 ? options_.nbDecodeWorkers : NbDecodeWorkersFor(tracks_.size());
+    const std::size_t nbDecoders = options_.nbDecodeWorkers > 0
+                                       ? options_.nbDecodeWorkers
+                                       : NbDecodeWorkersFor(tracks_.size(), NbCoresHere());
     workers_.emplace(SessionWorkers::Clients{&preloader_, &decoder_, &registry_}, sources,
                      options_.nbPreloadWorkers, nbDecoders);
 }
@@ -625,6 +640,10 @@ void Session::SetMemory(std::size_t nbBytes) {
 
 std::size_t Session::Memory() const {
     return impl_->Memory();
+}
+
+bool Session::HasAhead(std::size_t nb) const {
+    return impl_->HasAhead(nb);
 }
 
 TickReport Session::Tick(const TimePoint& delta) {

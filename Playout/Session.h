@@ -163,6 +163,10 @@ public:
     /// Bytes that all tracks may take together.
     [[nodiscard]] std::size_t Memory() const;
 
+    /// Whether no track that is waited for will have to be waited for at the next `nb` samples, however slow its
+    /// decoder: see MediaStream::HasAhead.
+    [[nodiscard]] bool HasAhead(std::size_t nb) const;
+
     /// Files what the workers have delivered, advances the play head by `delta` (wall time since the tick
     /// before) times the speed unless it stands for a track, looks up what each track shows, orders what will
     /// be needed and drops what will not.

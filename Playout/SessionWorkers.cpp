@@ -1,14 +1,10 @@
 #include "Playout/SessionWorkers.h"
 
 #include <algorithm>
-#include <thread>
+
+#include "Playout/CrewPlan.h"
 
 namespace Tavrin::Playout {
-
-std::size_t NbDecodeWorkersFor(std::size_t nbTracks) {
-    const std::size_t nbCores = std::max(std::thread::hardware_concurrency(), 1U);
-    return std::clamp(2 * nbTracks, nbCores, 4 * nbCores);
-}
 
 SessionWorkers::SessionWorkers(const Clients& clients, const std::vector<Source>& sources,
                                std::size_t nbReaders, std::size_t nbDecoders)
@@ -22,14 +18,15 @@ SessionWorkers::SessionWorkers(const Clients& clients, const std::vector<Source>
         decoders_.back()->SetDecoder(clients.decoder);
         decoders_.back()->SetExistingUncompressedCacheUpdateQueues(clients.registry);
     }
+    const std::size_t nbCrews = NbDecodeCrews(decoders_.size(), sources_.size(), NbCoresHere());
     for (std::size_t i = 0; i < sources_.size(); ++i) {
         // One reader per track: reads of one file run one after the other anyway, and a second worker that
         // waited for the first would be lost to the other tracks.
         Player::PreloadThread& reader =
             sources_[i].readsAlone ? AddReader(clients.preloader) : *readers_[i % nbShared];
         reader.SetPreloadOrderQueue(sources_[i].queues.preloadQueue_);
-        for (const auto& worker : decoders_) {
-            worker->AddDecodeOrderQueue(sources_[i].queues.decodeQueue_);
+        for (std::size_t worker = i % nbCrews; worker < decoders_.size(); worker += nbCrews) {
+            decoders_[worker]->AddDecodeOrderQueue(sources_[i].queues.decodeQueue_);
         }
     }
     for (const auto& worker : readers_) {

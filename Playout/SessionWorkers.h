@@ -10,14 +10,8 @@
 #include "Player/ISampleDecoder.h"
 #include "Player/IStream.h"
 #include "Player/PreloadThread.h"
-#include "Playout/PlayoutExport.h"
 
 namespace Tavrin::Playout {
-
-/// The workers that decode when nobody says how many: as many as there are cores, and more for many tracks, up to
-/// four a core. A worker that takes an order of a group which another one is decoding waits for it; with two
-/// workers for each track, such waits leave no core without work that another track has for it.
-[[nodiscard]] TAVRIN_PLAYOUT_EXPORT std::size_t NbDecodeWorkersFor(std::size_t nbTracks);
 
 /// The threads that read and decode for a session's tracks.
 ///

@@ -13,6 +13,7 @@
 #include "Player/DecodeThread.h"
 #include "Player/ISampleDecoder.h"
 #include "Playout/CompressedSample.h"
+#include "Playout/CrewPlan.h"
 #include "Playout/DecodedSample.h"
 #include "Playout/Ffmpeg.h"
 #include "Playout/Picture.h"
@@ -123,6 +124,7 @@ struct SimulatedDecoders::Track {
 };
 
 struct SimulatedDecoders::Worker {
+    std::size_t crew = 0;
     /// Never started: it only says which order comes next.
     Player::DecodeThread orders;
     std::optional<Player::DecodeOrder> order;  ///< Being carried out.
@@ -134,7 +136,7 @@ struct SimulatedDecoders::Worker {
     std::shared_ptr<const Picture> found;
 };
 
-SimulatedDecoders::SimulatedDecoders(EventQueue& events, const DecoderModel& model,
+SimulatedDecoders::SimulatedDecoders(EventQueue& events, const DecoderModel& model, std::size_t nbTracks,
                                      Player::ExistingCacheUpdateQueues& registry, Answered answered)
     : events_(events),
       model_(model),
@@ -147,6 +149,10 @@ SimulatedDecoders::SimulatedDecoders(EventQueue& events, const DecoderModel& mod
     for (std::size_t i = 0; i < std::max<std::size_t>(model_.nbWorkers, 1); ++i) {
         workers_.push_back(std::make_unique<Worker>());
     }
+    mayHaveOrders_.resize(NbDecodeCrews(workers_.size(), nbTracks, model_.nbCores), false);
+    for (std::size_t i = 0; i < workers_.size(); ++i) {
+        workers_[i]->crew = i % mayHaveOrders_.size();
+    }
 }
 
 SimulatedDecoders::~SimulatedDecoders() = default;
@@ -154,8 +160,9 @@ SimulatedDecoders::~SimulatedDecoders() = default;
 void SimulatedDecoders::AddTrack(std::shared_ptr<const RecordingIndex> index, Player::DecodeOrderQueue& queue,
                                  const TrackOptions& options, const SimulatedRandom& random) {
     tracks_.push_back(std::make_unique<Track>(tracks_.size(), std::move(index), options, random));
-    for (const auto& worker : workers_) {
-        worker->orders.AddDecodeOrderQueue(&queue);
+    const std::size_t nbCrews = mayHaveOrders_.size();
+    for (std::size_t worker = (tracks_.size() - 1) % nbCrews; worker < workers_.size(); worker += nbCrews) {
+        workers_[worker]->orders.AddDecodeOrderQueue(&queue);
     }
 }
 
@@ -175,7 +182,7 @@ void SimulatedDecoders::Fill(TrackCounters& counters, std::size_t track) const {
 }
 
 void SimulatedDecoders::LookForOrders() {
-    mayHaveOrders_ = true;
+    mayHaveOrders_.assign(mayHaveOrders_.size(), true);
     for (const auto& worker : workers_) {
         Serve(*worker);
     }
@@ -184,10 +191,10 @@ void SimulatedDecoders::LookForOrders() {
 /// Until the worker has to decode or to wait, or there is no order.
 void SimulatedDecoders::Serve(Worker& worker) {
     Player::DecodeOrder order;
-    while (!worker.order && mayHaveOrders_) {
-        // Every worker serves every queue: what one of them does not find, none does.
-        mayHaveOrders_ = worker.orders.Dequeue(order);
-        if (!mayHaveOrders_) {
+    while (!worker.order && mayHaveOrders_[worker.crew]) {
+        // Every worker of a crew serves the same queues: what one of them does not find, none does.
+        if (!worker.orders.Dequeue(order)) {
+            mayHaveOrders_[worker.crew] = false;
             return;
         }
         worker.order = order;

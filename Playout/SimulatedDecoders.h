@@ -27,7 +27,7 @@ struct DecoderModel {
 };
 
 /// The decode workers of a session and its decoders, without threads and codecs. Each worker takes the orders
-/// of all tracks' queues as the engine's does. An order whose picture is not in its track's store goes to one
+/// of the queues of its crew's tracks as the engine's does. An order whose picture is not in its track's store goes to one
 /// of the track's lanes, which decodes forward from its group's key frame, or from where it stands, up to that
 /// picture, and files what comes out on the way; a lane that another worker uses is waited for. The cores are
 /// shared equally by the threads of the lanes that decode; the share is that of the moment a picture begins.
@@ -46,7 +46,8 @@ public:
         std::size_t nbThreads = 1;  ///< Of each lane.
     };
 
-    SimulatedDecoders(EventQueue& events, const DecoderModel& model,
+    /// For `nbTracks` tracks.
+    SimulatedDecoders(EventQueue& events, const DecoderModel& model, std::size_t nbTracks,
                       Player::ExistingCacheUpdateQueues& registry, Answered answered);
     ~SimulatedDecoders();
     SimulatedDecoders(const SimulatedDecoders&) = delete;
@@ -96,8 +97,8 @@ private:
     Answered answered_;
     std::vector<std::unique_ptr<Track>> tracks_;
     std::vector<std::unique_ptr<Worker>> workers_;
-    bool mayHaveOrders_ = false;  ///< Since anybody last looked in vain.
-    std::size_t nbThreads_ = 0;   ///< Of the lanes that decode now.
+    std::vector<bool> mayHaveOrders_;  ///< For each crew: since any of it last looked in vain.
+    std::size_t nbThreads_ = 0;        ///< Of the lanes that decode now.
     UsageMeter cores_;
     UsageMeter busyWorkers_;
     UsageMeter waitingWorkers_;

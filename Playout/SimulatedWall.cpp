@@ -88,7 +88,7 @@ SimulatedWall::SimulatedWall(const SimulationOptions& options)
       storage_(events_, options.storage, options.seed),
       readers_(events_, storage_, registry_, options.session.nbPreloadWorkers,
                [this](std::size_t track) { answered_.push_back(track); }),
-      decoders_(events_, options.decoder, registry_,
+      decoders_(events_, options.decoder, options.nbTracks, registry_,
                 [this](std::size_t track) { answered_.push_back(track); }) {
     const auto recordings = MakeRecordings(options_);
     displayRate_ = DisplayRate(options_, *recordings.front());
@@ -107,13 +107,9 @@ SimulatedWall::~SimulatedWall() {
     player_.DetachAllStreams();
 }
 
-/// What the decoders of a track are on the machine that is simulated, as PlanLanes says for this one.
+/// What the decoders of a track are on the machine that is simulated.
 LanePlan SimulatedWall::LanesOf(const RecordingIndex& recording) const {
-    const std::size_t nbThreads = std::max<std::size_t>(options_.decoder.nbCores / options_.nbTracks, 1);
-    LanePlan plan;
-    plan.nbLanes = recording.IntraOnly() ? options_.decoder.nbWorkers : plan.nbLanes;
-    plan.nbThreads = recording.IntraOnly() ? 1 : static_cast<int>(nbThreads);
-    return plan;
+    return PlanLanes(recording, options_.nbTracks, options_.decoder.nbCores);
 }
 
 /// Without a budget, each track has what is usual: how much this machine has says nothing about the other.

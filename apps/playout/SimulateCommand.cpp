@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "Playout/CrewPlan.h"
 #include "Playout/Simulation.h"
 #include "apps/playout/Arguments.h"
 #include "apps/playout/Commands.h"
@@ -136,7 +137,8 @@ SimulationFindings Find(SimulateArguments& arguments) {
 
 int Run(SimulateArguments& arguments) {
     SimulationOptions& options = arguments.options;
-    options.decoder.nbWorkers = arguments.nbDecodeWorkers.value_or(options.decoder.nbCores);
+    options.decoder.nbWorkers =
+        arguments.nbDecodeWorkers.value_or(NbDecodeWorkersFor(options.nbTracks, options.decoder.nbCores));
     options.settling =
         arguments.settling.value_or(std::min(options.settling, options.duration * Time::Ratio(1, 2)));
     if (!arguments.like.empty()) {
@@ -233,7 +235,10 @@ void AddDecoderOptions(CLI::App& command, SimulateArguments& arguments) {
     command.add_option("--cores", decoder.nbCores, "Cores that decode (default: 2)")
         ->type_name("N")
         ->check(Between(std::size_t{1}, kMostWorkers));
-    command.add_option("--decoders", arguments.nbDecodeWorkers, "Decode workers (default: as many as cores)")
+    command
+        .add_option(
+            "--decoders", arguments.nbDecodeWorkers,
+            "Decode workers (default: two for each track,\nat least as many as cores, at most four times)")
         ->type_name("N")
         ->check(Between(std::size_t{1}, kMostWorkers));
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "Playout/CrewPlan.h"
 #include "Playout/MemoryPlan.h"
 #include "Playout/RecordingIndex.h"
 #include "Playout/SessionOptions.h"
@@ -74,7 +75,7 @@ TEST(Bench, AsFastAsPossibleEveryTickIsRight) {
 
 TEST(Bench, BudgetIsThatOfTheCase) {
     const auto index = RecordingIndex::Build(Support::Clips::Numbered());
-    const TrackNeeds needs = NeedsOf(*index, PlanLanes(*index, 1));
+    const TrackNeeds needs = NeedsOf(*index, PlanLanes(*index, 1, NbCoresHere()));
     const double least = static_cast<double>(needs.least) / (1 << 20);
     const double twoGroups = FigureOf(RunCase("fast:backward-2-groups"), "budgetMiB");
     const double quarter = FigureOf(RunCase("fast:backward-quarter-group"), "budgetMiB");

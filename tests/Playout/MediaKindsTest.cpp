@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "Playout/CrewPlan.h"
 #include "Playout/MemoryPlan.h"
 #include "Playout/Playback.h"
 #include "Playout/RecordingIndex.h"
@@ -78,7 +79,7 @@ protected:
         ASSERT_EQ(oracle_->result.nbPictures, index_->NbPictures()) << "this recording is not whole";
         SessionOptions options;
         // Beside what the decoders themselves work on.
-        const TrackNeeds needs = NeedsOf(*index_, PlanLanes(*index_, 1));
+        const TrackNeeds needs = NeedsOf(*index_, PlanLanes(*index_, 1, NbCoresHere()));
         options.memoryBytes = needs.least + needs.picture * LongestGroup(*index_) / 4;
         session_ = std::make_unique<Session>(std::vector{index_}, options);
     }

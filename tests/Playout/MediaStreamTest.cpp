@@ -77,6 +77,9 @@ public:
 
     MediaStream& Get() { return stream_; }
 
+    Player::Player& PlayHead() { return player_; }
+    const RecordingIndex& Index() const { return *index_; }
+
     void ReadFirst() {
         Player::PreloadOrder order;
         ASSERT_TRUE(stream_.GetStreamParameters().preloadQueue_->Pop(order));
@@ -128,6 +131,36 @@ TEST(MediaStreamWaitCause, IsNoneOnceItIsDecoded) {
     driven.ReadFirst();
     driven.DecodeFirst();
     EXPECT_EQ(driven.Get().WaitCause(), WaitCause::None);
+}
+
+TEST(MediaStreamAhead, IsThereOnceTheNextPicturesAreDecoded) {
+    DrivenStream stream;
+    stream.PlayHead().SetSpeed(Time::Ratio(1, 1));
+    stream.ReadFirst();
+    stream.ReadFirst();
+    stream.DecodeFirst();
+    EXPECT_TRUE(stream.Get().HasAhead(0));
+    EXPECT_FALSE(stream.Get().HasAhead(1));
+    stream.ReadFirst();
+    stream.DecodeFirst();
+    EXPECT_TRUE(stream.Get().HasAhead(1));
+    EXPECT_FALSE(stream.Get().HasAhead(2));
+}
+
+TEST(MediaStreamAhead, IsThereForAPlayHeadThatStands) {
+    DrivenStream stream;
+    stream.PlayHead().SetSpeed(Time::Ratio());
+    EXPECT_TRUE(stream.Get().HasAhead(4));
+}
+
+TEST(MediaStreamAhead, IsThereBeyondTheEnds) {
+    DrivenStream stream;
+    stream.PlayHead().SetSpeed(Time::Ratio(-1, 1));
+    EXPECT_TRUE(stream.Get().HasAhead(4)) << "before the first picture";
+    stream.PlayHead().SetSpeed(Time::Ratio(1, 1));
+    EXPECT_FALSE(stream.Get().HasAhead(4));
+    stream.PlayHead().GoTo(stream.Index().End());
+    EXPECT_TRUE(stream.Get().HasAhead(4)) << "after the last one";
 }
 
 TEST(MediaStreamWaitCause, IsNoneOutsideOfTheRecording) {

@@ -2,13 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <numeric>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "Playout/RecordingIndex.h"
@@ -60,13 +58,18 @@ TEST(MemoryPlan, MoreDecodersNeedMore) {
 
 TEST(MemoryPlan, PicturesByThemselvesAreDecodedSideBySide) {
     const auto intra = RecordingIndex::Build(Support::Clips::IntraOnlyH264());
-    EXPECT_EQ(PlanLanes(*intra, 1).nbLanes, std::max(2U, std::thread::hardware_concurrency()));
-    EXPECT_EQ(PlanLanes(*intra, 1).nbThreads, 1);
-    EXPECT_EQ(PlanLanes(*Groups(), 1).nbLanes, 2U);
+    EXPECT_EQ(PlanLanes(*intra, 1, 5).nbLanes, 5U);
+    EXPECT_EQ(PlanLanes(*intra, 1, 5).nbThreads, 1);
+    EXPECT_EQ(PlanLanes(*Groups(), 1, 5).nbLanes, 2U);
+}
+
+TEST(MemoryPlan, TheThreadsOfADecoderShareTheCores) {
+    EXPECT_EQ(PlanLanes(*Groups(), 1, 8).nbThreads, 8);
+    EXPECT_EQ(PlanLanes(*Groups(), 4, 8).nbThreads, 2);
 }
 
 TEST(MemoryPlan, ManyTracksHaveOneThreadADecoder) {
-    EXPECT_EQ(PlanLanes(*Groups(), 1000).nbThreads, 1);
+    EXPECT_EQ(PlanLanes(*Groups(), 1000, 2).nbThreads, 1);
 }
 
 TEST(MemoryPlan, EachGetsItsLeastAndItsPartOfTheRest) {

@@ -375,6 +375,32 @@ TEST(Playback, InRealTimeAStorageThatIsALittleTooSlowIsPlayedEvenly) {
     EXPECT_LT(stands[30], 75ms);
 }
 
+TEST(Playback, InRealTimeSeveralTracksGatherSomePicturesBeforeTheyBegin) {
+    const auto session = Open({Clips::MotionJpeg(), Clips::MotionJpeg()});
+    session->Preloader().SetReadHook(
+        [](const Player::TrackId&, std::size_t) { std::this_thread::sleep_for(25ms); });
+    PlaybackOptions options = AtSpeed(Ratio(1, 1));
+    options.realTime = true;
+    bool hadThem = false;
+    Playback(*session, options).Run([&](const ShownTick&, const TickReport&) {
+        hadThem = session->HasAhead(4);
+        return false;
+    });
+    EXPECT_TRUE(hadThem);
+}
+
+TEST(Playback, InRealTimeGatheringEndsWhateverTheStorageDoes) {
+    const auto session = Open({Clips::MotionJpeg(), Clips::MotionJpeg()});
+    session->Preloader().SetReadHook(
+        [](const Player::TrackId&, std::size_t) { std::this_thread::sleep_for(200ms); });
+    PlaybackOptions options = AtSpeed(Ratio(1, 1));
+    options.realTime = true;
+    options.nbTicks = 30;
+    const PlayReport report =
+        Playback(*session, options).Run([](const ShownTick&, const TickReport&) { return true; });
+    EXPECT_GE(report.tracks.at(1).nbNew, 3U);
+}
+
 TEST(Playback, InRealTimeTicksThatTheCallbackSleepsThroughAreCounted) {
     const auto session = Open({Clips::Short()});
     PlaybackOptions options = AtSpeed(Ratio(1, 1));
