@@ -148,6 +148,7 @@ BenchFigures MeasureReverseStart(BenchScene& scene) {
 
 BenchFigures MeasureFast(BenchScene& scene, const Ratio& speed, double nbGroupsInBudget) {
     SessionOptions options = scene.Options().session;
+    options.nbDecodeWorkers = 2;
     if (nbGroupsInBudget > 0) {
         // What holds so many groups: their pictures beside what the track needs in any case.
         const double bytes = nbGroupsInBudget * static_cast<double>(scene.GroupBytes()) +

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <new>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 
 namespace Tavrin::Playout {
@@ -15,6 +16,11 @@ constexpr int kMaxDamagedPackets = 100;
 int IsStopped(void* stop) {
     // Relaxed: nothing else is published with the flag, and a stop may come one read later.
     return static_cast<const std::atomic<bool>*>(stop)->load(std::memory_order_relaxed) ? 1 : 0;
+}
+
+/// Whether the header tells the streams, and where each packet is and what time stamps it has.
+bool DescribesItself(const AVInputFormat& format) {
+    return std::string_view(format.name).substr(0, 4) == "mov,";
 }
 
 bool IsPicture(const AVStream& stream) {
@@ -39,8 +45,8 @@ std::string WhyNotAFile(const std::string& file) {
 
 }  // namespace
 
-Demuxer::Demuxer(const std::string& file, int stream, const std::atomic<bool>* stop)
-    : file_(file), stop_(stop) {
+Demuxer::Demuxer(const std::string& file, int stream, Probe probe, const std::atomic<bool>* stop)
+    : file_(file), probe_(probe), stop_(stop) {
     Ffmpeg::RouteMessages();
     try {
         OpenFile();
@@ -87,6 +93,9 @@ void Demuxer::OpenFormat() {
     int result = avformat_open_input(&format_, nullptr, nullptr, nullptr);
     if (result < 0) {
         Fail("is not a recording that can be read: " + Ffmpeg::ErrorText(result));
+    }
+    if (probe_ == Probe::Nothing && DescribesItself(*format_->iformat)) {
+        return;
     }
     result = avformat_find_stream_info(format_, nullptr);
     if (result < 0) {

@@ -17,9 +17,16 @@ namespace Tavrin::Playout {
 /// *Errors:* the constructor and Next throw std::runtime_error in one line that names the file.
 class Demuxer {
 public:
+    /// What is to be found out of the streams when the file is opened.
+    enum class Probe {
+        All,      ///< Everything, by decoding a picture where the header does not tell it.
+        Nothing,  ///< For packets alone: only what finding them needs.
+    };
+
     /// Opens the file. \p stream is a number in the file, or negative for the best one. While \p stop (if not
     /// null) is set, every operation on the file fails; it must outlive the demuxer.
-    Demuxer(const std::string& file, int stream, const std::atomic<bool>* stop = nullptr);
+    Demuxer(const std::string& file, int stream, Probe probe = Probe::All,
+            const std::atomic<bool>* stop = nullptr);
     ~Demuxer();
     Demuxer(const Demuxer&) = delete;
     Demuxer& operator=(const Demuxer&) = delete;
@@ -53,6 +60,7 @@ private:
     [[noreturn]] void Fail(const std::string& what) const;
 
     std::string file_;
+    Probe probe_;
     const std::atomic<bool>* stop_;
     AVIOContext* io_ = nullptr;
     AVFormatContext* format_ = nullptr;

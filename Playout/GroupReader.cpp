@@ -163,7 +163,7 @@ void GroupReader::Close() {
 void GroupReader::Open() {
     next_.reset();
     Close();
-    demuxer_ = std::make_unique<Demuxer>(index_->File(), index_->Stream(), &stop_);
+    demuxer_ = std::make_unique<Demuxer>(index_->File(), index_->Stream(), Demuxer::Probe::Nothing, &stop_);
     expected_ = 0;
 }
 
