@@ -228,6 +228,8 @@ bool MediaStream::HasSettled() {
 
 void MediaStream::AllowStandIns(bool allowed) {
     if (standInsAllowed_ && !allowed) {
+        // What is ordered now was ordered to be stood in for.
+        Withdraw();
         ForgetAll();
     }
     standInsAllowed_ = allowed;
@@ -292,6 +294,16 @@ void MediaStream::Intake() {
     ForgetAbandoned();
 }
 
+/// Decoding one picture at every tick takes a fifth more of the processor than decoding as many in a row: each time,
+/// threads are woken whose caches have gone cold.
+bool MediaStream::RestsDecoding() {
+    constexpr std::size_t kFewestToRestOn = 12;
+    const std::size_t nb = NbOfSamples(window_.nbDecodedAhead);
+    const bool mayRest = nb >= kFewestToRestOn && player_->GetSpeed() != Time::Ratio() && !standInsAllowed_;
+    rests_ = mayRest && HasAhead(rests_ ? nb - nb / 3 : nb - nb / 12);
+    return rests_;
+}
+
 void MediaStream::Plan() {
     if (!IsLinked()) {
         return;
@@ -302,8 +314,7 @@ void MediaStream::Plan() {
         // The play head does not wait: what it has passed must not be served before what comes.
         WithdrawPassed();
     }
-    AskForCompressed(Needed());
-    AskForDecoded(Needed());
+    AskForNeeded();
     if (!preloading_) {
         return;
     }
@@ -312,13 +323,27 @@ void MediaStream::Plan() {
     while (compressedPlanner_.Get(tp)) {
         AskForCompressed(tp);
     }
-    if (OthersMayWait()) {
+    if (OthersMayWait() || RestsDecoding()) {
         return;
     }
     decodedPlanner_.Update(player_);
     while (decodedPlanner_.Get(tp)) {
         AskForDecoded(tp);
     }
+}
+
+/// What is under the play head goes before all else, also before what was ordered earlier.
+void MediaStream::AskForNeeded() {
+    const TimePoint needed = Needed();
+    ISample* sample = nullptr;
+    const bool isLost = decodeQueue_.GetSize() > 0 && Exists(needed) &&
+                        decoded_.GetSample(needed, fields_.Rate(), &sample, false) == Cache::Not_Found &&
+                        compressed_.GetSample(needed, index_->Rate(), &sample, false) == Cache::Valid;
+    if (isLost && !standInsAllowed_) {
+        Withdraw();
+    }
+    AskForCompressed(needed);
+    AskForDecoded(needed);
 }
 
 void MediaStream::AskForCompressed(const TimePoint& tp) {

@@ -151,6 +151,7 @@ private:
     [[nodiscard]] const Time::TimePoint& Now() const;
     [[nodiscard]] Time::TimePoint Needed() const;
     [[nodiscard]] Player::Cache::EntryType Find(Player::ISample** sample);
+    void AskForNeeded();
     void AskForCompressed(const Time::TimePoint& tp);
     void AskForDecoded(const Time::TimePoint& tp);
     void Decode(Player::ISample& compressed, const Time::TimePoint& tp);
@@ -170,6 +171,7 @@ private:
     [[nodiscard]] bool HasSettled();
     void ForgetAbandoned();
     [[nodiscard]] bool OthersMayWait() const;
+    [[nodiscard]] bool RestsDecoding();
     void ConfigurePlanners();
 
     std::shared_ptr<const RecordingIndex> index_;
@@ -192,6 +194,7 @@ private:
     std::optional<std::pair<std::size_t, PictureField>> shownPicture_;
     bool standInsAllowed_ = false;
     bool dragged_ = false;
+    bool rests_ = false;                            ///< Enough is decoded for a while.
     bool hasJumped_ = false;                        ///< And the picture there has not come yet.
     std::vector<Time::TimePoint> begunCompressed_;  ///< In the hands of workers when orders were withdrawn.
     std::vector<Time::TimePoint> begunDecoded_;

@@ -6,8 +6,9 @@ namespace Tavrin::Playout {
 
 namespace {
 
-/// Decoded pictures that a machine can be taken to manage before it has shown what it can.
-constexpr double kAssumedBytesPerSecond = 300e6;
+/// Decoded pictures that a machine can be taken to manage before it has shown what it can: rather too many, since what
+/// is left out without need has to be decoded after all.
+constexpr double kAssumedBytesPerSecond = 600e6;
 
 constexpr double kEnough = 1.0;
 constexpr double kEnoughAgain = 1.25;

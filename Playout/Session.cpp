@@ -102,6 +102,7 @@ private:
         std::unique_ptr<MediaStream> stream;
         TrackView view;
         StandInChoice standIn;
+        std::size_t restedAt = 0;  ///< The last picture under the play head that was not waited for.
         ViewCounter counter{std::chrono::steady_clock::now()};
     };
 
@@ -120,7 +121,7 @@ private:
     void WithdrawAll();
     void AbandonAll();
     void PlanWindows();
-    void NotePlace(const Track& track, std::size_t number);
+    void NotePlace(Track& track, std::size_t number);
     std::size_t StrideOf(const Track& track, std::size_t number) const;
     std::size_t PictureRoom(const Track& track) const { return track.bytes - track.needs.packets; }
     LanePlan LanesFor(const RecordingIndex& recording) const;
@@ -360,23 +361,35 @@ void Session::Impl::NoteWaits(TickReport& report) {
 }
 
 /// Tells the decoders' store what is near.
-void Session::Impl::NotePlace(const Track& track, std::size_t number) {
+void Session::Impl::NotePlace(Track& track, std::size_t number) {
+    // Who has gone no farther than this has stepped, and may step on; a hand that drags goes back and forth.
+    constexpr std::size_t kStep = 16;
     const RecordingIndex& recording = Recording(number);
-    const TimePoint& head = track.player->GetCurrentTimePoint();
     PlayPlace place;
-    place.picture = recording.PictureAtOrAfter(head);
-    place.backward = player_.GetSpeed().Numerator() < 0;
+    place.picture = recording.PictureAtOrAfter(track.player->GetCurrentTimePoint());
     place.stride = StrideOf(track, number);
+    const bool isAwaited = track.view.status == SampleStatus::NotReady && !dragged_;
+    const std::size_t way = std::max(track.restedAt, place.picture) - std::min(track.restedAt, place.picture);
+    track.restedAt = isAwaited ? track.restedAt : place.picture;
     // What can be kept; the window alone would leave out what the store keeps for later.
     const std::size_t nbFitting =
         (PictureRoom(track) - track.needs.working) / std::max<std::size_t>(track.needs.picture, 1);
-    place.ahead = nbFitting * place.stride;
-    // On the way to the picture that is waited for, those before it are in nobody's window; but a hand that drags
-    // goes back and forth.
-    constexpr std::size_t kBehindHand = 16;
-    const bool isAwaited = track.view.status == SampleStatus::NotReady && !dragged_;
-    const std::size_t nbBehind = std::max(track.window.nbDecodedBehind, dragged_ ? kBehindHand : 0);
-    place.behind = isAwaited ? 0 : nbBehind * place.stride;
+    const bool isStill = player_.GetSpeed().Numerator() == 0;
+    if (isAwaited && way > kStep) {
+        // On the way to the picture that is waited for, those before it are in nobody's window.
+        place.backward = player_.GetSpeed().Numerator() < 0;
+        place.ahead = nbFitting * place.stride;
+        place.behind = 0;
+    } else if (isStill && !dragged_) {
+        // Forward, one picture comes after the other; backward, what is not there takes a pass over its group.
+        place.backward = true;
+        place.behind = nbFitting / 3;
+        place.ahead = nbFitting - place.behind;
+    } else {
+        place.backward = player_.GetSpeed().Numerator() < 0;
+        place.ahead = nbFitting * place.stride;
+        place.behind = std::max(track.window.nbDecodedBehind, dragged_ ? kStep : 0) * place.stride;
+    }
     decoder_.SetPlace(track.id, place);
 }
 

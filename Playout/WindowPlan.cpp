@@ -51,7 +51,7 @@ std::size_t LongestGroup(const RecordingIndex& recording) {
 
 StreamWindow PlanWindow(const RecordingIndex& recording, const SampleRate& displayRate, const Ratio& speed,
                         const WindowRoom& room, const SessionOptions& options) {
-    // Around a still play head enough is kept for steps, and for the start of playing either way.
+    // Around a still play head enough is kept for steps either way, one after the other, and for the start of playing.
     const bool isStill = speed.Numerator() == 0;
     const Ratio passing = isStill ? Ratio(1, 3) : speed;
     const SampleRate rate = FetchRateOf(recording, displayRate, speed);
@@ -60,7 +60,8 @@ StreamWindow PlanWindow(const RecordingIndex& recording, const SampleRate& displ
     const std::size_t nbOfPackets = NbOfPackets(recording, stride, room.packets);
     const bool isForward = speed.Positive();
     StreamWindow window;
-    window.nbDecodedBehind = std::min(NbPassing(options.behind, rate, passing), nbFitting / 4);
+    window.nbDecodedBehind = std::min(NbPassing(isStill ? options.ahead : options.behind, rate, passing),
+                                      nbFitting / (isStill ? 3 : 4));
     const std::size_t group = (LongestGroup(recording) + stride - 1) / stride;
     const std::size_t nbForGroup = isForward ? 0 : std::min(group, nbFitting / 2);
     const std::size_t nbForAhead = nbFitting - std::min(nbFitting, window.nbDecodedBehind + nbForGroup + 1);
