@@ -38,6 +38,7 @@ void AddFigures(BenchFigures& figures, const RunFigures& run) {
     figures.emplace_back("ticks", static_cast<double>(run.nbTicks));
     figures.emplace_back("rightPercent", PercentOf(run.nbRight, run.nbTicks));
     figures.emplace_back("rightByClockPercent", PercentOf(run.nbRightByClock, run.nbTicks));
+    figures.emplace_back("togetherPercent", PercentOf(run.nbTogether, run.nbTicks));
     figures.emplace_back("nearPercent", PercentOf(run.nbNear, run.nbTicks));
     figures.emplace_back("behindTicks", static_cast<double>(run.nbBehind));
     figures.emplace_back("speed", elapsed > 0 ? played / elapsed : 0);

@@ -44,6 +44,7 @@ RunJudge::RunJudge(std::vector<NumberedRecording> recordings, const SampleRate& 
 void RunJudge::Begin(const Ratio& speed) {
     speed_ = speed;
     first_.reset();
+    together_.reset();
     for (Track& track : tracks_) {
         const SampleRate& rate = track.recording.Index()->Rate();
         track.fetched =
@@ -103,12 +104,26 @@ bool RunJudge::Note(const TimePoint& head, const std::vector<std::shared_ptr<con
     figures_.nbRight += right ? 1 : 0;
     figures_.nbRightByClock += rightByClock ? 1 : 0;
     figures_.nbNear += near ? 1 : 0;
+    figures_.nbTogether += IsTogether(head) ? 1 : 0;
     if (!wasFirst) {
         NoteProgress(head, due, now);
     }
     head_ = head;
     last_ = now;
     return right;
+}
+
+bool RunJudge::AllBelong(const TimePoint& head) const {
+    return std::all_of(tracks_.begin(), tracks_.end(),
+                       [&head](const Track& track) { return Belongs(track, head); });
+}
+
+bool RunJudge::IsTogether(const TimePoint& head) {
+    if (AllBelong(head)) {
+        together_ = head;
+        return true;
+    }
+    return together_ && AllBelong(*together_);
 }
 
 bool RunJudge::NoteTrack(Track& track, const std::shared_ptr<const Picture>& picture, const TimePoint& head,

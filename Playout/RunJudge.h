@@ -20,6 +20,7 @@ struct RunFigures {
     std::uint64_t nbTicks = 0;
     std::uint64_t nbRight = 0;         ///< See RunJudge.
     std::uint64_t nbRightByClock = 0;  ///< See RunJudge.
+    std::uint64_t nbTogether = 0;      ///< See RunJudge.
     std::uint64_t nbNear = 0;          ///< Each track within kNearPictures of the one due by the clock.
     std::uint64_t nbNew = 0;           ///< Pictures other than that at the tick before, of all tracks.
     std::int64_t nbBehind = 0;         ///< Ticks by which the play head was behind the clock, at most.
@@ -39,6 +40,9 @@ struct RunFigures {
 ///   picture are those of the tick before: it was then held.
 /// - It is right *by the clock* when it shows the picture that belongs where the play head would be, had it
 ///   moved since the first tick without ever waiting.
+///
+/// Tracks are *together* when what they show belongs to one time, that of the play head or, while it waits, the
+/// one at which they were together last.
 ///
 /// After a wait, play head and clock stay apart: the first says what the tracks show beside one another, the
 /// second what somebody with a watch sees.
@@ -81,6 +85,8 @@ private:
     [[nodiscard]] Time::TimePoint DueHead(Clock::time_point now) const;
     [[nodiscard]] static bool Belongs(const Track& track, const Time::TimePoint& head);
     [[nodiscard]] static bool IsNear(const Track& track, const Time::TimePoint& head);
+    [[nodiscard]] bool AllBelong(const Time::TimePoint& head) const;
+    [[nodiscard]] bool IsTogether(const Time::TimePoint& head);
     void NoteStand(const Track& track, Clock::time_point until);
     void NoteProgress(const Time::TimePoint& head, const Time::TimePoint& due, Clock::time_point now);
     bool NoteTrack(Track& track, const std::shared_ptr<const Picture>& picture, const Time::TimePoint& head,
@@ -97,6 +103,7 @@ private:
     std::chrono::nanoseconds period_;
     std::optional<First> first_;
     Time::TimePoint head_;  ///< At the tick before.
+    std::optional<Time::TimePoint> together_;
     Clock::time_point last_;
     RunFigures figures_;
 };

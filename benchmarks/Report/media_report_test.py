@@ -28,7 +28,7 @@ STRAIGHT = {
 }
 
 IN_TIME = {"rightPercent": 100, "behindTicks": 0, "standMs": 45, "tickMs": 40, "gapMs": 100, "newPerSecond": 13,
-           "nearPercent": 60, "ticks": 250, "speed": 1, "peakMiB": 350, "groupMiB": 150, "cpuMsPerPicture": 10.5,
+           "nearPercent": 60, "ticks": 250, "speed": 1, "togetherPercent": 100, "peakMiB": 350, "groupMiB": 150, "cpuMsPerPicture": 10.5,
            "bytesReadPerPicture": 81_000}
 COMMAND = {"p50Ms": 1, "p95Ms": 20, "p99Ms": 39, "maxMs": 39, "tickMs": 40, "wrong": 0, "wrongAfter": 0,
            "gapMs": 90}
@@ -89,13 +89,23 @@ class Verdicts(unittest.TestCase):
                 ("drag", {"gapMs": 101}, "dragging"),
                 ("drag", {"p95Ms": 301}, "dragging"),
                 ("tracks:4-backward", {"rightPercent": 99}, "4 tracks backward"),
-                ("tracks:8-forward", {"rightPercent": 99}, "8 tracks forward"),
+                ("tracks:8-forward", {"togetherPercent": 99}, "8 tracks forward"),
                 ("play:-1", {"peakMiB": 361}, "memory at -1"),
-                ("play:1", {"cpuMsPerPicture": 11.1}, "processor time a picture at 1"),
-                ("play:-1", {"cpuMsPerPicture": 13.1}, "processor time a picture at -1"),
+                ("play:1", {"cpuMsPerPicture": 12.2}, "processor time a picture at 1"),
+                ("play:-1", {"cpuMsPerPicture": 14.4}, "processor time a picture at -1"),
                 ("play:-1", {"bytesReadPerPicture": 88_001}, "bytes read a picture at -1")):
             with self.subTest(label=label, figures=figures):
                 self.assertEqual(verdict(case, figures, label), media_report.MISSED)
+
+    def test_first_picture_backward_is_beyond_where_decoding_up_to_it_alone_takes_longer(self):
+        slow = json.loads(json.dumps(STRAIGHT).replace('"p95Ms": 200', '"p95Ms": 280'))
+        run = bench(**{"open:reverse-start": {"p95Ms": 281}, "open:forward": {"p95Ms": 281}})
+        rows = {row["case"]: row for row in media_report.opening_rows(media_report.Clip("clip.mp4", slow, run))}
+        self.assertEqual(rows["first picture after starting in reverse"]["verdict"], media_report.BEYOND)
+        self.assertEqual(rows["first picture after opening"]["verdict"], media_report.MISSED)
+        quick = {"open:reverse-start": {"p95Ms": 281}}
+        self.assertEqual(verdict("open:reverse-start", quick["open:reverse-start"],
+                                 "first picture after starting in reverse"), media_report.MISSED)
 
     def test_speed_is_not_judged_where_the_ceiling_does_not_allow_it_twice_over(self):
         slow = json.loads(json.dumps(STRAIGHT).replace("200,", "199,", 1))

@@ -87,6 +87,25 @@ public:
         FileAndPlan();
     }
 
+    [[nodiscard]] std::size_t NbDecodeOrders() {
+        return stream_.GetStreamParameters().decodeQueue_->GetSize();
+    }
+
+    void ReadAndDecodeAll() {
+        while (stream_.DebugPreloadQueueSize() > 0) {
+            ReadFirst();
+        }
+        while (NbDecodeOrders() > 0) {
+            DecodeFirst();
+        }
+    }
+
+    /// One picture on, as the session does it.
+    void MoveOn() {
+        player_.Update(index_->SampleStart(1));
+        FileAndPlan();
+    }
+
     void DecodeFirst() {
         Player::DecodeOrder order;
         ASSERT_TRUE(stream_.GetStreamParameters().decodeQueue_->Pop(order));
@@ -161,6 +180,39 @@ TEST(MediaStreamAhead, IsThereBeyondTheEnds) {
     EXPECT_FALSE(stream.Get().HasAhead(4));
     stream.PlayHead().GoTo(stream.Index().End());
     EXPECT_TRUE(stream.Get().HasAhead(4)) << "after the last one";
+}
+
+TEST(MediaStreamOrders, AreGivenManyAtATimeOnceEnoughIsDecoded) {
+    DrivenStream stream;
+    stream.PlayHead().SetSpeed(Time::Ratio(1, 1));
+    stream.MoveOn();
+    stream.ReadAndDecodeAll();
+    int nbWithout = 0;
+    while (stream.NbDecodeOrders() == 0 && nbWithout < 20) {
+        stream.MoveOn();
+        ++nbWithout;
+    }
+    EXPECT_GE(nbWithout, 4);
+    EXPECT_LE(nbWithout, 8);
+    EXPECT_GE(stream.NbDecodeOrders(), 4U);
+    EXPECT_TRUE(stream.Get().HasAhead(8)) << "long before what is decoded runs out";
+}
+
+TEST(MediaStreamOrders, WhatIsUnderThePlayHeadGoesBeforeWhatWasOrderedEarlier) {
+    DrivenStream stream;
+    stream.PlayHead().SetSpeed(Time::Ratio(1, 1));
+    stream.MoveOn();
+    while (stream.Get().DebugPreloadQueueSize() > 0) {
+        stream.ReadFirst();
+    }
+    ASSERT_GT(stream.NbDecodeOrders(), 4U);
+    // Read, but beyond what decoding was ordered for.
+    const Time::TimePoint there = stream.Index().SampleStart(30);
+    stream.PlayHead().GoTo(there);
+    stream.Get().Plan();
+    Player::DecodeOrder order;
+    ASSERT_TRUE(stream.Get().GetStreamParameters().decodeQueue_->Pop(order));
+    EXPECT_EQ(order.orderTp_, there);
 }
 
 TEST(MediaStreamWaitCause, IsNoneOutsideOfTheRecording) {

@@ -168,6 +168,19 @@ TEST_F(RunJudgeTest, TickIsRightOnlyIfEveryTrackIs) {
     EXPECT_EQ(judge.Figures().nbNew, 3U);
 }
 
+TEST_F(RunJudgeTest, TracksThatShowOneTimeAreTogetherAlsoWhileThePlayHeadIsAhead) {
+    RunJudge judge({Recording(), Recording()}, SampleRate(25, 1), Ratio(1, 1));
+    judge.Note(MiddleOf(5), {Pictures()[5], Pictures()[5]}, start_);
+    judge.Note(MiddleOf(6), {Pictures()[5], Pictures()[5]}, start_ + milliseconds(kTickMs));
+    EXPECT_EQ(judge.Figures().nbTogether, 2U);
+    judge.Note(MiddleOf(6), {Pictures()[6], Pictures()[5]}, start_ + milliseconds(2 * kTickMs));
+    EXPECT_EQ(judge.Figures().nbTogether, 2U);
+    judge.Note(MiddleOf(6), {Pictures()[6], Pictures()[6]}, start_ + milliseconds(3 * kTickMs));
+    EXPECT_EQ(judge.Figures().nbTogether, 3U);
+    judge.Note(MiddleOf(7), {Pictures()[4], Pictures()[4]}, start_ + milliseconds(4 * kTickMs));
+    EXPECT_EQ(judge.Figures().nbTogether, 3U) << "a time that they were not at last";
+}
+
 TEST_F(RunJudgeTest, AnotherRunBeginsAnewWhereverItDoes) {
     Note(0, 5, 5);
     judge_.Begin(Ratio(1, 1));

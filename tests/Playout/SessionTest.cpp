@@ -502,6 +502,26 @@ TEST(Session, PicturesNeverTakeMoreThanTheirShareOfTheMemory) {
     }
 }
 
+TEST(Session, StepsBackTakeOnePassOverTheGroup) {
+    const auto recording = LongGroups();
+    Session session({recording});
+    const std::size_t key = recording->Group(2).firstPicture;
+    session.SetSpeed(Ratio());
+    session.GoTo(MiddleOf(*recording, recording->Picture(key).sample));
+    Step(session, TimePoint());
+    Drain(session);
+    const auto before = session.GetInformation(0).decoding.nbPasses;
+    for (std::size_t back = 1; back < recording->Group(1).nbPictures; ++back) {
+        session.GoTo(MiddleOf(*recording, recording->Picture(key - back).sample));
+        const TickReport report = session.Tick(TimePoint());
+        EXPECT_TRUE(report.IsReady()) << back << " back";
+        ExpectPicture(report, 0, key - back);
+        Drain(session);
+    }
+    // One for the group before.
+    EXPECT_LE(session.GetInformation(0).decoding.nbPasses, before + 1);
+}
+
 TEST(Session, MayBeDestroyedWhileReadsAndDecodesAreInProgress) {
     for (int round = 0; round < 10; ++round) {
         Session session({LongGroups(), LongGroups()});
