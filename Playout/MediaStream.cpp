@@ -261,7 +261,8 @@ bool MediaStream::HasAhead(std::size_t nb) {
         const TimePoint tp = TimePoint::StartOfSample(speed.Positive() ? here + i : here - i, rate);
         ISample* sample = nullptr;
         if (tp < begin_ || tp >= end_) {
-            return true;
+            // Nothing is there yet, or any more: a track may begin later.
+            continue;
         }
         const Cache::EntryType type = decoded_.GetSample(tp, fields_.Rate(), &sample, false);
         if (type != Cache::Valid && type != Cache::Missing) {
