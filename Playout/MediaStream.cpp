@@ -260,8 +260,8 @@ bool MediaStream::HasAhead(std::size_t nb) {
     for (std::int64_t i = 1; i <= static_cast<std::int64_t>(nb); ++i) {
         const TimePoint tp = TimePoint::StartOfSample(speed.Positive() ? here + i : here - i, rate);
         ISample* sample = nullptr;
-        if (tp < begin_ || tp >= end_) {
-            // Nothing is there yet, or any more: a track may begin later.
+        if (!Exists(tp)) {
+            // Nothing is there yet, or any more: a track may begin later, or go on after a hole.
             continue;
         }
         const Cache::EntryType type = decoded_.GetSample(tp, fields_.Rate(), &sample, false);

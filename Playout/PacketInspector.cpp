@@ -70,6 +70,29 @@ bool IsDisposableH264(std::span<const std::uint8_t> bytes, std::size_t lengthSiz
     return false;
 }
 
+/// In MPEG-2 no picture is predicted from one that is predicted in both directions; the header of a picture tells.
+bool IsDisposableMpeg2(std::span<const std::uint8_t> bytes) {
+    constexpr std::uint8_t kPictureHeader = 0;
+    constexpr unsigned kBidirectional = 3;
+    for (std::size_t at = AfterStartCode(bytes, 0); at + 2 < bytes.size(); at = AfterStartCode(bytes, at)) {
+        if (bytes[at] == kPictureHeader) {
+            return (bytes[at + 2] >> 3U & 7U) == kBidirectional;
+        }
+    }
+    return false;
+}
+
+bool IsDisposable(AVCodecID codec, std::span<const std::uint8_t> bytes, std::size_t lengthSize) {
+    switch (codec) {
+        case AV_CODEC_ID_H264:
+            return IsDisposableH264(bytes, lengthSize);
+        case AV_CODEC_ID_MPEG2VIDEO:
+            return IsDisposableMpeg2(bytes);
+        default:
+            return false;
+    }
+}
+
 bool IsPredicted(int type) {
     return type == AV_PICTURE_TYPE_P || type == AV_PICTURE_TYPE_B;
 }
@@ -93,8 +116,10 @@ bool PacketInspector::MustParse(bool key) const {
 
 void PacketInspector::Inspect(const AVPacket& packet, CodedPacket& coded) {
     coded.entry = coded.key;
-    coded.disposable = codec_ == AV_CODEC_ID_H264 && packet.size > 0 &&
-                       IsDisposableH264({packet.data, static_cast<std::size_t>(packet.size)}, lengthSize_);
+    if (packet.size > 0) {
+        coded.disposable =
+            IsDisposable(codec_, {packet.data, static_cast<std::size_t>(packet.size)}, lengthSize_);
+    }
     if (codec_ == AV_CODEC_ID_VP8) {
         coded.hidden = coded.hidden || IsHiddenVp8(packet);
     }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -226,6 +227,43 @@ TEST(RecordingIndex, IntraOnlyRecordingsHaveAGroupForEachPicture) {
         EXPECT_TRUE(index->IntraOnly()) << clip;
         EXPECT_EQ(index->NbGroups(), index->NbPictures()) << clip;
     }
+}
+
+/// Where pictures predicted in both directions are never referred to, they are those shown before one that is coded
+/// earlier.
+void ExpectDisposableAreThoseShownBeforeEarlierOnes(const std::string& file) {
+    const auto index = RecordingIndex::Build(file);
+    std::int64_t latest = std::numeric_limits<std::int64_t>::min();
+    std::size_t nbDisposable = 0;
+    for (std::size_t packet = 0; packet < index->NbPackets(); ++packet) {
+        const CodedPacket& coded = index->Packet(packet);
+        EXPECT_EQ(coded.disposable, coded.pts < latest) << "packet " << packet;
+        latest = std::max(latest, coded.pts);
+        nbDisposable += coded.disposable ? 1 : 0;
+    }
+    EXPECT_GT(nbDisposable, index->NbPackets() / 2);
+}
+
+TEST(RecordingIndex, H264PicturesThatNothingRefersToAreDisposable) {
+    ExpectDisposableAreThoseShownBeforeEarlierOnes(
+        Clips::Encoded("no-pyramid.mp4", Clips::TestPattern("null") +
+                                             "-pix_fmt yuv420p -c:v libx264 -preset veryfast "
+                                             "-x264-params keyint=12:bframes=2:b-adapt=0:b-pyramid=none"));
+}
+
+TEST(RecordingIndex, Mpeg2PicturesThatNothingRefersToAreDisposable) {
+    ExpectDisposableAreThoseShownBeforeEarlierOnes(Clips::Mpeg2Interlaced());
+}
+
+TEST(RecordingIndex, PicturesOfAPyramidThatOthersReferToAreNotDisposable) {
+    const auto index = RecordingIndex::Build(Clips::ClosedGroups());
+    std::size_t nbDisposable = 0;
+    for (std::size_t packet = 0; packet < index->NbPackets(); ++packet) {
+        nbDisposable += index->Packet(packet).disposable ? 1 : 0;
+    }
+    // Of four pictures in a row one is predicted forward, and of the three between two are referred to by none.
+    EXPECT_GT(nbDisposable, index->NbPackets() / 3);
+    EXPECT_LE(nbDisposable, index->NbPackets() / 2);
 }
 
 TEST(RecordingIndex, TheGroupAtAPacketIsTheLastOneThatBeginsThere) {

@@ -502,6 +502,18 @@ TEST(Session, PicturesNeverTakeMoreThanTheirShareOfTheMemory) {
     }
 }
 
+TEST(Session, AJumpLeavesOutPicturesThatNobodyNeeds) {
+    const auto recording = LongGroups();
+    Session session({recording});
+    session.SetSpeed(Ratio());
+    session.GoTo(MiddleOf(*recording, 60));
+    ExpectPicture(Step(session, TimePoint()), 0, 60);
+    // It lies 27 pictures after its key frame, and of three in a row one is referred to by none.
+    EXPECT_GE(session.GetInformation(0).decoding.nbPacketsLeftOut, 8U);
+    session.GoTo(MiddleOf(*recording, 58));
+    ExpectPicture(Step(session, TimePoint()), 0, 58);
+}
+
 TEST(Session, StepsBackTakeOnePassOverTheGroup) {
     const auto recording = LongGroups();
     Session session({recording});
