@@ -173,7 +173,7 @@ std::shared_ptr<const Picture> DecodeLane::Impl::Accept(const PacketGroup& group
     disordered_ = disordered_ || (standing_->latest && number < *standing_->latest);
     standing_->latest = std::max(standing_->latest.value_or(number), number);
     standing_->came[number - layout.firstPicture] = true;
-    if (!disordered_) {
+    if (!disordered_ && !EndedEarly(group)) {
         standing_->decided = std::max(standing_->decided, number - layout.firstPicture);
     }
     auto picture = decoder_.TakePicture();
@@ -213,7 +213,9 @@ void DecodeLane::Impl::LeaveOut(const PacketGroup& group, std::size_t packet) {
 
 void DecodeLane::Impl::Feed(const PacketGroup& group, std::size_t wanted, bool last) {
     const bool isPast = last && standing_->nextPacket > index_->Picture(wanted).packet;
-    if (isPast || standing_->nextPacket == group.Layout().EndPacket()) {
+    const bool hasFieldToCome = standing_->nextPacket < group.Layout().EndPacket() &&
+                                index_->Packet(standing_->nextPacket).secondField;
+    if ((isPast && !hasFieldToCome) || standing_->nextPacket == group.Layout().EndPacket()) {
         decoder_.SendEnd();
         standing_->ended = true;
         return;

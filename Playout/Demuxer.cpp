@@ -14,8 +14,7 @@ namespace {
 constexpr int kMaxDamagedPackets = 100;
 
 int IsStopped(void* stop) {
-    // Relaxed: nothing else is published with the flag, and a stop may come one read later.
-    return static_cast<const std::atomic<bool>*>(stop)->load(std::memory_order_relaxed) ? 1 : 0;
+    return static_cast<const StopTime*>(stop)->IsOver() ? 1 : 0;
 }
 
 /// Whether the header tells the streams, and where each packet is and what time stamps it has.
@@ -45,7 +44,7 @@ std::string WhyNotAFile(const std::string& file) {
 
 }  // namespace
 
-Demuxer::Demuxer(const std::string& file, int stream, Probe probe, const std::atomic<bool>* stop)
+Demuxer::Demuxer(const std::string& file, int stream, Probe probe, const StopTime* stop)
     : file_(file), probe_(probe), stop_(stop) {
     Ffmpeg::RouteMessages();
     try {
@@ -72,7 +71,7 @@ void Demuxer::OpenFile() {
     }
     AVIOInterruptCB interrupt{};
     if (stop_ != nullptr) {
-        interrupt = {IsStopped, const_cast<std::atomic<bool>*>(stop_)};
+        interrupt = {IsStopped, const_cast<StopTime*>(stop_)};
     }
     const int result = avio_open2(&io_, ("file:" + file_).c_str(), AVIO_FLAG_READ, &interrupt, nullptr);
     if (result < 0) {

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <string>
 
 #include "Playout/Ffmpeg.h"
+#include "Playout/StopTime.h"
 
 namespace Tavrin::Playout {
 
@@ -13,7 +13,7 @@ namespace Tavrin::Playout {
 /// The format is told from the content alone: a name's ending must not turn any text into a recording, nor
 /// a colon in a name into a protocol.
 ///
-/// *Threads:* externally synchronised; the stop flag may be set from any thread. *Blocking:* on the file.
+/// *Threads:* externally synchronised; the stop time may be set from any thread. *Blocking:* on the file.
 /// *Errors:* the constructor and Next throw std::runtime_error in one line that names the file.
 class Demuxer {
 public:
@@ -23,10 +23,9 @@ public:
         Nothing,  ///< For packets alone: only what finding them needs.
     };
 
-    /// Opens the file. \p stream is a number in the file, or negative for the best one. While \p stop (if not
-    /// null) is set, every operation on the file fails; it must outlive the demuxer.
-    Demuxer(const std::string& file, int stream, Probe probe = Probe::All,
-            const std::atomic<bool>* stop = nullptr);
+    /// Opens the file. \p stream is a number in the file, or negative for the best one. Once \p stop (if not
+    /// null) is over, every operation on the file fails; it must outlive the demuxer.
+    Demuxer(const std::string& file, int stream, Probe probe = Probe::All, const StopTime* stop = nullptr);
     ~Demuxer();
     Demuxer(const Demuxer&) = delete;
     Demuxer& operator=(const Demuxer&) = delete;
@@ -61,7 +60,7 @@ private:
 
     std::string file_;
     Probe probe_;
-    const std::atomic<bool>* stop_;
+    const StopTime* stop_;
     AVIOContext* io_ = nullptr;
     AVFormatContext* format_ = nullptr;
     int stream_ = -1;

@@ -52,11 +52,6 @@ GroupReader::GroupReader(std::shared_ptr<const RecordingIndex> index, std::size_
 
 GroupReader::~GroupReader() = default;
 
-void GroupReader::RequestStop(bool stop) {
-    // Relaxed: nothing else is published with the flag.
-    stop_.store(stop, std::memory_order_relaxed);
-}
-
 GroupReader::Information GroupReader::GetInformation() const {
     Information information = information_;
     information.nbBytesRead += demuxer_ != nullptr ? demuxer_->BytesRead() : 0;

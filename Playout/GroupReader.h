@@ -13,6 +13,7 @@
 #include "Playout/PacketGroup.h"
 #include "Playout/PlayoutExport.h"
 #include "Playout/RecordingIndex.h"
+#include "Playout/StopTime.h"
 
 namespace Tavrin::Playout {
 
@@ -24,7 +25,7 @@ class Demuxer;
 /// when the wanted packets do not come next, and when a seek ends up too late it tries earlier places and in
 /// the end the start of the file. Packets that are part of a group read lately are not read again.
 ///
-/// *Threads:* externally synchronised; RequestStop and HeldBytes are thread-safe. *Blocking:* on the file. *Ownership:* owns
+/// *Threads:* externally synchronised; RequestStopAt, TakeBackStop and HeldBytes are thread-safe. *Blocking:* on the file. *Ownership:* owns
 /// the open file; keeps the index alive. *Errors:* the constructor and Read throw std::runtime_error in one
 /// line that names the file and the reason; a failed Read may be tried again and opens the file anew.
 class TAVRIN_PLAYOUT_EXPORT GroupReader final {
@@ -60,8 +61,9 @@ public:
     /// The same without touching the file: null when the group is not at hand.
     [[nodiscard]] std::shared_ptr<const PacketGroup> AtHand(std::size_t group) const;
 
-    /// While set, reads in progress and new ones fail. From any thread.
-    void RequestStop(bool stop);
+    /// From then on, until it is taken back, reads in progress and new ones fail. From any thread.
+    void RequestStopAt(StopTime::Clock::time_point time) { stop_.Set(time); }
+    void TakeBackStop() { stop_.Clear(); }
 
     [[nodiscard]] Information GetInformation() const;
 
@@ -93,7 +95,7 @@ private:
 
     std::shared_ptr<const RecordingIndex> index_;
     std::size_t nbGroupsKept_;
-    std::atomic<bool> stop_{false};
+    StopTime stop_;
     /// The packets' numbers, in the order of their places in the file.
     std::vector<std::size_t> byPosition_;
     std::unique_ptr<Demuxer> demuxer_;

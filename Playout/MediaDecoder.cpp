@@ -38,11 +38,7 @@ public:
 
     PictureStore& Store() { return *store_; }
 
-    void SetPlace(const PlayPlace& place) {
-        store_->SetPlace(place);
-        const std::scoped_lock lock(mutex_);
-        stride_ = place.stride;
-    }
+    void SetPlace(const PlayPlace& place) { store_->SetPlace(place); }
 
     void SetReach(const GroupReach& reach) {
         const std::scoped_lock lock(mutex_);
@@ -93,11 +89,9 @@ public:
         manner.isStale = [&](std::size_t latest) {
             return visit.IsStale(sample.PictureNumber(), asked, latest);
         };
-        if (visit.IsOutOfDate(sample.PictureNumber())) {
-            return nullptr;
-        }
         manner.last = visit.IsLast(sample.PictureNumber());
-        return visit.Where().Decode(group, sample.PictureNumber(), manner, meter_);
+        return visit.Where().Decode(group, sample.PictureNumber(), manner, meter_,
+                                    [&] { return visit.IsOutOfDate(sample.PictureNumber()); });
     }
 
     const std::shared_ptr<SampleTally>& Tally() const { return tally_; }
@@ -134,8 +128,13 @@ private:
             : pictureBytes(DecodedPictureBytes(*index)), lane(index, options, store, pool) {}
 
         std::shared_ptr<const Picture> Decode(const PacketGroup& packets, std::size_t picture,
-                                              const DecodeManner& manner, DecodeMeter& meter) {
+                                              const DecodeManner& manner, DecodeMeter& meter,
+                                              const std::function<bool()>& isOutOfDate) {
             const std::scoped_lock lock(mutex);
+            // The play head may have been put elsewhere while the lane was waited for.
+            if (isOutOfDate()) {
+                return nullptr;
+            }
             const Measured measured(*this, meter);
             return lane.Decode(packets, picture, manner);
         }
@@ -240,12 +239,22 @@ private:
             return !track_.reach_.IsWhole() && track_.store_->IsPassed(asked);
         }
 
-        /// Of the pictures that are asked for, it is the last one of its group.
+        /// Of the pictures of its group that there is time for, it is the last one: what lies beyond is stood in for by
+        /// it.
         bool IsLast(std::size_t picture) const {
             const std::scoped_lock lock(track_.mutex_);
-            const std::size_t packet =
-                track_.index_->Picture(picture).packet - track_.index_->Group(group_).firstPacket;
-            return !track_.reach_.IsWhole() && packet + track_.stride_ >= track_.reach_.nbPackets;
+            if (track_.reach_.IsWhole()) {
+                return false;
+            }
+            const PictureGroup& group = track_.index_->Group(group_);
+            const std::size_t end = group.EndPacket() - group.firstPacket;
+            for (std::size_t i = 0; i < std::min(track_.reach_.nbPackets, end); ++i) {
+                const auto other = track_.index_->PictureOfPacket(group.firstPacket + i);
+                if (other && *other > picture && *other < group.EndPicture()) {
+                    return false;
+                }
+            }
+            return true;
         }
 
     private:
@@ -285,7 +294,6 @@ private:
     std::shared_ptr<PictureStore> store_;
     std::mutex mutex_;
     GroupReach reach_;
-    std::size_t stride_ = 1;
     std::optional<std::size_t> kept_;
     std::uint64_t nbAbandonments_ = 0;
     std::vector<std::unique_ptr<Place>> places_;

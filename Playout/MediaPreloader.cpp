@@ -34,9 +34,20 @@ public:
         const std::scoped_lock lock(stateMutex_);
         kept_ = kept;
         ++nbAbandonments_;
-        const bool hangs = reading_ && Clock::now() - since_ > kHanging;
-        if (hangs && reading_ != kept) {
-            reader_.RequestStop(true);
+        if (reading_ && reading_ != kept) {
+            reader_.RequestStopAt(std::max(since_ + kHanging, Clock::now()));
+        } else {
+            reader_.TakeBackStop();
+        }
+    }
+
+    /// Nobody needs it any more: nothing is waited for.
+    void AbandonNow() {
+        const std::scoped_lock lock(stateMutex_);
+        kept_.reset();
+        ++nbAbandonments_;
+        if (reading_) {
+            reader_.RequestStopAt(Clock::now());
         }
     }
 
@@ -86,7 +97,7 @@ private:
         const std::scoped_lock lock(stateMutex_);
         reading_ = group;
         since_ = Clock::now();
-        reader_.RequestStop(false);
+        reader_.TakeBackStop();
     }
 
     std::shared_ptr<const PacketGroup> ReadNow(std::size_t group, std::uint64_t asked, const ReadHook& hook,
@@ -196,6 +207,12 @@ void MediaPreloader::Abandon(const Player::TrackId& track, std::optional<std::si
     }
 }
 
+void MediaPreloader::GiveUp(const Player::TrackId& track) {
+    if (const auto found = Find(track)) {
+        found->AbandonNow();
+    }
+}
+
 LatencyHistogram MediaPreloader::GetLatency(const Player::TrackId& track) const {
     const auto found = Find(track);
     return found == nullptr ? LatencyHistogram() : found->GetLatency();
@@ -266,7 +283,13 @@ MediaPreloader::PreloadResult MediaPreloader::Preload(const Player::PreloadOrder
         trace_->NameThread("reader");
     }
     std::unique_ptr<Player::ISample> sample;
-    const auto result = Fetch(order, sample);
+    PreloadResult result = ERROR;
+    try {
+        result = Fetch(order, sample);
+    } catch (const std::exception&) {
+        // Memory has run out: that fails this order, which must be answered all the same.
+        sample.reset();
+    }
     Deliver(order, std::move(sample));
     if (deliveryHook_) {
         deliveryHook_(order, result);

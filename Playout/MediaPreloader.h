@@ -92,6 +92,9 @@ public:
     /// anew. An unknown track is ignored.
     void Abandon(const Player::TrackId& track, std::optional<std::size_t> kept);
 
+    /// Ends the track's read in progress at once, wherever it is: for who no longer needs the track at all.
+    void GiveUp(const Player::TrackId& track);
+
     void SetDeliveryHook(DeliveryHook hook);
     void SetReadHook(ReadHook hook);
     /// Records the reads there; null: nowhere. To be set before the workers start.

@@ -101,6 +101,8 @@ void MediaStream::SetClock(Clock clock) {
 }
 
 void MediaStream::SetWindow(const StreamWindow& window) {
+    // As long as nothing has been asked for in vain, the first delay is that of the window.
+    retryDelay_ = retryDelay_ == window_.retryAfter ? window.retryAfter : retryDelay_;
     window_ = window;
     parameters_.nbPreloading_ = window.nbCompressedAhead;
     parameters_.nbDecoding_ = NbOfSamples(window.nbDecodedAhead);
@@ -192,6 +194,10 @@ SampleStatus MediaStream::GetCurrentSample(ISample** sample) {
     if (type == Cache::Valid && !standInsAllowed_ && IsStandIn(static_cast<const DecodedSample&>(*found))) {
         ForgetAll();
         type = Cache::Not_Found;
+        // The last sample in use stays in a cache; it goes once there is another one.
+        isBlocked_ = Find(&found) == Cache::Valid;
+    } else {
+        isBlocked_ = false;
     }
     currentSampleIsEmpty = type == Cache::Missing;
     if (type == Cache::Missing) {
@@ -223,7 +229,9 @@ bool MediaStream::HasSettled() {
     }
     ISample* sample = nullptr;
     const Cache::EntryType type = Find(&sample);
-    return type == Cache::Valid || type == Cache::Missing;
+    const bool isBarred =
+        type == Cache::Valid && !standInsAllowed_ && IsStandIn(static_cast<const DecodedSample&>(*sample));
+    return (type == Cache::Valid && !isBarred) || type == Cache::Missing;
 }
 
 void MediaStream::AllowStandIns(bool allowed) {
@@ -242,7 +250,7 @@ bool MediaStream::IsStandIn(const DecodedSample& sample) const {
 /// After a jump, decoding anything else would take time from the picture that is waited for; unless each is
 /// decoded by itself.
 bool MediaStream::OthersMayWait() const {
-    return dragged_ || (hasJumped_ && !standInsAllowed_ && !index_->IntraOnly());
+    return dragged_ || (hasJumped_ && !isBlocked_ && !standInsAllowed_ && !index_->IntraOnly());
 }
 
 bool MediaStream::CurrentIsMissing() {
@@ -518,7 +526,6 @@ void MediaStream::ForgetAbandoned() {
     }
 }
 
-/// Withdraws an order that is in no queue any more.
 namespace {
 
 /// Of the sample that it yields.

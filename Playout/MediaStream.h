@@ -194,8 +194,9 @@ private:
     std::optional<std::pair<std::size_t, PictureField>> shownPicture_;
     bool standInsAllowed_ = false;
     bool dragged_ = false;
-    bool rests_ = false;                            ///< Enough is decoded for a while.
-    bool hasJumped_ = false;                        ///< And the picture there has not come yet.
+    bool isBlocked_ = false;  ///< Under the play head is what may no longer stand in, and cannot go yet.
+    bool rests_ = false;      ///< Enough is decoded for a while.
+    bool hasJumped_ = false;  ///< And the picture there has not come yet.
     std::vector<Time::TimePoint> begunCompressed_;  ///< In the hands of workers when orders were withdrawn.
     std::vector<Time::TimePoint> begunDecoded_;
     Clock clock_ = &std::chrono::steady_clock::now;

@@ -9,6 +9,7 @@
 
 #include "Playout/PictureSize.h"
 #include "Playout/WindowPlan.h"
+#include "Time/TimePoint.h"
 
 namespace Tavrin::Playout {
 
@@ -17,12 +18,18 @@ namespace {
 /// Groups whose packets a track holds at once: the one that is decoded, its neighbours, and one that a jump left.
 constexpr std::size_t kNbGroupsAtHand = 4;
 
+/// Where groups are short, or each picture is one, so many pictures: the window and what is read beyond it.
+constexpr std::size_t kNbPicturesAtHand = 64;
+
 /// Pictures that one decoder keeps to predict others from, as encoders are used.
 constexpr std::size_t kNbReferences = 4;
 
 /// Pictures of the group that is shown that are still held when the one before it is begun, so that it is ready in
 /// time.
 constexpr std::size_t kNbAroundGroup = 24;
+
+/// Wall time that the usual memory holds around the play head at speed 1, ahead and behind, as SessionOptions has it.
+constexpr std::int64_t kUsualMilliseconds = 1700;
 
 constexpr std::size_t kMostUsualBytes = std::size_t{768} << 20U;
 constexpr std::size_t kMebibyte = std::size_t{1} << 20U;
@@ -39,7 +46,9 @@ std::size_t PacketBytes(const RecordingIndex& recording) {
         longest = std::max(longest, recording.Group(group).nbBytes);
         all += recording.Group(group).nbBytes;
     }
-    return static_cast<std::size_t>(std::min(all, static_cast<std::int64_t>(kNbGroupsAtHand) * longest));
+    const std::size_t nbInGroup = std::max<std::size_t>(recording.NbPictures() / recording.NbGroups(), 1);
+    const std::size_t nbAtHand = std::max(kNbGroupsAtHand, (kNbPicturesAtHand + nbInGroup - 1) / nbInGroup);
+    return static_cast<std::size_t>(std::min(all, static_cast<std::int64_t>(nbAtHand) * longest));
 }
 
 std::string InMebibytes(std::size_t bytes) {
@@ -73,7 +82,11 @@ TrackNeeds NeedsOf(const RecordingIndex& recording, const LanePlan& lanes) {
     const std::size_t beingMade = lanes.nbLanes * (threads + 1) * needs.picture;
     const std::size_t forReverse =
         needs.packets + needs.working + beingMade + group + kNbAroundGroup * needs.picture;
-    needs.usual = std::max(std::min(std::max(2 * group, forReverse), kMostUsualBytes),
+    const auto nbPassing =
+        Time::TimePoint().FromMilliseconds(kUsualMilliseconds).SampleNumber(recording.Rate()) + 3;
+    const std::size_t forWindow =
+        needs.packets + needs.working + beingMade + static_cast<std::size_t>(nbPassing) * needs.picture;
+    needs.usual = std::max(std::min(std::max({2 * group, forReverse, forWindow}), kMostUsualBytes),
                            needs.least + 2 * kFewestAhead * needs.picture);
     return needs;
 }

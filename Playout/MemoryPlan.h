@@ -30,7 +30,7 @@ struct TrackNeeds {
 };
 
 /// What playing a recording takes. Usual are two of its longest groups of decoded pictures, so that in reverse
-/// one can be shown while the one before it is decoded; bounded, since a group may be as long as the recording.
+/// one can be shown while the one before it is decoded, and where groups are short, the window; bounded, since a group may be as long as the recording.
 /// A decoder is taken to hold as many pictures as the codec's reordering asks for and a few to refer to.
 [[nodiscard]] TAVRIN_PLAYOUT_EXPORT TrackNeeds NeedsOf(const RecordingIndex& recording,
                                                        const LanePlan& lanes);

@@ -89,6 +89,11 @@ void PictureStore::Add(std::shared_ptr<const Picture> picture, std::size_t wante
     const auto number = picture->Number();
     const std::lock_guard lock(mutex_);
     if (const auto same = pictures_.find(number); same != pictures_.end()) {
+        if (!same->second->Damaged() || picture->Damaged()) {
+            // Decoded once more on the way to another one. Others may hold the first: the second would take more.
+            newest_ = same->second;
+            return;
+        }
         Drop(same);
     }
     // Room is made first, so that the bound holds at every moment.

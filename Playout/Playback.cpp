@@ -96,7 +96,8 @@ private:
             if (IsStopped()) {
                 return false;
             }
-            WaitForProgress(std::max<Clock::duration>(latest - Clock::now(), Clock::duration::zero()));
+            WaitForProgress(
+                std::clamp<Clock::duration>(latest - Clock::now(), Clock::duration::zero(), kLongestWait));
         }
         return true;
     }

@@ -55,6 +55,14 @@ std::vector<ReadinessRule> RulesOf(const std::vector<SessionTrack>& tracks) {
 
 }  // namespace
 
+namespace {
+
+int SignOf(const Time::Ratio& speed) {
+    return speed == Time::Ratio() ? 0 : (speed.Positive() ? 1 : -1);
+}
+
+}  // namespace
+
 bool TickReport::IsReady() const {
     return std::none_of(waits.begin(), waits.end(), [](const TrackWait& wait) { return wait.holds; });
 }
@@ -196,7 +204,12 @@ void Session::Impl::ShareOut(std::size_t nbBytes) {
 }
 
 void Session::Impl::SetMemory(std::size_t nbBytes) {
+    const std::size_t before = memory_;
     ShareOut(nbBytes);
+    if (memory_ < before) {
+        // What is ordered was ordered for wider windows.
+        WithdrawAll();
+    }
     for (const Track& track : tracks_) {
         decoder_.SetPictureBytes(track.id, PictureRoom(track));
     }
@@ -262,7 +275,7 @@ void Session::Impl::StartWorkers() {
 Session::Impl::~Impl() {
     player_.DetachAllStreams();
     for (const Track& track : tracks_) {
-        preloader_.Abandon(track.id, std::nullopt);
+        preloader_.GiveUp(track.id);
         decoder_.Abandon(track.id, std::nullopt);
     }
     workers_.reset();
@@ -366,8 +379,11 @@ void Session::Impl::NotePlace(Track& track, std::size_t number) {
     constexpr std::size_t kStep = 16;
     const RecordingIndex& recording = Recording(number);
     PlayPlace place;
-    place.picture = recording.PictureAtOrAfter(track.player->GetCurrentTimePoint());
-    place.stride = StrideOf(track, number);
+    // At high speeds the picture on show is that at the beginning of the sample fetched.
+    place.picture =
+        recording.PictureAtOrAfter(track.player->GetCurrentTimePoint().AlignWith(track.stream->FetchRate()));
+    // Where pictures last differently long, those shown are not every so many.
+    place.stride = recording.ConstantRate() ? StrideOf(track, number) : 1;
     const bool isAwaited = track.view.status == SampleStatus::NotReady && !dragged_;
     const std::size_t way = std::max(track.restedAt, place.picture) - std::min(track.restedAt, place.picture);
     track.restedAt = isAwaited ? track.restedAt : place.picture;
@@ -409,8 +425,11 @@ double Session::Impl::WantedBytesPerSecond() const {
         const Time::Ratio rate = Recording(number).Rate() * speed;
         const double perSecond =
             std::abs(static_cast<double>(rate.Numerator()) / static_cast<double>(rate.Denominator()));
-        bytes += perSecond * static_cast<double>(tracks_[number].needs.picture);
-        leavesOut = leavesOut || StrideOf(tracks_[number], number) > 1;
+        const std::size_t stride = StrideOf(tracks_[number], number);
+        // Pictures that stand alone are decoded only where they are shown.
+        const std::size_t of = Recording(number).IntraOnly() ? stride : 1;
+        bytes += perSecond * static_cast<double>(tracks_[number].needs.picture) / static_cast<double>(of);
+        leavesOut = leavesOut || stride > 1;
     }
     return leavesOut ? bytes : 0;
 }
@@ -518,7 +537,10 @@ void Session::Impl::SetSpeed(const Time::Ratio& speed) {
         meter_.Restart();
     }
     PlanWindows();
-    const bool turns = oldSpeed.Positive() != speed.Positive();
+    for (const Track& track : tracks_) {
+        track.stream->SetDragged(false);
+    }
+    const bool turns = SignOf(oldSpeed) != SignOf(speed);
     if (turns || oldRates != FetchRates()) {
         WithdrawAll();
     }

@@ -29,12 +29,14 @@ SampleRate FetchRateOf(const RecordingIndex& recording, const SampleRate& displa
 }
 
 /// Samples of the rate that is fetched whose packets fit, beside those of one whole group.
+/// Pictures that stand alone are read alone; of a group, the packets between come along.
 std::size_t NbOfPackets(const RecordingIndex& recording, std::size_t stride, std::size_t bytes) {
     std::int64_t all = 1;
     for (std::size_t group = 0; group < recording.NbGroups(); ++group) {
         all += recording.Group(group).nbBytes;
     }
-    const double perSample = static_cast<double>(all) * static_cast<double>(stride) /
+    const std::size_t nbEach = recording.IntraOnly() ? 1 : stride;
+    const double perSample = static_cast<double>(all) * static_cast<double>(nbEach) /
                              static_cast<double>(std::max<std::size_t>(recording.NbPictures(), 1));
     return static_cast<std::size_t>(static_cast<double>(bytes) / perSample);
 }

@@ -55,9 +55,10 @@ public:
     }
 
     /// Decodes in that order and compares each picture with the straight decode.
-    void ExpectSame(DecodeLane& lane, const std::vector<std::size_t>& order) {
+    void ExpectSame(DecodeLane& lane, const std::vector<std::size_t>& order,
+                    const DecodeManner& manner = {}) {
         for (const auto number : order) {
-            const auto picture = lane.Decode(*GroupOf(number), number);
+            const auto picture = lane.Decode(*GroupOf(number), number, manner);
             if (oracle.md5[number].empty()) {
                 ASSERT_EQ(picture, nullptr) << "picture " << number;
                 continue;
@@ -121,6 +122,18 @@ TEST_P(DecodeLaneOnEachClip, PutsOutTheSamePicturesInRandomOrder) {
     ExpectSameWithEachBound([](std::size_t nb) { return Support::Shuffled(nb, 4711); });
 }
 
+TEST_P(DecodeLaneOnEachClip, PutsOutTheSamePicturesWherePassesAreEndedEarly) {
+    Recording recording(GetParam().clip());
+    const auto lane = recording.Lane(1);
+    DecodeManner last;
+    last.last = true;
+    bool ends = false;
+    for (const auto number : Support::Shuffled(recording.index->NbPictures(), 815)) {
+        ends = !ends;
+        recording.ExpectSame(*lane, {number}, ends ? last : DecodeManner());
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Clips, DecodeLaneOnEachClip,
     testing::Values(Material{"ClosedGroups", Clips::ClosedGroups}, Material{"OpenGroups", Clips::OpenGroups},
@@ -155,6 +168,27 @@ TEST(DecodeLane, ADecoderWithThreadsPutsOutTheSamePictures) {
     Recording recording(Clips::OpenGroups());
     const auto lane = recording.Lane(recording.LongestGroup(), 3);
     recording.ExpectSame(*lane, Support::Backward(recording.index->NbPictures()));
+}
+
+TEST(DecodeLane, AStaleDecodeIsGivenUpAndTheLaneGoesOnFromThere) {
+    Recording recording(Clips::LongGroups());
+    const auto lane = recording.Lane(1);
+    DecodeManner manner;
+    manner.isStale = [](std::size_t latest) { return latest >= 5; };
+    EXPECT_EQ(lane->Decode(*recording.GroupOf(20), 20, manner), nullptr);
+    const auto before = lane->GetInformation();
+    EXPECT_EQ(before.nbAbandoned, 1U);
+    recording.ExpectSame(*lane, {21});
+    EXPECT_EQ(lane->GetInformation().nbPasses, before.nbPasses) << "no new pass";
+}
+
+TEST(DecodeLane, APassThatHasPutOutNothingIsNotGivenUp) {
+    Recording recording(Clips::LongGroups());
+    const auto lane = recording.Lane(1);
+    DecodeManner manner;
+    manner.isStale = [](std::size_t) { return true; };
+    EXPECT_EQ(lane->Decode(*recording.GroupOf(20), 20, manner), nullptr);
+    EXPECT_GE(lane->GetInformation().nbStored, 1U);
 }
 
 TEST(DecodeLane, AGroupDoesNotDependOnWhatWasDecodedBefore) {

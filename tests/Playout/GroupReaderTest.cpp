@@ -178,10 +178,10 @@ TEST(GroupReader, AFileThatIsGoneIsAnErrorThatNamesIt) {
 TEST(GroupReader, AStopRequestMakesReadsFailUntilItIsTakenBack) {
     const auto index = RecordingIndex::Build(Clips::ClosedGroups());
     GroupReader reader(index);
-    reader.RequestStop(true);
+    reader.RequestStopAt(StopTime::Clock::now());
     EXPECT_THROW(static_cast<void>(reader.Read(3)), std::runtime_error);
     EXPECT_THROW(static_cast<void>(reader.Read(1)), std::runtime_error);
-    reader.RequestStop(false);
+    reader.TakeBackStop();
     ExpectComplete(*reader.Read(3));
     ExpectComplete(*reader.Read(0));
 }
