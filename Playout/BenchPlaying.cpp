@@ -125,9 +125,13 @@ BenchFigures MeasureOpening(const std::string& file, const BenchOptions& options
         indexing.Add(Milliseconds(Clock::now() - begin).count());
         Session session({index}, options.session);
         TimedOperator hands(session);
-        hands.Start(backward ? index->End() - TimePoint().FromNanoseconds(1) : TimePoint(),
-                    Ratio(backward ? -1 : 1, 1));
+        const TimePoint from = backward ? index->End() - TimePoint().FromNanoseconds(1) : TimePoint();
+        hands.Start(from, Ratio(backward ? -1 : 1, 1));
         times.Add(Milliseconds(Clock::now() - begin).count());
+        const auto& shown = hands.Shown().tracks.front().picture;
+        if (shown == nullptr || !NumberedRecording(index).Shows(*shown, index->PictureAtTime(from).value())) {
+            throw std::runtime_error(file + ": the first picture after opening is not the right one");
+        }
     }
     BenchFigures figures;
     AddLatencies(figures, times);

@@ -129,8 +129,10 @@ bool RunJudge::IsTogether(const TimePoint& head) {
 bool RunJudge::NoteTrack(Track& track, const std::shared_ptr<const Picture>& picture, const TimePoint& head,
                          Clock::time_point now) {
     const bool isFirst = track.shown == nullptr;
-    const bool isNew = picture != track.shown &&
-                       (isFirst || picture == nullptr || picture->Number() != track.shown->Number());
+    const auto number = picture == track.shown ? track.number
+                        : picture == nullptr   ? std::nullopt
+                                               : track.recording.NumberOf(*picture);
+    const bool isNew = picture != track.shown && (isFirst || picture == nullptr || number != track.number);
     const bool isHeld = !isFirst && !isNew && head == head_ && speed_ != Ratio();
     if (isNew) {
         NoteStand(track, now);
@@ -138,10 +140,8 @@ bool RunJudge::NoteTrack(Track& track, const std::shared_ptr<const Picture>& pic
         track.since = now;
         track.nbOwnTicks = 0;
     }
-    if (picture != track.shown) {
-        track.shown = picture;
-        track.number = picture != nullptr ? track.recording.NumberOf(*picture) : std::nullopt;
-    }
+    track.shown = picture;
+    track.number = number;
     const bool right = Belongs(track, head) && !isHeld;
     track.nbOwnTicks += right ? 1 : 0;
     if (!isNew) {

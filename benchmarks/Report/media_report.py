@@ -74,14 +74,17 @@ def fast_rows(clip):
     floor = clip.plain("backward", "picturesPerSecond", max)
 
     def rate(reference, share):
-        return lambda figures: against(reference, figures["picturesPerSecond"], share, "/s")
+        def judge(figures):
+            beside, ours, met = against(reference, figures["picturesPerSecond"], share, "/s")
+            return beside, ours, met and figures["rightPercent"] == 100
+        return judge
 
     def quarter(figures):
         beside, ours, met = against(floor, figures["picturesPerSecond"], 0.35, "/s")
         used = figures["peakMiB"] - figures["atBeginMiB"]
         budget = figures["budgetMiB"]
         return (beside, f"{ours}, {used:.0f} MiB of {budget:.0f} + {OVERHEAD_MIB}",
-                met and used <= budget + OVERHEAD_MIB)
+                met and used <= budget + OVERHEAD_MIB and figures["rightPercent"] == 100)
 
     return [
         judged(clip, "fast:forward", "forward, fast", "0.95 of the ceiling", rate(ceiling, 0.95)),
@@ -154,12 +157,17 @@ def opening_rows(clip):
     def opened(figures):
         return "", f"p50 {figures['p50Ms']:.0f}, p95 {figures['p95Ms']:.0f} ms", figures["p95Ms"] <= 200
 
+    opening_ms = (clip.figures("open:forward") or {"p95Ms": 0})["p95Ms"]
+
     def beyond(made, case):
         """Backward, the first picture may be the last of its group: all of it has to be decoded."""
         if floor is None or clip.figures(case) is None or case == "open:forward":
             return made
         made["beside"] = f"decoding up to it: p95 {floor:.0f} ms"
-        made["verdict"] = BEYOND if made["verdict"] == MISSED and floor > 200 else made["verdict"]
+        # Opening backward takes the opening as well, and ends at the last picture of a group.
+        most = floor + 5 + (0 if case == "open:reverse-start" else opening_ms)
+        if made["verdict"] == MISSED and floor > 200 and clip.figures(case)["p95Ms"] <= most:
+            made["verdict"] = BEYOND
         return made
 
     labels = {"open:forward": "first picture after opening",
@@ -190,7 +198,9 @@ def jump_rows(clip):
         ours = f"p50 {figures['p50Ms']:.0f}, p95 {figures['p95Ms']:.0f} ms, {figures['wrong']:.0f} wrong"
         met = (beside != "" and figures["p50Ms"] <= floors[0] + 5 and figures["p95Ms"] <= floors[1] + 5 and
                figures["wrong"] == 0)
-        return beside, ours, met
+        # What is left out on the way has to pay.
+        pays = beside != "" and figures["p50Ms"] < floors[0] and figures["p95Ms"] < floors[1]
+        return beside, ours, met and pays
 
     def drag(figures):
         ours = (f"gap {figures['gapMs']:.0f} ms, stop p95 {figures['p95Ms']:.0f} ms, "
@@ -199,7 +209,7 @@ def jump_rows(clip):
                figures["wrong"] == 0)
         return beside, ours, met
 
-    return [judged(clip, "jump", "random jump", "the floor + 5 ms", jump),
+    return [judged(clip, "jump", "random jump", "below the floor, as pictures are skipped", jump),
             judged(clip, "drag", "dragging", "gap 100 ms, stop the floor + 20 ms", drag)]
 
 

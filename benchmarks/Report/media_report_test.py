@@ -32,7 +32,7 @@ IN_TIME = {"rightPercent": 100, "behindTicks": 0, "standMs": 45, "tickMs": 40, "
            "bytesReadPerPicture": 81_000}
 COMMAND = {"p50Ms": 1, "p95Ms": 20, "p99Ms": 39, "maxMs": 39, "tickMs": 40, "wrong": 0, "wrongAfter": 0,
            "gapMs": 90}
-FAST = {"picturesPerSecond": 195, "peakMiB": 90, "atBeginMiB": 30, "budgetMiB": 40}
+FAST = {"rightPercent": 100, "picturesPerSecond": 195, "peakMiB": 90, "atBeginMiB": 30, "budgetMiB": 40}
 
 CASES = [f"play:{speed}" for speed in ("1", "2", "4", "1/2", "-1", "-2", "-1/2", "-4", "16", "-16")]
 TRACKS = ["tracks:4-forward", "tracks:4-backward", "tracks:8-forward", "tracks:8-backward"]
@@ -84,8 +84,9 @@ class Verdicts(unittest.TestCase):
                 ("step:back", {"p99Ms": 41}, "step back"),
                 ("turn", {"wrongAfter": 1}, "change of direction"),
                 ("near", {"wrong": 1}, "jump inside what is cached"),
-                ("jump", {"p50Ms": 156}, "random jump"),
-                ("jump", {"p95Ms": 286}, "random jump"),
+                ("fast:forward", {"rightPercent": 99.9}, "forward, fast"),
+                ("jump", {"p50Ms": 151}, "random jump"),
+                ("jump", {"p95Ms": 281}, "random jump"),
                 ("drag", {"gapMs": 101}, "dragging"),
                 ("drag", {"p95Ms": 301}, "dragging"),
                 ("tracks:4-backward", {"rightPercent": 99}, "4 tracks backward"),
@@ -103,6 +104,9 @@ class Verdicts(unittest.TestCase):
         rows = {row["case"]: row for row in media_report.opening_rows(media_report.Clip("clip.mp4", slow, run))}
         self.assertEqual(rows["first picture after starting in reverse"]["verdict"], media_report.BEYOND)
         self.assertEqual(rows["first picture after opening"]["verdict"], media_report.MISSED)
+        late = bench(**{"open:reverse-start": {"p95Ms": 286}})
+        rows = {row["case"]: row for row in media_report.opening_rows(media_report.Clip("clip.mp4", slow, late))}
+        self.assertEqual(rows["first picture after starting in reverse"]["verdict"], media_report.MISSED)
         quick = {"open:reverse-start": {"p95Ms": 281}}
         self.assertEqual(verdict("open:reverse-start", quick["open:reverse-start"],
                                  "first picture after starting in reverse"), media_report.MISSED)

