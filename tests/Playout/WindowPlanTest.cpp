@@ -16,7 +16,6 @@ namespace Tavrin::Playout {
 namespace {
 
 namespace Clips = Support::Clips;
-using Player::SampleRate;
 using Time::Ratio;
 
 constexpr std::size_t kPlenty = std::size_t{1} << 40U;
