@@ -531,7 +531,7 @@ TEST(Program, VerifyEndsWithStatusOneAtADifference) {
         Clips::Quoted(file));
     // More jumps than are ever made, in a memory that holds few of the pictures: one that was changed in the
     // meantime comes up long before.
-    ProgramRun run(CommandLine({"verify", file, "--jumps", "100000000", "--seed", "1", "--memory", "4"}));
+    ProgramRun run(CommandLine({"verify", file, "--jumps", "100000000", "--seed", "1", "--memory", "12"}));
     ASSERT_TRUE(run.ReadUntil("backward  "));
     const auto index = RecordingIndex::Build(file);
     std::fstream bytes(file, std::ios::in | std::ios::out | std::ios::binary);
