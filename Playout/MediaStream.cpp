@@ -304,11 +304,11 @@ void MediaStream::Intake() {
 }
 
 /// Decoding one picture at every tick takes a fifth more of the processor than decoding as many in a row: each time,
-/// threads are woken whose caches have gone cold.
+/// threads are woken whose caches have gone cold. Backward a group is decoded in one go anyway, and early enough.
 bool MediaStream::RestsDecoding() {
     constexpr std::size_t kFewestToRestOn = 12;
     const std::size_t nb = NbOfSamples(window_.nbDecodedAhead);
-    const bool mayRest = nb >= kFewestToRestOn && player_->GetSpeed() != Time::Ratio() && !standInsAllowed_;
+    const bool mayRest = nb >= kFewestToRestOn && player_->GetSpeed().Positive() && !standInsAllowed_;
     rests_ = mayRest && HasAhead(rests_ ? nb - nb / 3 : nb - nb / 12);
     return rests_;
 }
