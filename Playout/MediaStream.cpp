@@ -16,16 +16,6 @@ namespace {
 /// A picture that cannot be had is not asked for more seldom than this many times the first delay.
 constexpr int kLongestRetryFactor = 32;
 
-/// The orders that no worker has begun, oldest first.
-template <typename Order, typename Queue>
-std::vector<Order> TakeAll(Queue& queue) {
-    std::vector<Order> orders;
-    for (Order order; queue.Pop(order);) {
-        orders.push_back(order);
-    }
-    return orders;
-}
-
 }  // namespace
 
 MediaStream::MediaStream(std::shared_ptr<const RecordingIndex> index, const Player::TrackId& track,
@@ -37,6 +27,7 @@ MediaStream::MediaStream(std::shared_ptr<const RecordingIndex> index, const Play
       registry_(registry),
       window_(window),
       end_(index_->End()),
+      orders_(compressed_, decoded_, fields_, index_->Rate(), parameters_),
       retryDelay_(window.retryAfter),
       nextRetry_(std::chrono::steady_clock::now() + window.retryAfter) {
     StreamParameters parameters;
@@ -90,8 +81,8 @@ TimePoint MediaStream::Previous(const TimePoint& tp) {
 
 void MediaStream::SetStreamParameters(const StreamParameters& parameters) {
     parameters_ = parameters;
-    parameters_.preloadQueue_ = &preloadQueue_;
-    parameters_.decodeQueue_ = &decodeQueue_;
+    parameters_.preloadQueue_ = &orders_.Reads();
+    parameters_.decodeQueue_ = &orders_.Decodes();
     ConfigurePlanners();
 }
 
@@ -158,7 +149,7 @@ void MediaStream::SetCompressedPreloadNumber(std::size_t nb) {
 }
 
 std::int32_t MediaStream::DebugPreloadQueueSize() {
-    return static_cast<std::int32_t>(preloadQueue_.GetSize());
+    return static_cast<std::int32_t>(orders_.Reads().GetSize());
 }
 
 const TimePoint& MediaStream::Now() const {
@@ -297,10 +288,9 @@ std::vector<CellState> MediaStream::CellStates(const CellRange& range) {
 }
 
 void MediaStream::Intake() {
-    const std::size_t nbFiled = compressed_.Update() + decoded_.Update();
-    nbAnswers_ += nbFiled - nbOwnAnswers_;
-    nbOwnAnswers_ = 0;
-    ForgetAbandoned();
+    if (orders_.Intake()) {
+        ForgetMissing();
+    }
 }
 
 /// Decoding one picture at every tick takes a fifth more of the processor than decoding as many in a row: each time,
@@ -344,11 +334,7 @@ void MediaStream::Plan() {
 /// What is under the play head goes before all else, also before what was ordered earlier.
 void MediaStream::AskForNeeded() {
     const TimePoint needed = Needed();
-    ISample* sample = nullptr;
-    const bool isLost = decodeQueue_.GetSize() > 0 && Exists(needed) &&
-                        decoded_.GetSample(needed, fields_.Rate(), &sample, false) == Cache::Not_Found &&
-                        compressed_.GetSample(needed, index_->Rate(), &sample, false) == Cache::Valid;
-    if (isLost && !standInsAllowed_) {
+    if (!standInsAllowed_ && Exists(needed) && orders_.IsOvertaken(needed)) {
         Withdraw();
     }
     AskForCompressed(needed);
@@ -356,56 +342,15 @@ void MediaStream::AskForNeeded() {
 }
 
 void MediaStream::AskForCompressed(const TimePoint& tp) {
-    const TimePoint whole = tp.AlignWith(index_->Rate());
-    if (!Exists(tp) || compressed_.InsertPendingEntry(whole)) {
-        return;
+    if (Exists(tp)) {
+        orders_.Read(tp);
     }
-    Record("order", "read", {"sample", tp.SampleNumber(index_->Rate())});
-    preloadQueue_.Push(
-        Player::PreloadOrder(whole, index_->Rate(), compressed_.GetQueue(), parameters_.trackId_));
 }
 
 void MediaStream::AskForDecoded(const TimePoint& tp) {
-    if (!Exists(tp)) {
-        return;
+    if (Exists(tp)) {
+        orders_.Decode(tp);
     }
-    ISample* compressed = nullptr;
-    switch (compressed_.GetSample(tp, index_->Rate(), &compressed, false)) {
-        case Cache::Not_Found:
-            AskForCompressed(tp);
-            return;
-        case Cache::Pending:
-            return;
-        case Cache::Missing:
-            if (!decoded_.InsertPendingEntry(tp)) {
-                AnswerWithNothing(*decoded_.GetQueue(), tp);
-            }
-            return;
-        case Cache::Valid:
-            if (!decoded_.InsertPendingEntry(tp)) {
-                Decode(*compressed, tp);
-            }
-            return;
-    }
-}
-
-void MediaStream::Decode(ISample& compressed, const TimePoint& tp) {
-    Player::DecodeOrder order;
-    order.toDecode_ = &compressed;
-    fields_.Aim(order, tp);
-    order.queue_ = decoded_.GetQueue();
-    order.width_ = parameters_.width_;
-    order.height_ = parameters_.height_;
-    compressed.Protect(1);
-    Record("order", "decode", {"sample", tp.SampleNumber(index_->Rate())});
-    decodeQueue_.Push(order);
-}
-
-void MediaStream::AnswerWithNothing(Player::CacheUpdateQueue& queue, const TimePoint& tp) {
-    Player::Output nothing;
-    nothing.tp_ = tp;
-    queue.Push(nothing);
-    ++nbOwnAnswers_;
 }
 
 void MediaStream::Evict() {
@@ -416,16 +361,10 @@ void MediaStream::Evict() {
         Evict(compressed_, std::min(rate, index_->Rate()),
               std::max(parameters_.nbPreloading_, window_.nbDecodedAhead), window_.nbDecodedBehind);
     if (nbDecoded > 0) {
-        Record("cache", "evict decoded", {"samples", static_cast<std::int64_t>(nbDecoded)});
+        orders_.Record("cache", "evict decoded", {"samples", static_cast<std::int64_t>(nbDecoded)});
     }
     if (nbCompressed > 0) {
-        Record("cache", "evict compressed", {"samples", static_cast<std::int64_t>(nbCompressed)});
-    }
-}
-
-void MediaStream::Record(const char* category, const char* name, const TraceArgument& argument) const {
-    if (trace_ != nullptr) {
-        trace_->Mark(category, name, {{"track", parameters_.trackId_.Id()}, argument});
+        orders_.Record("cache", "evict compressed", {"samples", static_cast<std::int64_t>(nbCompressed)});
     }
 }
 
@@ -471,18 +410,6 @@ void MediaStream::ForgetMissing() {
 
 namespace {
 
-std::vector<TimePoint> PendingIn(Cache& cache, const SampleRate& rate) {
-    std::vector<TimePoint> pending;
-    for (const std::int64_t number : cache.FindMultiples(rate)) {
-        const TimePoint tp = TimePoint::StartOfSample(number, rate);
-        ISample* sample = nullptr;
-        if (cache.GetSample(tp, rate, &sample, false) == Cache::Pending) {
-            pending.push_back(tp);
-        }
-    }
-    return pending;
-}
-
 void UseAnother(Cache& cache, const SampleRate& rate, const TimePoint& than) {
     for (const std::int64_t number : cache.FindMultiples(rate)) {
         const TimePoint tp = TimePoint::StartOfSample(number, rate);
@@ -491,18 +418,6 @@ void UseAnother(Cache& cache, const SampleRate& rate, const TimePoint& than) {
             return;
         }
     }
-}
-
-/// Removes those that are not pending any more; whether one of them was answered with nothing.
-bool SettleAnswered(Cache& cache, const SampleRate& rate, std::vector<TimePoint>& begun) {
-    bool hasNothing = false;
-    std::erase_if(begun, [&](const TimePoint& tp) {
-        ISample* sample = nullptr;
-        const Cache::EntryType type = cache.GetSample(tp, rate, &sample, false);
-        hasNothing = hasNothing || type == Cache::Missing;
-        return type != Cache::Pending;
-    });
-    return hasNothing;
 }
 
 }  // namespace
@@ -516,39 +431,6 @@ void MediaStream::ForgetAll() {
     }
 }
 
-/// What a worker had begun before the play head jumped may have been given up, which says nothing about whether
-/// the picture can be had.
-void MediaStream::ForgetAbandoned() {
-    const bool compressed = SettleAnswered(compressed_, fields_.Rate(), begunCompressed_);
-    const bool decoded = SettleAnswered(decoded_, fields_.Rate(), begunDecoded_);
-    if (compressed || decoded) {
-        ForgetMissing();
-    }
-}
-
-namespace {
-
-/// Of the sample that it yields.
-TimePoint TimeOf(const Player::DecodeOrder& order) {
-    TimePoint tp;
-    TimePoint duration;
-    order.GenerateTimePointAndDuration(tp, duration);
-    return tp;
-}
-
-}  // namespace
-
-void MediaStream::Answer(const Player::PreloadOrder& order) {
-    AnswerWithNothing(*order.queue_, order.tp_);
-    ++nbWithdrawn_;
-}
-
-void MediaStream::Answer(const Player::DecodeOrder& order) {
-    order.toDecode_->Unprotect(1);
-    AnswerWithNothing(*order.queue_, TimeOf(order));
-    ++nbWithdrawn_;
-}
-
 /// Whether the play head is beyond the sample of that rate that begins there.
 bool MediaStream::HasPassed(const TimePoint& tp, const SampleRate& rate) const {
     const Time::Ratio speed = player_->GetSpeed();
@@ -559,42 +441,14 @@ bool MediaStream::HasPassed(const TimePoint& tp, const SampleRate& rate) const {
 void MediaStream::WithdrawPassed() {
     // The play head goes on: only what is ordered ahead of it can be there in time.
     hasJumped_ = false;
-    const std::uint64_t nbBefore = nbWithdrawn_;
-    // Putting an order back wakes a worker, perhaps for nothing: not at every tick while storage is silent.
-    if (preloadQueue_.GetSize() > 2 * parameters_.nbPreloading_) {
-        for (const Player::PreloadOrder& order : TakeAll<Player::PreloadOrder>(preloadQueue_)) {
-            if (HasPassed(order.tp_, index_->Rate())) {
-                Answer(order);
-            } else {
-                preloadQueue_.Push(order);
-            }
-        }
-    }
-    for (const Player::DecodeOrder& order : TakeAll<Player::DecodeOrder>(decodeQueue_)) {
-        if (HasPassed(TimeOf(order), fields_.Rate())) {
-            Answer(order);
-        } else {
-            decodeQueue_.Push(order);
-        }
-    }
-    if (nbWithdrawn_ > nbBefore) {
-        Record("order", "withdraw", {"orders", static_cast<std::int64_t>(nbWithdrawn_ - nbBefore)});
-    }
+    orders_.WithdrawPassed(
+        [this](const TimePoint& tp, const SampleRate& rate) { return HasPassed(tp, rate); },
+        2 * parameters_.nbPreloading_);
 }
 
 void MediaStream::Withdraw() {
-    const std::uint64_t nbBefore = nbWithdrawn_;
-    for (const Player::PreloadOrder& order : TakeAll<Player::PreloadOrder>(preloadQueue_)) {
-        Answer(order);
-    }
-    for (const Player::DecodeOrder& order : TakeAll<Player::DecodeOrder>(decodeQueue_)) {
-        Answer(order);
-    }
-    Record("order", "withdraw", {"orders", static_cast<std::int64_t>(nbWithdrawn_ - nbBefore)});
-    Intake();
+    orders_.Withdraw();
     ForgetMissing();
-    begunCompressed_ = PendingIn(compressed_, fields_.Rate());
-    begunDecoded_ = PendingIn(decoded_, fields_.Rate());
     hasJumped_ = true;
     retryDelay_ = window_.retryAfter;
     nextRetry_ = clock_() + retryDelay_;

@@ -21,6 +21,7 @@
 #include "Playout/FieldOrder.h"
 #include "Playout/PlayoutExport.h"
 #include "Playout/RecordingIndex.h"
+#include "Playout/SampleOrders.h"
 #include "Playout/Trace.h"
 #include "Playout/WaitCause.h"
 #include "Time/TimePoint.h"
@@ -85,7 +86,7 @@ public:
     [[nodiscard]] std::int32_t DebugPreloadQueueSize() override;
 
     /// Records orders and evictions there from now on; null: nowhere. Borrowed.
-    void SetTrace(Trace* trace) { trace_ = trace; }
+    void SetTrace(Trace* trace) { orders_.SetTrace(trace); }
 
     using Clock = std::function<std::chrono::steady_clock::time_point()>;
 
@@ -142,8 +143,8 @@ public:
     [[nodiscard]] std::vector<CellState> CellStates(const CellRange& range);
 
     /// Answers of workers filed so far.
-    [[nodiscard]] std::uint64_t NbAnswers() const { return nbAnswers_; }
-    [[nodiscard]] std::uint64_t NbWithdrawn() const { return nbWithdrawn_; }
+    [[nodiscard]] std::uint64_t NbAnswers() const { return orders_.NbAnswers(); }
+    [[nodiscard]] std::uint64_t NbWithdrawn() const { return orders_.NbWithdrawn(); }
     [[nodiscard]] const Player::Cache& Compressed() const { return compressed_; }
     [[nodiscard]] const Player::Cache& Decoded() const { return decoded_; }
 
@@ -154,22 +155,16 @@ private:
     void AskForNeeded();
     void AskForCompressed(const Time::TimePoint& tp);
     void AskForDecoded(const Time::TimePoint& tp);
-    void Decode(Player::ISample& compressed, const Time::TimePoint& tp);
-    void AnswerWithNothing(Player::CacheUpdateQueue& queue, const Time::TimePoint& tp);
     void Evict();
     [[nodiscard]] std::size_t Evict(Player::Cache& cache, const Player::SampleRate& rate, std::size_t nbAhead,
                                     std::size_t nbBehind);
-    void Record(const char* category, const char* name, const TraceArgument& argument) const;
     [[nodiscard]] std::size_t NbOfSamples(std::size_t nbPictures) const;
     [[nodiscard]] bool IsByBothFields() const;
-    void Answer(const Player::PreloadOrder& order);
-    void Answer(const Player::DecodeOrder& order);
     [[nodiscard]] bool HasPassed(const Time::TimePoint& tp, const Player::SampleRate& rate) const;
     void RetryMissing();
     void ForgetMissing();
     void ForgetAll();
     [[nodiscard]] bool HasSettled();
-    void ForgetAbandoned();
     [[nodiscard]] bool OthersMayWait() const;
     [[nodiscard]] bool RestsDecoding();
     void ConfigurePlanners();
@@ -182,14 +177,12 @@ private:
     Time::TimePoint begin_;
     Time::TimePoint end_;
     Player::IPlayer* player_ = nullptr;
-    Trace* trace_ = nullptr;
 
     Player::Cache compressed_;
     Player::Cache decoded_;
     Player::PreloadTimePointGenerator compressedPlanner_;
     Player::PreloadTimePointGenerator decodedPlanner_;
-    Player::PreloadOrderQueue preloadQueue_;
-    Player::DecodeOrderQueue decodeQueue_;
+    SampleOrders orders_;
 
     std::optional<std::pair<std::size_t, PictureField>> shownPicture_;
     bool standInsAllowed_ = false;
@@ -197,14 +190,9 @@ private:
     bool isBlocked_ = false;  ///< Under the play head is what may no longer stand in, and cannot go yet.
     bool rests_ = false;      ///< Enough is decoded for a while.
     bool hasJumped_ = false;  ///< And the picture there has not come yet.
-    std::vector<Time::TimePoint> begunCompressed_;  ///< In the hands of workers when orders were withdrawn.
-    std::vector<Time::TimePoint> begunDecoded_;
     Clock clock_ = &std::chrono::steady_clock::now;
     std::chrono::milliseconds retryDelay_;
     std::chrono::steady_clock::time_point nextRetry_;
-    std::uint64_t nbAnswers_ = 0;
-    std::uint64_t nbOwnAnswers_ = 0;  ///< In the queues, not yet filed, by this stream itself.
-    std::uint64_t nbWithdrawn_ = 0;
 };
 
 }  // namespace Tavrin::Playout
