@@ -24,14 +24,13 @@ public:
           DecodeMeter& meter)
         : index_(index), meter_(meter) {
         const std::size_t nbLanes = std::max<std::size_t>(options.nbLanes, 1);
-        const auto nbThreads = static_cast<std::size_t>(std::max(options.lane.nbThreads, 1));
-        margin_ = nbLanes * (nbThreads + 1) * DecodedPictureBytes(*index);
+        margin_ = BytesBeingMade(*index, nbLanes, options.lane.nbThreads);
         if (options.pictureBytes > 0) {
             pool_ = FramePool::Create(options.pictureBytes);
         }
         store_ = std::make_shared<PictureStore>(
             options.pictureBytes > 0 ? StoreBytes(options.pictureBytes) : options.storeBytes, pool_);
-        for (std::size_t i = 0; i < std::max<std::size_t>(options.nbLanes, 1); ++i) {
+        for (std::size_t i = 0; i < nbLanes; ++i) {
             places_.push_back(std::make_unique<Place>(index, options.lane, store_, pool_));
         }
     }

@@ -213,7 +213,6 @@ bool MediaStream::IsReady() {
     return standInsAllowed_ || HasSettled();
 }
 
-/// What is known of the picture at the play head will not change soon.
 bool MediaStream::HasSettled() {
     if (!IsLinked() || !Exists(Now())) {
         return true;

@@ -121,6 +121,10 @@ public:
     /// While the play head is dragged, only the picture under it is decoded: what is around it now is not when it
     /// has come.
     void SetDragged(bool dragged) { dragged_ = dragged; }
+    [[nodiscard]] bool IsDragged() const { return dragged_; }
+
+    /// What is known of the picture at the play head will not change soon.
+    [[nodiscard]] bool HasSettled();
 
     /// Whether a decoded sample shows another picture than the one that is on display at its time point.
     [[nodiscard]] bool IsStandIn(const DecodedSample& sample) const;
@@ -164,7 +168,6 @@ private:
     void RetryMissing();
     void ForgetMissing();
     void ForgetAll();
-    [[nodiscard]] bool HasSettled();
     [[nodiscard]] bool OthersMayWait() const;
     [[nodiscard]] bool RestsDecoding();
     void ConfigurePlanners();

@@ -79,13 +79,13 @@ TrackNeeds NeedsOf(const RecordingIndex& recording, const LanePlan& lanes) {
     needs.working = nbWorking * needs.picture;
     needs.least = needs.packets + needs.working + (kFewestAhead + 2) * needs.picture;
     const std::size_t group = LongestGroup(recording) * needs.picture;
-    const std::size_t beingMade = lanes.nbLanes * (threads + 1) * needs.picture;
+    needs.beingMade = BytesBeingMade(recording, lanes.nbLanes, lanes.nbThreads);
     const std::size_t forReverse =
-        needs.packets + needs.working + beingMade + group + kNbAroundGroup * needs.picture;
+        needs.packets + needs.working + needs.beingMade + group + kNbAroundGroup * needs.picture;
     const auto nbPassing =
         Time::TimePoint().FromMilliseconds(kUsualMilliseconds).SampleNumber(recording.Rate()) + 3;
     const std::size_t forWindow =
-        needs.packets + needs.working + beingMade + static_cast<std::size_t>(nbPassing) * needs.picture;
+        needs.packets + needs.working + needs.beingMade + static_cast<std::size_t>(nbPassing) * needs.picture;
     needs.usual = std::max(std::min(std::max({2 * group, forReverse, forWindow}), kMostUsualBytes),
                            needs.least + 2 * kFewestAhead * needs.picture);
     return needs;

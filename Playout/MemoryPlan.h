@@ -22,11 +22,12 @@ struct LanePlan {
 
 /// What a track's memory is for, in bytes.
 struct TrackNeeds {
-    std::size_t picture = 0;  ///< One decoded picture.
-    std::size_t packets = 0;  ///< The compressed packets of the groups at hand.
-    std::size_t working = 0;  ///< Pictures that the decoders refer to or work on.
-    std::size_t least = 0;    ///< Below this the track cannot be played.
-    std::size_t usual = 0;    ///< What it gets when nobody says otherwise.
+    std::size_t picture = 0;    ///< One decoded picture.
+    std::size_t packets = 0;    ///< The compressed packets of the groups at hand.
+    std::size_t working = 0;    ///< Pictures that the decoders refer to or work on.
+    std::size_t beingMade = 0;  ///< See BytesBeingMade.
+    std::size_t least = 0;      ///< Below this the track cannot be played.
+    std::size_t usual = 0;      ///< What it gets when nobody says otherwise.
 };
 
 /// What playing a recording takes. Usual are two of its longest groups of decoded pictures, so that in reverse

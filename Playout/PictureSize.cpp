@@ -20,4 +20,8 @@ std::size_t DecodedPictureBytes(const RecordingIndex& recording) {
            static_cast<std::size_t>(std::max(description.height, 0));
 }
 
+std::size_t BytesBeingMade(const RecordingIndex& recording, std::size_t nbLanes, int nbThreads) {
+    return nbLanes * (static_cast<std::size_t>(std::max(nbThreads, 1)) + 1) * DecodedPictureBytes(recording);
+}
+
 }  // namespace Tavrin::Playout

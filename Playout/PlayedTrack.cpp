@@ -20,7 +20,8 @@ PlayedTrack::PlayedTrack(const Means& means, const SessionTrack& settings, std::
       id_(Player::StorageId(settings.recording->File(), settings.recording->Stream()),
           static_cast<std::int64_t>(number)),
       lanes_(lanes),
-      needs_(NeedsOf(*settings.recording, lanes)) {
+      needs_(NeedsOf(*settings.recording, lanes)),
+      groupBytes_(LongestGroup(*settings.recording) * needs_.picture) {
 }
 
 void PlayedTrack::SetShare(std::size_t bytes) {
@@ -43,8 +44,8 @@ void PlayedTrack::Open() {
     means_.player.AttachStream(stream_.get());
 }
 
-void PlayedTrack::PlanWindow() {
-    const WindowRoom room{PictureRoom() - needs_.working, needs_.packets};
+void PlayedTrack::PlanWindow(std::chrono::duration<double> groupTime) {
+    const WindowRoom room{PictureRoom() - needs_.working, needs_.packets, needs_.beingMade, groupTime};
     window_ =
         Playout::PlanWindow(Recording(), means_.displayRate, means_.player.GetSpeed(), room, means_.options);
     stream_->SetWindow(window_);
@@ -153,6 +154,23 @@ PlayPlace PlayedTrack::PlaceFor(const Manner& manner) {
 
 bool PlayedTrack::HasAhead(std::size_t nb) const {
     return stream_->HasAhead(std::min(nb, window_.nbDecodedAhead));
+}
+
+/// The picture under the play head is there, and it has been put no farther than the window reaches.
+bool PlayedTrack::IsNear(const Time::TimePoint& from) const {
+    const Player::SampleRate rate = stream_->FetchRate();
+    const std::int64_t way =
+        player_->GetCurrentTimePoint().SampleNumber(rate) - (from - settings_.offset).SampleNumber(rate);
+    return static_cast<std::size_t>(std::abs(way)) <= window_.nbDecodedBehind && stream_->HasSettled();
+}
+
+void PlayedTrack::Jumped(const Time::TimePoint& from, bool dragged) {
+    const bool goesOn = !dragged && !stream_->IsDragged() && IsNear(from);
+    stream_->SetDragged(dragged);
+    if (!goesOn) {
+        AbandonOthers();
+        stream_->Withdraw();
+    }
 }
 
 void PlayedTrack::AbandonOthers() {

@@ -61,8 +61,11 @@ public:
     /// Opens its decoders and attaches its stream to the player.
     void Open();
 
-    /// As far ahead and behind as the speed asks for.
-    void PlanWindow();
+    /// Bytes of the decoded pictures of its longest group.
+    [[nodiscard]] std::size_t GroupBytes() const { return groupBytes_; }
+
+    /// As far ahead and behind as the speed asks for, where decoding a group takes that long.
+    void PlanWindow(std::chrono::duration<double> groupTime);
 
     /// That part of its pictures there is time for.
     void PlanReach(double share, bool standsIn);
@@ -79,8 +82,10 @@ public:
     /// Whether the next samples are there; farther than the window nothing is fetched.
     [[nodiscard]] bool HasAhead(std::size_t nb) const;
 
-    /// Ends what is in progress for other places than the play head's.
-    void AbandonOthers();
+    /// The play head was put to its place from there. What is in progress for other places is ended, and what is
+    /// ordered for them withdrawn, unless the picture is there and lies within the window: who goes by steps comes
+    /// nearer to what was ordered.
+    void Jumped(const Time::TimePoint& from, bool dragged);
 
     /// Ends what is in progress, wherever it leads.
     void GiveUp();
@@ -88,6 +93,8 @@ public:
     [[nodiscard]] TrackSources Sources() const;
 
 private:
+    [[nodiscard]] bool IsNear(const Time::TimePoint& from) const;
+    void AbandonOthers();
     void StandIn(const Manner& manner);
     [[nodiscard]] PlayPlace PlaceFor(const Manner& manner);
     [[nodiscard]] std::size_t PictureRoom() const { return bytes_ - needs_.packets; }
@@ -98,6 +105,7 @@ private:
     Player::TrackId id_;
     LanePlan lanes_;
     TrackNeeds needs_;
+    std::size_t groupBytes_;
     std::size_t bytes_ = 0;
     StreamWindow window_;
     GroupReach reach_;

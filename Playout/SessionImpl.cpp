@@ -1,6 +1,7 @@
 #include "Playout/SessionImpl.h"
 
 #include <algorithm>
+#include <cmath>
 #include <thread>
 #include <utility>
 
@@ -110,8 +111,25 @@ std::vector<CellState> Session::Impl::CellStates(std::size_t track, const CellRa
 }
 
 void Session::Impl::PlanWindows() {
+    std::size_t groupBytes = 0;
     for (const auto& track : tracks_) {
-        track->PlanWindow();
+        groupBytes += track->GroupBytes();
+    }
+    // At the worst, the groups of all tracks begin at once.
+    plannedWith_ = decoder_.Meter().BytesPerSecond();
+    const std::chrono::duration<double> groupTime(
+        plannedWith_ > 0 ? static_cast<double>(groupBytes) / plannedWith_ : 0);
+    for (const auto& track : tracks_) {
+        track->PlanWindow(groupTime);
+    }
+}
+
+/// How fast decoding is shows only as it goes on, and changes with what else the machine does.
+void Session::Impl::FollowDecoding() {
+    constexpr double kMuch = 0.25;
+    const double measured = decoder_.Meter().BytesPerSecond();
+    if (std::abs(measured - plannedWith_) > kMuch * plannedWith_) {
+        PlanWindows();
     }
 }
 
@@ -142,6 +160,7 @@ Session::Impl::~Impl() {
 TickReport Session::Impl::Tick(const TimePoint& delta, LookKind kind) {
     TraceSpan span = Record(kind);
     Intake();
+    FollowDecoding();
     PlanReach();
     const bool moves = NoteReadiness();
     player_.Update(delta);
@@ -151,6 +170,7 @@ TickReport Session::Impl::Tick(const TimePoint& delta, LookKind kind) {
 TickReport Session::Impl::TickTo(const TimePoint& head) {
     TraceSpan span = Record(LookKind::Tick);
     Intake();
+    FollowDecoding();
     PlanReach();
     const bool moves = NoteReadiness();
     // Lets the player note who makes it wait; it then is put where its own steps would lead but for rounding.
@@ -310,19 +330,18 @@ std::vector<SampleRate> Session::Impl::FetchRates() const {
 }
 
 void Session::Impl::GoTo(const TimePoint& tp, bool dragged) {
+    const TimePoint from = player_.GetCurrentTimePoint();
     player_.GoTo(tp);
     dragged_ = dragged;
     gate_.Restart();
     meter_.Restart();
     for (const auto& track : tracks_) {
-        track->AbandonOthers();
+        track->Jumped(from, dragged);
     }
-    WithdrawAll();
 }
 
 void Session::Impl::WithdrawAll() {
     for (const auto& track : tracks_) {
-        track->Stream().SetDragged(dragged_);
         track->Stream().Withdraw();
     }
 }

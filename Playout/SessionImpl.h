@@ -70,6 +70,7 @@ private:
     void Count(const TickReport& report, LookKind kind);
     void WithdrawAll();
     void PlanWindows();
+    void FollowDecoding();
     void ShareOut(std::size_t nbBytes);
     void PlanReach();
     [[nodiscard]] double WantedBytesPerSecond() const;
@@ -91,6 +92,7 @@ private:
     std::uint64_t nbTicks_ = 0;
     std::uint64_t nbOutputTicks_ = 0;
     std::size_t memory_ = 0;
+    double plannedWith_ = 0;  ///< Decoded bytes per second.
     bool dragged_ = false;
     bool standInsAllowed_ = false;
     ReachPlanner reachPlanner_;

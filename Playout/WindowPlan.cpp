@@ -16,6 +16,9 @@ namespace {
 /// Compressed samples beyond the decoded ones: they are small, and reading ahead hides the storage.
 constexpr std::size_t kCompressedBeyondDecoded = 25;
 
+/// A group that is decoded backward is begun before it is due by so many times what it takes.
+constexpr double kTimesEnough = 1.5;
+
 /// The samples that pass the play head in a length of wall time, rounded up.
 std::size_t NbPassing(const TimePoint& wallTime, const SampleRate& fetchRate, const Ratio& speed) {
     const TimePoint passed = (wallTime * speed).Abs();
@@ -41,6 +44,12 @@ std::size_t NbOfPackets(const RecordingIndex& recording, std::size_t stride, std
     return static_cast<std::size_t>(static_cast<double>(bytes) / perSample);
 }
 
+/// Samples of a group that are left room for when it is decoded backward.
+std::size_t NbOfGroup(std::size_t group, std::size_t nbFitting, std::size_t nbMeanwhile) {
+    const bool fitsWhole = nbMeanwhile > 0 && group + nbMeanwhile <= nbFitting;
+    return fitsWhole ? group : std::min(group, nbFitting * 2 / 5);
+}
+
 }  // namespace
 
 std::size_t LongestGroup(const RecordingIndex& recording) {
@@ -58,14 +67,20 @@ StreamWindow PlanWindow(const RecordingIndex& recording, const SampleRate& displ
     const Ratio passing = isStill ? Ratio(1, 3) : speed;
     const SampleRate rate = FetchRateOf(recording, displayRate, speed);
     const auto stride = static_cast<std::size_t>((recording.Rate() / rate).Numerator());
-    const std::size_t nbFitting = room.pictures / std::max<std::size_t>(DecodedPictureBytes(recording), 1);
+    const std::size_t picture = std::max<std::size_t>(DecodedPictureBytes(recording), 1);
+    const std::size_t nbFitting = room.pictures / picture;
     const std::size_t nbOfPackets = NbOfPackets(recording, stride, room.packets);
     const bool isForward = speed.Positive();
     StreamWindow window;
     window.nbDecodedBehind = std::min(NbPassing(isStill ? options.ahead : options.behind, rate, passing),
                                       nbFitting / (isStill ? 3 : 4));
-    const std::size_t group = (LongestGroup(recording) + stride - 1) / stride;
-    const std::size_t nbForGroup = isForward ? 0 : std::min(group, nbFitting / 2);
+    const std::size_t group = (LongestGroup(recording) + stride - 1) / stride + room.beingMade / picture;
+    const bool isKnown = !isStill && room.groupTime.count() > 0;
+    const auto enoughTime =
+        TimePoint().FromMilliseconds(static_cast<std::int64_t>(kTimesEnough * 1000 * room.groupTime.count()));
+    const std::size_t nbMeanwhile =
+        isKnown ? window.nbDecodedBehind + 1 + NbPassing(enoughTime, rate, speed) : 0;
+    const std::size_t nbForGroup = isForward ? 0 : NbOfGroup(group, nbFitting, nbMeanwhile);
     const std::size_t nbForAhead = nbFitting - std::min(nbFitting, window.nbDecodedBehind + nbForGroup + 1);
     const std::size_t nbAhead = std::min(NbPassing(options.ahead, rate, passing), nbForAhead);
     window.nbDecodedAhead = std::max(std::min(nbAhead, nbOfPackets), kFewestAhead);

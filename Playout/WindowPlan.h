@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 
 #include "Player/SampleRate.h"
@@ -17,10 +18,14 @@ constexpr std::size_t kFewestAhead = 4;
 /// Pictures of the longest group; at least one.
 [[nodiscard]] TAVRIN_PLAYOUT_EXPORT std::size_t LongestGroup(const RecordingIndex& recording);
 
-/// What a track may hold, in bytes.
+/// What a track may hold, in bytes, and how long it waits for a group.
 struct WindowRoom {
     std::size_t pictures = 0;  ///< Decoded pictures around the play head.
     std::size_t packets = 0;   ///< Compressed packets.
+    std::size_t beingMade =
+        0;  ///< Of the decoded pictures, those that decoders may be putting out at any moment.
+    /// Wall time in which its longest group is decoded, beside what the other tracks decode; zero while unknown.
+    std::chrono::duration<double> groupTime{0};
 };
 
 /// How far a track looks around the play head at a speed: the lengths of wall time of the options in samples
@@ -29,9 +34,11 @@ struct WindowRoom {
 ///     forward    [behind][n][ahead ...............]
 ///     backward   [behind][n][ahead .....][room for the group that is being decoded]
 ///
-/// Backward, room is left for a whole group, at most half of the memory: it comes out in the order that is not
-/// wanted, and its pictures stay in the store until their turn comes. A few pictures ahead are always kept, however small
-/// the memory is: with less, no decode can be hidden.
+/// Backward, room is left for a group: it comes out in the order that is not wanted, and its pictures stay in the
+/// store until their turn comes. A whole one, decoded once, if what then fits beside it lasts half as long again as
+/// decoding the group takes; else at most half of the memory, so that the group is begun earlier and its first
+/// pictures take a second pass. A few pictures ahead are always kept, however small the memory is: with less, no
+/// decode can be hidden.
 [[nodiscard]] TAVRIN_PLAYOUT_EXPORT StreamWindow PlanWindow(const RecordingIndex& recording,
                                                             const Player::SampleRate& displayRate,
                                                             const Time::Ratio& speed, const WindowRoom& room,

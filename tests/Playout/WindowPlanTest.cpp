@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -16,6 +17,7 @@ namespace Tavrin::Playout {
 namespace {
 
 namespace Clips = Support::Clips;
+using namespace std::chrono_literals;
 using Time::Ratio;
 
 constexpr std::size_t kPlenty = std::size_t{1} << 40U;
@@ -83,11 +85,34 @@ TEST(WindowPlan, WithoutRoomTheFewestAheadAreKept) {
     EXPECT_EQ(window.nbDecodedBehind, 0U);
 }
 
-TEST(WindowPlan, BackwardAGroupHasRoomBesideIt) {
+TEST(WindowPlan, BackwardPartOfAGroupHasRoomBesideItWhileNothingIsKnownOfHowLongItTakes) {
     const WindowOf window(Clips::LongGroups());
     const std::size_t picture = NeedsOf(window.Index(), {2, 1}).picture;
     EXPECT_EQ(window.WithRoom({40 * picture, kPlenty}, Ratio(1, 1)).nbDecodedAhead, 33U);
-    EXPECT_EQ(window.WithRoom({40 * picture, kPlenty}, Ratio(-1, 1)).nbDecodedAhead, 13U);
+    EXPECT_EQ(window.WithRoom({40 * picture, kPlenty}, Ratio(-1, 1)).nbDecodedAhead, 17U);
+}
+
+TEST(WindowPlan, BackwardAWholeGroupHasRoomWhereItIsDecodedInTime) {
+    const WindowOf window(Clips::LongGroups());
+    const std::size_t picture = NeedsOf(window.Index(), {2, 1}).picture;
+    // Beside the group there is room for the picture on show, six behind it and eight ahead: 320 ms.
+    WindowRoom room{(LongestGroup(window.Index()) + 15) * picture, kPlenty};
+    room.groupTime = 50ms;
+    EXPECT_EQ(window.WithRoom(room, Ratio(-1, 1)).nbDecodedAhead, 8U);
+    room.groupTime = 180ms;
+    EXPECT_EQ(window.WithRoom(room, Ratio(-1, 1)).nbDecodedAhead, 8U);
+    room.groupTime = 240ms;
+    EXPECT_GT(window.WithRoom(room, Ratio(-1, 1)).nbDecodedAhead, 16U);
+}
+
+TEST(WindowPlan, WhatDecodersArePuttingOutTakesRoomBesideAWholeGroup) {
+    const WindowOf window(Clips::LongGroups());
+    const std::size_t picture = NeedsOf(window.Index(), {2, 1}).picture;
+    WindowRoom room{(LongestGroup(window.Index()) + 25) * picture, kPlenty};
+    room.groupTime = 50ms;
+    EXPECT_EQ(window.WithRoom(room, Ratio(-1, 1)).nbDecodedAhead, 18U);
+    room.beingMade = 6 * picture;
+    EXPECT_EQ(window.WithRoom(room, Ratio(-1, 1)).nbDecodedAhead, 12U);
 }
 
 TEST(WindowPlan, ReadsBeyondWhatIsDecoded) {

@@ -22,7 +22,7 @@ std::string ClosedGroups();  ///< Three B-frames, one of which others refer to; 
 std::string OpenGroups();    ///< The same with groups whose first pictures on display need the group before.
 std::string SingleGroup();   ///< One key frame, the first picture.
 std::string ShortLastGroup();  ///< OpenGroups with 30 pictures; the last group holds six.
-std::string LongGroups();      ///< 100 pictures in groups of 25, the last picture a group of its own.
+std::string LongGroups();      ///< 100 pictures in groups of 33, the last picture a group of its own.
 std::string Short();           ///< 12 pictures.
 std::string IntraOnlyH264();   ///< Every picture is a key frame.
 std::string GradualRefresh();  ///< Pictures are marked as key frames that are predicted from others.
