@@ -321,12 +321,30 @@ void MediaStream::Plan() {
     while (compressedPlanner_.Get(tp)) {
         AskForCompressed(tp);
     }
-    if (OthersMayWait() || RestsDecoding()) {
+    if (OthersMayWait()) {
         return;
     }
-    decodedPlanner_.Update(player_);
-    while (decodedPlanner_.Get(tp)) {
-        AskForDecoded(tp);
+    if (!RestsDecoding()) {
+        decodedPlanner_.Update(player_);
+        while (decodedPlanner_.Get(tp)) {
+            AskForDecoded(tp);
+        }
+    }
+    AskForBehind();
+}
+
+/// What lies behind the play head matters last, to who turns round soon after a jump: what was shown is there.
+void MediaStream::AskForBehind() {
+    const Time::Ratio speed = player_->GetSpeed();
+    const std::size_t nbAhead = NbOfSamples(window_.nbDecodedAhead);
+    if (speed == Time::Ratio() || standInsAllowed_ || !HasAhead(nbAhead - nbAhead / 3)) {
+        return;
+    }
+    const SampleRate rate = FetchRate();
+    const std::int64_t here = Needed().SampleNumber(rate);
+    const auto nb = static_cast<std::int64_t>(NbOfSamples(window_.nbDecodedBehind));
+    for (std::int64_t i = 1; i <= nb; ++i) {
+        AskForDecoded(TimePoint::StartOfSample(speed.Positive() ? here - i : here + i, rate));
     }
 }
 

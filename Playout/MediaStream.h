@@ -157,6 +157,7 @@ private:
     [[nodiscard]] Time::TimePoint Needed() const;
     [[nodiscard]] Player::Cache::EntryType Find(Player::ISample** sample);
     void AskForNeeded();
+    void AskForBehind();
     void AskForCompressed(const Time::TimePoint& tp);
     void AskForDecoded(const Time::TimePoint& tp);
     void Evict();

@@ -139,8 +139,9 @@ PlayPlace PlayedTrack::PlaceFor(const Manner& manner) {
     const std::size_t way = std::max(restedAt_, place.picture) - std::min(restedAt_, place.picture);
     restedAt_ = isAwaited ? restedAt_ : place.picture;
     if (isAwaited && way > kStep) {
-        // On the way to the picture that is waited for, those before it are in nobody's window.
-        place.behind = 0;
+        // On the way to the picture that is waited for, those before it are in nobody's window; but who plays on may
+        // turn round.
+        place.behind = speed == Time::Ratio() ? 0 : window_.nbDecodedBehind * place.stride;
     } else if (speed == Time::Ratio() && !manner.dragged) {
         // Forward, one picture comes after the other; backward, what is not there takes a pass over its group.
         place.backward = true;

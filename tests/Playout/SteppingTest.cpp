@@ -112,5 +112,32 @@ TEST_F(StepsBesideASlowGroup, FarAwayNothingOfItMattersAnyMore) {
     EXPECT_GT(session_.GetInformation(0).reading.nbAbandonedReads, 0U);
 }
 
+TEST(Turning, SoonAfterAJumpWhatLiesBehindIsThere) {
+    const auto recording = RecordingIndex::Build(Support::Clips::LongGroups());
+    const TimePoint half = recording->SampleStart(1) / 2;
+    for (const std::int64_t speed : {1, -1}) {
+        // In the middle of a group, and where the group before, or after, is needed.
+        for (const std::int64_t picture : {50, 67, 64}) {
+            Session session({recording});
+            session.SetSpeed(Ratio(speed, 1));
+            session.GoTo(recording->SampleStart(picture) + half);
+            TickReport report = session.Tick(TimePoint());
+            const auto deadline = std::chrono::steady_clock::now() + kDeadline;
+            while (!report.IsReady() || session.GetInformation(0).nbPending > 0) {
+                ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+                session.WaitForProgress(20ms);
+                report = session.Tick(TimePoint());
+            }
+            session.SetSpeed(Ratio(-speed, 1));
+            for (std::int64_t step = 1; step <= 5; ++step) {
+                report = session.Tick(recording->SampleStart(1));
+                ASSERT_TRUE(report.IsReady()) << picture << " at " << speed << ", step " << step;
+                EXPECT_EQ(report.tracks.at(0).picture->Number(),
+                          static_cast<std::size_t>(picture - speed * step));
+            }
+        }
+    }
+}
+
 }  // namespace
 }  // namespace Tavrin::Playout
