@@ -204,6 +204,9 @@ int FramePool::Fill(AVFrame& frame, AVCodecContext& context) {
         return AVERROR(EINVAL);
     }
     auto block = std::make_unique<Block>(shared_from_this(), layout.size);
+    if (makeRoom_ && Overflows(layout.size)) {
+        makeRoom_(layout.size);
+    }
     std::uint8_t* data = Take(layout.size);
     if (data == nullptr) {
         return AVERROR(ENOMEM);
@@ -232,6 +235,11 @@ int FramePool::GetBuffer(AVCodecContext* context, AVFrame* frame, int flags) {
     } catch (const std::bad_alloc&) {
         return AVERROR(ENOMEM);
     }
+}
+
+bool FramePool::Overflows(std::size_t nbBytes) const {
+    const std::lock_guard lock(mutex_);
+    return usedBytes_ + nbBytes > maxBytes_;
 }
 
 std::size_t FramePool::UsedBytes() const {

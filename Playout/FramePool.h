@@ -2,8 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "Playout/PlayoutExport.h"
@@ -43,6 +45,14 @@ public:
     /// Idle memory beyond it goes back to the system.
     void SetMaxBytes(std::size_t maxBytes);
 
+    /// Called, with no lock held, on a decoder's thread that is about to take memory beyond the bound: whoever holds
+    /// pictures that can be done without lets go of some. To be set before the first decoder is served.
+    using MakeRoom = std::function<void(std::size_t nbBytes)>;
+    void SetMakeRoom(MakeRoom makeRoom) { makeRoom_ = std::move(makeRoom); }
+
+    /// Whether so much more in use goes beyond the bound.
+    [[nodiscard]] bool Overflows(std::size_t nbBytes) const;
+
     [[nodiscard]] std::size_t UsedBytes() const;
     [[nodiscard]] std::size_t IdleBytes() const;
     /// The most that was ever in use at once.
@@ -65,6 +75,7 @@ private:
     void Trim(std::size_t nbBytes);
     int Fill(AVFrame& frame, AVCodecContext& context);
 
+    MakeRoom makeRoom_;
     mutable std::mutex mutex_;
     std::size_t maxBytes_;
     std::size_t usedBytes_ = 0;

@@ -30,6 +30,14 @@ public:
         }
         store_ = std::make_shared<PictureStore>(
             options.pictureBytes > 0 ? StoreBytes(options.pictureBytes) : options.storeBytes, pool_);
+        if (pool_ != nullptr) {
+            // Pictures keep the pool, and may outlive the store.
+            pool_->SetMakeRoom([store = std::weak_ptr(store_)](std::size_t nbBytes) {
+                if (const auto held = store.lock()) {
+                    held->MakeRoom(nbBytes);
+                }
+            });
+        }
         for (std::size_t i = 0; i < nbLanes; ++i) {
             places_.push_back(std::make_unique<Place>(index, options.lane, store_, pool_));
         }

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "Playout/PictureSize.h"
+#include "Playout/ReferencePictures.h"
 #include "Playout/WindowPlan.h"
 #include "Time/TimePoint.h"
 
@@ -20,9 +21,6 @@ constexpr std::size_t kNbGroupsAtHand = 4;
 
 /// Where groups are short, or each picture is one, so many pictures: the window and what is read beyond it.
 constexpr std::size_t kNbPicturesAtHand = 64;
-
-/// Pictures that one decoder keeps to predict others from, as encoders are used.
-constexpr std::size_t kNbReferences = 4;
 
 /// Pictures of the group that is shown that are still held when the one before it is begun, so that it is ready in
 /// time.
@@ -72,8 +70,10 @@ TrackNeeds NeedsOf(const RecordingIndex& recording, const LanePlan& lanes) {
     TrackNeeds needs;
     needs.picture = DecodedPictureBytes(recording);
     needs.packets = PacketBytes(recording);
-    const std::size_t references =
-        recording.IntraOnly() ? 1 : kNbReferences + static_cast<std::size_t>(recording.ReorderDepth());
+    const std::size_t references = recording.IntraOnly()
+                                       ? 1
+                                       : NbOfReferences(recording.CodecParameters()) +
+                                             static_cast<std::size_t>(recording.ReorderDepth());
     const auto threads = static_cast<std::size_t>(std::max(lanes.nbThreads, 1));
     const std::size_t nbWorking = lanes.nbLanes * (references + threads);
     needs.working = nbWorking * needs.picture;

@@ -115,6 +115,17 @@ void PictureStore::Add(std::shared_ptr<const Picture> picture, std::size_t wante
     pictures_.emplace(number, std::move(picture));
 }
 
+void PictureStore::MakeRoom(std::size_t nbBytes) {
+    const std::lock_guard lock(mutex_);
+    while (!pictures_.empty() && pool_ != nullptr && pool_->Overflows(nbBytes)) {
+        const auto farthest = Farthest(pictures_.begin()->first);
+        if (farthest == pictures_.end()) {
+            return;
+        }
+        Drop(farthest);
+    }
+}
+
 std::uint64_t PictureStore::Distance(std::size_t number, std::size_t wanted) const {
     const PlayPlace place = place_.value_or(PlayPlace{wanted, true, 1});
     const bool isAbove = number > place.picture;

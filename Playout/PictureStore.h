@@ -72,6 +72,9 @@ public:
     void Add(std::shared_ptr<const Picture> picture, std::size_t wanted);
     void Clear();
 
+    /// Drops what is farthest until the pool has room for so much more, or nothing is left that may be dropped.
+    void MakeRoom(std::size_t nbBytes);
+
     [[nodiscard]] std::size_t Size() const;
     [[nodiscard]] std::size_t Bytes() const;
     [[nodiscard]] std::size_t MaxBytesEver() const;
