@@ -22,6 +22,7 @@
 #include "Playout/RecordingIndex.h"
 #include "Playout/Session.h"
 #include "Playout/Support/Clips.h"
+#include "Playout/Support/CommandEachTick.h"
 #include "Playout/Support/FieldClip.h"
 #include "Playout/Support/Oracle.h"
 
@@ -30,6 +31,7 @@ namespace {
 
 namespace Clips = Support::Clips;
 using Player::SampleRate;
+using Support::CommandEachTick;
 using Support::Oracle;
 using Time::Ratio;
 using Time::TimePoint;
@@ -51,22 +53,6 @@ std::size_t LongestGroup(const RecordingIndex& index) {
     }
     return longest;
 }
-
-/// Commands for the tick with their number, one tick after the other.
-class CommandEachTick final : public ICommandSource {
-public:
-    explicit CommandEachTick(std::vector<std::vector<PlayCommand>> commands)
-        : commands_(std::move(commands)) {}
-
-    std::vector<PlayCommand> Take(const TimePoint& /*at*/) override {
-        return next_ < commands_.size() ? commands_[next_++] : std::vector<PlayCommand>();
-    }
-    [[nodiscard]] bool IsOpen() const override { return next_ < commands_.size(); }
-
-private:
-    std::vector<std::vector<PlayCommand>> commands_;
-    std::size_t next_ = 0;
-};
 
 class MediaKind : public testing::TestWithParam<Kind> {
 protected:

@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <memory>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -17,19 +16,6 @@ namespace {
 
 namespace Clips = Support::Clips;
 
-/// The check sums of all pictures of the first video stream, as the `ffmpeg` program decodes them.
-std::vector<std::string> SumsOfTheProgram(const std::string& clip) {
-    std::istringstream lines(Clips::OutputOfFfmpeg("-threads 1 -i " + Clips::Quoted(clip) +
-                                                   " -map 0:v:0 -fps_mode passthrough -f framemd5 -"));
-    std::vector<std::string> sums;
-    for (std::string line; std::getline(lines, line);) {
-        if (!line.empty() && line[0] != '#') {
-            sums.push_back(line.substr(line.rfind(' ') + 1));
-        }
-    }
-    return sums;
-}
-
 class StraightDecoderOnEachClip : public testing::TestWithParam<std::string (*)()> {};
 
 TEST_P(StraightDecoderOnEachClip, PutsOutThePicturesThatTheProgramPutsOut) {
@@ -41,7 +27,7 @@ TEST_P(StraightDecoderOnEachClip, PutsOutThePicturesThatTheProgramPutsOut) {
         return true;
     });
     EXPECT_EQ(sums.size(), index->NbPictures());
-    EXPECT_EQ(sums, SumsOfTheProgram(GetParam()()));
+    EXPECT_EQ(sums, Clips::SumsOfTheProgram(GetParam()()));
 }
 
 INSTANTIATE_TEST_SUITE_P(Clips, StraightDecoderOnEachClip,

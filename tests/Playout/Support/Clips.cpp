@@ -10,6 +10,7 @@
 #include <functional>
 #include <iterator>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
 
@@ -123,6 +124,18 @@ std::string OutputOfFfmpeg(const std::string& arguments) {
         output.append(buffer.data(), nb);
     }
     return output;
+}
+
+std::vector<std::string> SumsOfTheProgram(const std::string& file) {
+    std::istringstream lines(OutputOfFfmpeg("-threads 1 -noautorotate -i " + Quoted(file) +
+                                            " -map 0:v:0 -fps_mode passthrough -f framemd5 -"));
+    std::vector<std::string> sums;
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.empty() && line[0] != '#') {
+            sums.push_back(line.substr(line.rfind(' ') + 1));
+        }
+    }
+    return sums;
 }
 
 std::string Encoded(const std::string& name, const std::string& arguments) {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 /// Small recordings for tests, made by the `ffmpeg` program when they are first asked for and kept in the
 /// build folder from then on, so that the tests, each a process of its own, do not make them again.
@@ -95,6 +96,9 @@ void WriteFile(const std::string& file, const std::string& bytes);
 
 /// What a run of the program with these arguments writes to its standard output.
 std::string OutputOfFfmpeg(const std::string& arguments);
+
+/// The check sums of all pictures of the first video stream, as the program decodes them.
+std::vector<std::string> SumsOfTheProgram(const std::string& file);
 
 /// The path in quotes, as an argument on a command line.
 std::string Quoted(const std::string& file);
