@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -13,7 +15,9 @@
 #include "Player/FakeSample.h"
 #include "Playout/CompressedSample.h"
 #include "Playout/DecodedSample.h"
+#include "Playout/GroupReach.h"
 #include "Playout/GroupReader.h"
+#include "Playout/PictureStore.h"
 #include "Playout/RecordingIndex.h"
 #include "Playout/Support/Clips.h"
 #include "Playout/Support/Oracle.h"
@@ -231,6 +235,88 @@ TEST(MediaDecoder, SeveralThreadsGetTheRightPictures) {
     for (auto& thread : threads) {
         thread.join();
     }
+}
+
+// ---- Giving up, and reach ---------------------------------------------------------------------------------
+
+/// Decodes the last picture of the first group again and again, while another thread says without a pause which
+/// picture is wanted, until that many decodes have come to their end without a picture, or `nb` in all.
+std::size_t NbGivenUp(MediaDecoder& decoder, Source& source, std::optional<std::size_t> wanted,
+                      std::size_t enough, std::size_t nb) {
+    const std::size_t last = source.index->Group(0).EndPicture() - 1;
+    const auto sample = source.Sample(last);
+    std::atomic<bool> over = false;
+    std::thread operator_([&] {
+        while (!over) {
+            decoder.Abandon(kTrack, wanted);
+        }
+    });
+    std::size_t nbGivenUp = 0;
+    for (std::size_t i = 0; i < nb && nbGivenUp < enough; ++i) {
+        // Opened anew, as the picture would come from the store otherwise.
+        decoder.AddTrack(kTrack, source.index, Lanes(1, 1));
+        const auto decoded = Decode(decoder, OrderFor(*sample));
+        EXPECT_TRUE(decoded == nullptr || decoded->PictureNumber() == last);
+        nbGivenUp += decoded == nullptr ? 1 : 0;
+    }
+    over = true;
+    operator_.join();
+    return nbGivenUp;
+}
+
+TEST(MediaDecoder, ADecodeIsGivenUpWhenAPictureElsewhereIsWanted) {
+    Source source(Clips::LongGroups());
+    MediaDecoder decoder;
+    // Very many: how the threads are scheduled must not matter.
+    EXPECT_EQ(NbGivenUp(decoder, source, 60, 3, 100'000), 3u);
+    EXPECT_EQ(NbGivenUp(decoder, source, std::nullopt, 3, 100'000), 3u);
+}
+
+TEST(MediaDecoder, ADecodeOfThePictureThatIsWantedIsNeverGivenUp) {
+    Source source(Clips::LongGroups());
+    MediaDecoder decoder;
+    EXPECT_EQ(NbGivenUp(decoder, source, source.index->Group(0).EndPicture() - 1, 1, 50), 0u);
+}
+
+TEST(MediaDecoder, WhatIsAskedForAfterAJumpIsDecoded) {
+    Source source(Clips::LongGroups());
+    MediaDecoder decoder;
+    decoder.AddTrack(kTrack, source.index, Lanes(1, 1));
+    decoder.Abandon(kTrack, 60);
+    decoder.Abandon(kOther, 60);
+    EXPECT_NE(Decode(decoder, OrderFor(*source.Sample(20))), nullptr) << "it was not in progress";
+    EXPECT_EQ(decoder.GetInformation(kTrack).nbAbandoned, 0u);
+}
+
+/// Packets that decoding the first picture of the second group takes.
+std::uint64_t NbPacketsForAKeyFrame(const GroupReach& reach) {
+    Source source(Clips::OpenGroups());
+    MediaDecoder decoder;
+    decoder.AddTrack(kTrack, source.index, Lanes(1, 1));
+    decoder.SetReach(kOther, reach);
+    decoder.SetReach(kTrack, reach);
+    const auto sample = source.Sample(source.index->Group(1).firstPicture);
+    EXPECT_NE(Decode(decoder, OrderFor(*sample)), nullptr);
+    return decoder.GetInformation(kTrack).nbPacketsDecoded;
+}
+
+TEST(MediaDecoder, WhereOnlyKeyFramesAreReachedNothingElseIsDecoded) {
+    EXPECT_EQ(NbPacketsForAKeyFrame({1, 1}), 1u);
+    EXPECT_GT(NbPacketsForAKeyFrame({}), 1u) << "a decoder takes more than a picture's packet to put it out";
+}
+
+TEST(MediaDecoder, WhereNotAllIsReachedADecodeThatThePlayHeadHasPassedIsGivenUp) {
+    Source source(Clips::LongGroups());
+    MediaDecoder decoder;
+    decoder.AddTrack(kTrack, source.index, Lanes(1, 1));
+    PlayPlace place;
+    place.picture = 60;
+    decoder.SetPlace(kTrack, place);
+    decoder.SetReach(kTrack, {20, 1});
+    EXPECT_EQ(Decode(decoder, OrderFor(*source.Sample(15))), nullptr);
+    EXPECT_EQ(decoder.GetInformation(kTrack).nbAbandoned, 1u);
+    decoder.SetReach(kTrack, {});
+    EXPECT_NE(Decode(decoder, OrderFor(*source.Sample(15))), nullptr);
 }
 
 TEST(MediaDecoder, ATrackRemovedWhileItDecodesFinishesItsPicture) {

@@ -16,6 +16,7 @@
 #include "Player/Output.h"
 #include "Player/Support/Waiting.h"
 #include "Playout/CompressedSample.h"
+#include "Playout/GroupReach.h"
 #include "Playout/RecordingIndex.h"
 #include "Playout/Support/Clips.h"
 
@@ -228,6 +229,171 @@ TEST_F(MediaPreloaderTest, AReadThatWaitsHoldsUpItsOwnTrackOnly) {
     worker.join();
     ASSERT_TRUE(held.Pop(output));
     delete output.sample_;
+}
+
+// ---- Giving up --------------------------------------------------------------------------------------------
+
+/// What is done to a read in progress.
+enum class While { NothingIsDone, AnotherGroupIsWanted, ItsGroupIsWanted, TheTrackIsGivenUp };
+
+class MediaPreloaderInARead : public MediaPreloaderTest {
+protected:
+    static constexpr std::size_t kGroup = 1;
+
+    /// The answer to an order whose read is held while that is done; then it goes on as it may.
+    Answer AskWhile(While what, bool fails = false) {
+        Gate entered;
+        Gate leave;
+        preloader_.SetReadHook([&](const TrackId&, std::size_t group) {
+            EXPECT_EQ(group, kGroup);
+            entered.Open();
+            EXPECT_TRUE(leave.Wait());
+            if (fails) {
+                throw std::runtime_error("the disk is unplugged");
+            }
+        });
+        Answer answer;
+        std::thread worker([&] { answer = Ask(StartOfGroup()); });
+        EXPECT_TRUE(entered.Wait());
+        Do(what);
+        leave.Open();
+        worker.join();
+        preloader_.SetReadHook({});
+        return answer;
+    }
+
+    [[nodiscard]] TimePoint StartOfGroup() const {
+        return index_->SampleStart(index_->Picture(index_->Group(kGroup).firstPicture).sample);
+    }
+
+    void ExpectAbandoned(const Answer& answer) {
+        EXPECT_EQ(answer.result, IPreloader::ERROR);
+        EXPECT_EQ(answer.sample, nullptr);
+        const auto information = preloader_.GetInformation(kFirst);
+        EXPECT_EQ(information.nbAbandonedReads, 1u);
+        EXPECT_EQ(information.nbFailedReads, 0u) << "nothing is wrong with the file";
+        EXPECT_EQ(information.lastError, "");
+    }
+
+private:
+    void Do(While what) {
+        if (what == While::TheTrackIsGivenUp) {
+            preloader_.GiveUp(kFirst);
+        } else if (what != While::NothingIsDone) {
+            preloader_.Abandon(kFirst, what == While::ItsGroupIsWanted ? kGroup : kGroup + 1);
+        }
+    }
+};
+
+TEST_F(MediaPreloaderInARead, GoesOnWhereNothingIsDone) {
+    EXPECT_EQ(AskWhile(While::NothingIsDone).result, IPreloader::SUCCESS_EXIST);
+}
+
+TEST_F(MediaPreloaderInARead, IsGivenUpWhenAnotherGroupIsWanted) {
+    ExpectAbandoned(AskWhile(While::AnotherGroupIsWanted));
+}
+
+TEST_F(MediaPreloaderInARead, GoesOnWhenItsOwnGroupIsWanted) {
+    const Answer answer = AskWhile(While::ItsGroupIsWanted);
+    EXPECT_EQ(answer.result, IPreloader::SUCCESS_EXIST);
+    EXPECT_NE(answer.sample, nullptr);
+    EXPECT_EQ(preloader_.GetInformation(kFirst).nbAbandonedReads, 0u);
+}
+
+TEST_F(MediaPreloaderInARead, IsGivenUpWithItsTrack) {
+    ExpectAbandoned(AskWhile(While::TheTrackIsGivenUp));
+}
+
+TEST_F(MediaPreloaderInARead, AnErrorOfAReadThatNobodyWantsAnyMoreIsNone) {
+    ExpectAbandoned(AskWhile(While::AnotherGroupIsWanted, true));
+}
+
+TEST_F(MediaPreloaderInARead, WhatIsAskedForAfterwardsIsRead) {
+    for (const While what : {While::AnotherGroupIsWanted, While::TheTrackIsGivenUp}) {
+        EXPECT_EQ(AskWhile(what).sample, nullptr);
+        const Answer answer = Ask(StartOfGroup());
+        EXPECT_EQ(answer.result, IPreloader::SUCCESS_EXIST);
+        ASSERT_NE(answer.sample, nullptr);
+        EXPECT_EQ(answer.Compressed().Group()->NbMissing(), 0u);
+        // A track of its own for the next round: this one now has the group at hand.
+        preloader_.AddTrack(kFirst, index_);
+    }
+}
+
+TEST_F(MediaPreloaderTest, AnOrderThatWaitedForAReadThatWasGivenUpIsNotBegunAnyMore) {
+    Gate entered;
+    Gate leave;
+    std::atomic<int> nbReads = 0;
+    preloader_.SetReadHook([&](const TrackId&, std::size_t) {
+        ++nbReads;
+        entered.Open();
+        EXPECT_TRUE(leave.Wait());
+    });
+    std::vector<std::thread> workers;
+    std::vector<CacheUpdateQueue> queues(2);
+    Player::Testing::Counter answers;
+    for (auto& queue : queues) {
+        workers.emplace_back([&] {
+            EXPECT_EQ(preloader_.Preload(PreloadOrder(Ms(0), index_->Rate(), &queue, kFirst)),
+                      IPreloader::ERROR);
+            answers.Add();
+        });
+    }
+    ASSERT_TRUE(entered.Wait());
+    // That the other one has come as far as waiting is not to be seen from outside.
+    Player::Testing::LetOthersRun();
+    preloader_.Abandon(kFirst, 3);
+    leave.Open();
+    EXPECT_TRUE(answers.WaitFor(2));
+    for (auto& worker : workers) {
+        worker.join();
+    }
+    EXPECT_EQ(nbReads, 1);
+    EXPECT_EQ(preloader_.GetInformation(kFirst).nbAbandonedReads, 2u);
+}
+
+TEST_F(MediaPreloaderTest, WhatIsAtHandIsDeliveredWhateverIsGivenUp) {
+    EXPECT_EQ(Ask(Ms(0)).result, IPreloader::SUCCESS_EXIST);
+    preloader_.Abandon(kFirst, 3);
+    preloader_.GiveUp(kFirst);
+    EXPECT_EQ(Ask(Ms(40)).result, IPreloader::SUCCESS_EXIST);
+    EXPECT_EQ(preloader_.GetInformation(kFirst).nbReads, 1u);
+    EXPECT_EQ(preloader_.GetInformation(kFirst).nbAbandonedReads, 0u);
+}
+
+// ---- Reach ------------------------------------------------------------------------------------------------
+
+TEST_F(MediaPreloaderTest, BeyondTheReachTheNearestPictureWithinItStandsIn) {
+    const GroupReach reach{3, 2};
+    preloader_.SetReach(kFirst, reach);
+    std::size_t nbStandIns = 0;
+    for (std::int64_t sample = 0; sample < index_->NbSamples(); ++sample) {
+        const auto asked = index_->PictureAt(sample).value();
+        const auto answer = Ask(index_->SampleStart(sample));
+        ASSERT_EQ(answer.result, IPreloader::SUCCESS_EXIST);
+        const std::size_t delivered = answer.Compressed().PictureNumber();
+        EXPECT_EQ(delivered, PictureWithin(*index_, reach, asked));
+        EXPECT_NE(answer.Compressed().Group()->Packet(index_->Picture(delivered).packet), nullptr);
+        EXPECT_EQ(answer.sample->GetTimePoint(), index_->SampleStart(sample)) << "the time is that asked for";
+        nbStandIns += delivered == asked ? 0 : 1;
+    }
+    EXPECT_GT(nbStandIns, index_->NbPictures() / 2);
+    // Of five groups every second.
+    EXPECT_EQ(preloader_.GetInformation(kFirst).nbReads, 3u);
+}
+
+TEST_F(MediaPreloaderTest, WithTheWholeReachAgainEveryPictureIsDelivered) {
+    preloader_.SetReach(kFirst, {1, 5});
+    EXPECT_EQ(Ask(Ms(40 * 30)).Compressed().PictureNumber(), 0u);
+    preloader_.SetReach(kFirst, {});
+    EXPECT_EQ(Ask(Ms(40 * 30)).Compressed().PictureNumber(), 30u);
+}
+
+TEST_F(MediaPreloaderTest, ReachAndGivingUpAreIgnoredForAnUnknownTrack) {
+    preloader_.SetReach(kSecond, {1, 5});
+    preloader_.Abandon(kSecond, 1);
+    preloader_.GiveUp(kSecond);
+    EXPECT_EQ(Ask(Ms(40 * 30)).Compressed().PictureNumber(), 30u);
 }
 
 // ---- Delivery ---------------------------------------------------------------------------------------------
