@@ -5,37 +5,39 @@
 namespace Tavrin::Playout {
 namespace {
 
-TEST(ReachPlanner, LeavesNothingOutBeforeItIsAsked) {
-    const ReachPlanner planner;
+/// Asked once, from the beginning.
+ReachPlanner Planned(double wanted, double measured) {
+    ReachPlanner planner;
+    planner.Plan(wanted, measured);
+    return planner;
+}
+
+void ExpectNothingLeftOut(const ReachPlanner& planner) {
     EXPECT_FALSE(planner.LeavesOut());
     EXPECT_EQ(planner.Share(), 1);
+}
+
+TEST(ReachPlanner, LeavesNothingOutBeforeItIsAsked) {
+    ExpectNothingLeftOut(ReachPlanner());
 }
 
 TEST(ReachPlanner, LeavesNothingOutWhereAllMustBeShown) {
-    ReachPlanner planner;
-    planner.Plan(0, 1);
-    EXPECT_FALSE(planner.LeavesOut());
-    EXPECT_EQ(planner.Share(), 1);
+    ExpectNothingLeftOut(Planned(0, 1));
 }
 
 TEST(ReachPlanner, LeavesNothingOutWhereThereIsTheTime) {
-    ReachPlanner planner;
-    planner.Plan(100, 100);
-    EXPECT_FALSE(planner.LeavesOut());
-    EXPECT_EQ(planner.Share(), 1);
+    ExpectNothingLeftOut(Planned(100, 100));
 }
 
 TEST(ReachPlanner, TakesOnLessThanIsPossible) {
-    ReachPlanner planner;
-    planner.Plan(400, 100);
+    const ReachPlanner planner = Planned(400, 100);
     EXPECT_TRUE(planner.LeavesOut());
     EXPECT_GT(planner.Share(), 0.15);
     EXPECT_LT(planner.Share(), 0.25);
 }
 
 TEST(ReachPlanner, GoesBackOnlyWithTimeToSpare) {
-    ReachPlanner planner;
-    planner.Plan(101, 100);
+    ReachPlanner planner = Planned(101, 100);
     ASSERT_TRUE(planner.LeavesOut());
     planner.Plan(90, 100);
     EXPECT_TRUE(planner.LeavesOut()) << "little more than what is needed";
@@ -47,9 +49,8 @@ TEST(ReachPlanner, GoesBackOnlyWithTimeToSpare) {
 }
 
 TEST(ReachPlanner, AssumesSomethingUntilItIsMeasured) {
-    ReachPlanner planner;
-    planner.Plan(1, 0);
-    EXPECT_FALSE(planner.LeavesOut());
+    ReachPlanner planner = Planned(1, 0);
+    ExpectNothingLeftOut(planner);
     planner.Plan(1e12, 0);
     EXPECT_TRUE(planner.LeavesOut());
     EXPECT_GT(planner.Share(), 0);

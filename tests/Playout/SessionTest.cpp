@@ -424,18 +424,31 @@ TEST_F(WithASlowGroup, TheLatestJumpIsServedAsSoonAsTheReadInItsWayIsGivenUp) {
     ExpectPicture(Step(session_, TimePoint()), 0, LongGroups()->Group(kSlow).firstPicture + 7);
 }
 
-/// Every tick as fast as possible, so fast that nothing like it can be decoded.
-TEST(Session, WherePicturesCannotBeDecodedInTimeThePlayHeadGoesOnAndOthersStandIn) {
-    SessionOptions options;
-    options.displayRate = LongGroups()->Rate() * Ratio(2000, 1);
-    Session session({LongGroups()}, options);
-    session.AllowStandIns(true);
-    session.SetSpeed(Ratio(4000, 1));
-    session.GoTo(MiddleOf(*LongGroups(), 0));
-    Step(session, TimePoint());
-    const TimePoint tick = TimePoint::StartOfSample(1, options.displayRate);
+/// A session that plays so fast that nothing like it can be decoded, on a display so fast that its ticks follow each
+/// other as closely.
+class FasterThanAnyDecoder : public testing::Test {
+protected:
+    FasterThanAnyDecoder() {
+        session_.AllowStandIns(true);
+        session_.SetSpeed(kSpeed);
+        session_.GoTo(MiddleOf(*LongGroups(), 0));
+        Step(session_, TimePoint());
+    }
+
+    static SessionOptions OnAFastDisplay() {
+        SessionOptions options;
+        options.displayRate = LongGroups()->Rate() * Ratio(2000, 1);
+        return options;
+    }
+
+    const Ratio kSpeed{4000, 1};
+    Session session_{{LongGroups()}, OnAFastDisplay()};
+    const TimePoint tick_ = TimePoint::StartOfSample(1, session_.DisplayRate());
+};
+
+TEST_F(FasterThanAnyDecoder, ThePlayHeadGoesOnAndOtherPicturesStandIn) {
     for (int i = 0; i < 40; ++i) {
-        const TickReport report = session.Tick(tick);
+        const TickReport report = session_.Tick(tick_);
         EXPECT_TRUE(report.moved) << "tick " << i;
         const TrackView& view = report.tracks[0];
         ASSERT_NE(view.picture, nullptr) << "tick " << i;
@@ -448,20 +461,12 @@ TEST(Session, WherePicturesCannotBeDecodedInTimeThePlayHeadGoesOnAndOthersStandI
     }
 }
 
-TEST(Session, AfterStandInsTheExactPictureIsShownWherePlayingStops) {
-    SessionOptions options;
-    options.displayRate = LongGroups()->Rate() * Ratio(2000, 1);
-    Session session({LongGroups()}, options);
-    session.AllowStandIns(true);
-    session.SetSpeed(Ratio(4000, 1));
-    session.GoTo(MiddleOf(*LongGroups(), 0));
-    Step(session, TimePoint());
-    const TimePoint tick = TimePoint::StartOfSample(1, options.displayRate);
+TEST_F(FasterThanAnyDecoder, TheExactPictureIsShownWherePlayingStops) {
     for (std::size_t round = 0; round < 20; ++round) {
-        session.SetSpeed(Ratio(4000, 1));
-        session.Tick(tick);
-        session.SetSpeed(Ratio());
-        const TickReport report = Step(session, TimePoint());
+        session_.SetSpeed(kSpeed);
+        session_.Tick(tick_);
+        session_.SetSpeed(Ratio());
+        const TickReport report = Step(session_, TimePoint());
         ExpectPicture(report, 0, LongGroups()->PictureAtTime(report.time).value());
         EXPECT_FALSE(report.tracks[0].standIn);
     }
@@ -500,6 +505,33 @@ TEST(Session, PicturesNeverTakeMoreThanTheirShareOfTheMemory) {
             EXPECT_LE(information.pictureBytes, information.memoryShare) << "round " << round;
         }
     }
+}
+
+TEST(Session, GoingBackInsideTheMemoryReadsAndDecodesNothing) {
+    const auto recording = LongGroups();
+    SessionOptions options;
+    options.memoryBytes = std::size_t{256} << 20U;
+    Session session({recording}, options);
+    session.SetSpeed(Ratio());
+    const auto visit = [&](std::int64_t sample) {
+        session.GoTo(MiddleOf(*recording, sample));
+        ExpectPicture(Step(session, TimePoint()), 0, static_cast<std::size_t>(sample));
+        Drain(session);
+    };
+    visit(10);
+    const TrackCounters atFirst = session.GetCounters().tracks.at(0);
+    visit(60);
+    const TrackCounters away = session.GetCounters().tracks.at(0);
+    ASSERT_GT(away.reads.nbReads, atFirst.reads.nbReads) << "it went nowhere";
+    ASSERT_GT(away.decodes.nbPackets, atFirst.decodes.nbPackets) << "it went nowhere";
+    visit(10);
+    visit(60);
+    const TrackCounters back = session.GetCounters().tracks.at(0);
+    EXPECT_EQ(back.reads.nbReads, away.reads.nbReads);
+    EXPECT_EQ(back.bytes.read, away.bytes.read);
+    EXPECT_EQ(back.decodes.nbPackets, away.decodes.nbPackets);
+    EXPECT_EQ(back.decodes.nbPasses, away.decodes.nbPasses);
+    EXPECT_LE(back.bytes.pictures + back.bytes.compressed, back.bytes.budget);
 }
 
 TEST(Session, AJumpLeavesOutPicturesThatNobodyNeeds) {
