@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "apps/playout/CellColour.h"
 #include "apps/playout/SpeedNotice.h"
 #include "apps/playout/Text.h"
 
@@ -34,20 +35,8 @@ constexpr int kHeadWidth = 3;
 constexpr SDL_Color kBackground{0, 0, 0, 255};
 constexpr SDL_Color kHead{255, 255, 255, 255};
 
-SDL_Color ColourOf(CellState state) {
-    switch (state) {
-        case CellState::Absent:
-            return {64, 64, 64, 255};
-        case CellState::AskedFor:
-            return {200, 160, 40, 255};
-        case CellState::Ready:
-            return {60, 160, 75, 255};
-        case CellState::Protected:
-            return {70, 110, 220, 255};
-        case CellState::Missing:
-            return {210, 60, 50, 255};
-    }
-    return kBackground;
+SDL_Color ToSdl(const CellColour& colour) {
+    return {colour.red, colour.green, colour.blue, 255};
 }
 
 bool IsSet(const char* name) {
@@ -237,7 +226,7 @@ void Window::DrawTimeline(const WindowLayout& layout, std::size_t track, const T
         for (end = first; end < nb && states[static_cast<std::size_t>(end)] == state;) {
             ++end;
         }
-        Fill({place.x + first, place.y, end - first, place.height}, ColourOf(state));
+        Fill({place.x + first, place.y, end - first, place.height}, ToSdl(ColourOf(state)));
     }
     Fill({layout.ColumnOf(track, head) - kHeadWidth / 2, place.y, kHeadWidth, place.height}, kHead);
 }
