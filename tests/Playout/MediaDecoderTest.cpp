@@ -246,7 +246,7 @@ std::size_t NbGivenUp(MediaDecoder& decoder, Source& source, std::optional<std::
     const std::size_t last = source.index->Group(0).EndPicture() - 1;
     const auto sample = source.Sample(last);
     std::atomic<bool> over = false;
-    std::thread operator_([&] {
+    std::thread hand([&] {
         while (!over) {
             decoder.Abandon(kTrack, wanted);
         }
@@ -260,7 +260,7 @@ std::size_t NbGivenUp(MediaDecoder& decoder, Source& source, std::optional<std::
         nbGivenUp += decoded == nullptr ? 1 : 0;
     }
     over = true;
-    operator_.join();
+    hand.join();
     return nbGivenUp;
 }
 

@@ -430,7 +430,7 @@ class FasterThanAnyDecoder : public testing::Test {
 protected:
     FasterThanAnyDecoder() {
         session_.AllowStandIns(true);
-        session_.SetSpeed(kSpeed);
+        session_.SetSpeed(speed_);
         session_.GoTo(MiddleOf(*LongGroups(), 0));
         Step(session_, TimePoint());
     }
@@ -441,7 +441,7 @@ protected:
         return options;
     }
 
-    const Ratio kSpeed{4000, 1};
+    const Ratio speed_{4000, 1};
     Session session_{{LongGroups()}, OnAFastDisplay()};
     const TimePoint tick_ = TimePoint::StartOfSample(1, session_.DisplayRate());
 };
@@ -463,7 +463,7 @@ TEST_F(FasterThanAnyDecoder, ThePlayHeadGoesOnAndOtherPicturesStandIn) {
 
 TEST_F(FasterThanAnyDecoder, TheExactPictureIsShownWherePlayingStops) {
     for (std::size_t round = 0; round < 20; ++round) {
-        session_.SetSpeed(kSpeed);
+        session_.SetSpeed(speed_);
         session_.Tick(tick_);
         session_.SetSpeed(Ratio());
         const TickReport report = Step(session_, TimePoint());
