@@ -250,12 +250,13 @@ Figures PlayBackward(const std::string& file, int nbThreads, const Index& index,
     const Usage usage;
     std::size_t nbPictures = 0;
     std::int64_t nextKey = INT64_MAX;
-    for (auto key = index.keys.rbegin(); key != index.keys.rend(); ++key) {
-        auto group = DecodeGroup(player, *key, nextKey, mostBytes);
+    const std::vector<std::int64_t> backward(index.keys.rbegin(), index.keys.rend());
+    for (const std::int64_t key : backward) {
+        auto group = DecodeGroup(player, key, nextKey, mostBytes);
         for (; !group.empty(); group.pop_back()) {
             ++nbPictures;
         }
-        nextKey = *key;
+        nextKey = key;
     }
     Figures figures;
     AddUsage(figures, usage, opening, nbPictures);
