@@ -11,9 +11,14 @@ sys.dont_write_bytecode = True
 
 HERE = pathlib.Path(__file__).resolve().parent
 
-SPEEDS = ["1", "2", "4", "-1", "-2", "-4", "16"]
+SPEEDS = ["1", "-1", "2", "-2", "4", "-4", "16", "-16"]
 PLAYS = [f"play:{speed}" for speed in SPEEDS]
-COMMANDS = ["step:back", "jump"]
+TRACKS = {"tracks:4-forward": "4 tracks", "tracks:4-backward": "4 tracks backward"}
+COMMANDS = {"open:forward": "opening", "open:backward": "opening backward",
+            "open:reverse-start": "start in reverse", "step:back": "step back", "step:forward": "step forward",
+            "jump": "random jump", "turn": "change of direction", "drag": "dragging"}
+ALL = PLAYS + list(TRACKS) + list(COMMANDS)
+TO_AND_FRO = ["play:1", "play:-1"]  # Of every clip but the first.
 
 PLAYERS = [
     ("mpv", "play_mpv.py", []),
@@ -22,11 +27,15 @@ PLAYERS = [
     ("GStreamer, tuned", "play_gstreamer.py", ["--tuned"]),
 ]
 
-PLAY_ROWS = [("right %", "rightPercent", 1), ("by the clock %", "rightByClockPercent", 1),
-             ("longest without a new picture, ms", "gapMs", 0), ("first picture, ms", "firstMs", 0),
-             ("memory, MiB", "peakMiB", 0)]
-COMMAND_ROWS = [("p50, ms", "p50Ms", 0), ("p95, ms", "p95Ms", 0), ("never came", "wrong", 0),
-                ("memory, MiB", "peakMiB", 0)]
+# What is shown of each case: the title, the figure's name, its decimals.
+PLAY_COLUMNS = [("right %", "rightPercent", 1), ("by the clock %", "rightByClockPercent", 1),
+                ("longest without a new picture, ms", "gapMs", 0), ("memory, MiB", "peakMiB", 0)]
+FAST_COLUMNS = [("within 16 pictures, %", "nearPercent", 1), ("new pictures a second", "newPerSecond", 1)]
+TRACKS_COLUMNS = [("right on all, %", "rightPercent", 1), ("together, %", "togetherPercent", 1),
+                  ("longest without a new picture, ms", "gapMs", 0), ("memory, MiB", "peakMiB", 0)]
+COMMAND_COLUMNS = [("p50, ms", "p50Ms", 0), ("p95, ms", "p95Ms", 0), ("never came", "wrong", 0)]
+DRAG_COLUMNS = [("longest without a new picture, ms", "gapMs", 0), ("exact picture after the stop, p50, ms", "p50Ms", 0),
+                ("p95, ms", "p95Ms", 0), ("never came", "wrong", 0)]
 
 
 def figures_of_bench(text):
@@ -35,8 +44,8 @@ def figures_of_bench(text):
             for result in json.loads(text)["results"]}
 
 
-def run_playout(program, clip, seconds, tries):
-    command = [program, "bench", clip, "--json", "--cases", ",".join(PLAYS + COMMANDS), "--seconds", str(seconds),
+def run_playout(program, clip, cases, seconds, tries):
+    command = [program, "bench", clip, "--json", "--cases", ",".join(cases), "--seconds", str(seconds),
                "--tries", str(tries)]
     done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
     if not done.stdout:
@@ -66,28 +75,52 @@ def cell(figures, name, decimals):
     return "–" if value is None else f"{value:.{decimals}f}"
 
 
-def rows_of(case):
-    if case in COMMANDS:
-        return COMMAND_ROWS
-    # So fast that hardly any picture is the very one.
-    near = [("within 16 pictures, %", "nearPercent", 1)] if case == "play:16" else []
-    return PLAY_ROWS[:2] + near + PLAY_ROWS[2:]
+def columns_of(case):
+    if case in ("play:16", "play:-16"):
+        # So fast that hardly any picture is the very one.
+        return PLAY_COLUMNS[:2] + FAST_COLUMNS + PLAY_COLUMNS[2:]
+    if case in TRACKS:
+        return TRACKS_COLUMNS
+    if case == "drag":
+        return DRAG_COLUMNS
+    return COMMAND_COLUMNS if case in COMMANDS else PLAY_COLUMNS
 
 
-def table(results):
+def name_of(case):
+    return TRACKS.get(case) or COMMANDS.get(case) or "speed " + case.split(":")[1]
+
+
+def table(results, cases):
     """Markdown: a row for each figure of each case, a column for each player."""
     players = list(results)
     lines = ["| case | | " + " | ".join(players) + " |", "| --- | --- |" + " ---: |" * len(players)]
-    for case in PLAYS + COMMANDS:
+    for case in cases:
         if not any(case in results[player] for player in players):
             continue
-        name = case.split(":")[1] if case in PLAYS else {"step:back": "step back", "jump": "random jump"}[case]
-        for title, figure, decimals in rows_of(case):
+        name = name_of(case)
+        for title, figure, decimals in columns_of(case):
             values = [cell(results[player].get(case), figure, decimals) for player in players]
-            lines.append(f"| {name} | {title} | " + " | ".join(values) + " |" if name
-                         else f"| | {title} | " + " | ".join(values) + " |")
+            lines.append(" | ".join([f"| {name}" if name else "|", title, *values]).replace("|  |", "| |") + " |")
             name = ""
     return "\n".join(lines)
+
+
+def reasons(results):
+    """Why cells hold no figures."""
+    return [f"- {player}, {name_of(case)}: {figures['error']}"
+            for player, cases in results.items() for case, figures in cases.items() if "error" in figures]
+
+
+def page(results):
+    """All clips' tables, each followed by what it has no figures of."""
+    parts = []
+    for clip, players in results.items():
+        parts.append(f"## {clip}")
+        parts += [table(players, cases) for cases in (PLAYS + list(TRACKS), list(COMMANDS))
+                  if any(case in cases for of_player in players.values() for case in of_player)]
+        if reasons(players):
+            parts.append("\n".join(reasons(players)))
+    return "\n\n".join(parts)
 
 
 def clip_of(path):
@@ -101,34 +134,44 @@ def clip_of(path):
     return int(over) / int(under), int(stream["nb_read_packets"])
 
 
-def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--playout", required=True)
-    parser.add_argument("--clip", required=True)
-    parser.add_argument("--seconds", type=float, default=8)
-    parser.add_argument("--tries", type=int, default=20)
-    parser.add_argument("--python", default="python3", help="the interpreter that has the players' bindings")
-    parser.add_argument("--without", action="append", default=[], help="mpv or GStreamer: is not there")
-    parser.add_argument("--output", required=True, help="takes the figures as JSON")
-    options = parser.parse_args()
-    rate, pictures = clip_of(options.clip)
+def measure(options, clip, cases):
+    """One clip through all players: figures by player and case."""
+    rate, pictures = clip_of(clip)
     shared = ["--rate", str(rate), "--pictures", str(pictures), "--seconds", str(options.seconds), "--tries",
               str(options.tries)]
-    print("playout", file=sys.stderr, flush=True)
-    results = {"playout": run_playout(options.playout, options.clip, options.seconds, options.tries)}
+    progress(f"{clip}: playout: {', '.join(cases)}")
+    results = {"playout": run_playout(options.playout, clip, cases, options.seconds, options.tries)}
     for player, script, own in PLAYERS:
         if player.split(",")[0] in options.without:
             continue
         results[player] = {}
-        for case in PLAYS + COMMANDS:
-            print(f"{player}: {case}", file=sys.stderr, flush=True)
-            results[player][case] = run_player(script, case, options.clip, shared + own, options.python)
-    pathlib.Path(options.output).write_text(json.dumps(results, indent=2) + "\n")
-    for player, cases in results.items():
-        for case, figures in cases.items():
-            if "error" in figures:
-                print(f"{player}: {case}: {figures['error']}", file=sys.stderr)
-    print(table(results))
+        for case in cases:
+            progress(f"{clip}: {player}: {case}")
+            results[player][case] = run_player(script, case, clip, shared + own, options.python)
+    return results
+
+
+def progress(text):
+    print(text, file=sys.stderr, flush=True)
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--playout", required=True)
+    parser.add_argument("--clip", required=True, action="append",
+                        help="the first one is played in every case, the others at 1 and -1")
+    parser.add_argument("--seconds", type=float, default=4)
+    parser.add_argument("--tries", type=int, default=10)
+    parser.add_argument("--python", default="python3", help="the interpreter that has the players' bindings")
+    parser.add_argument("--without", action="append", default=[], help="mpv or GStreamer: is not there")
+    parser.add_argument("--output", required=True, help="takes the figures as JSON")
+    options = parser.parse_args()
+    results = {}
+    for clip in options.clip:
+        cases = ALL if clip == options.clip[0] else TO_AND_FRO
+        results[pathlib.Path(clip).name] = measure(options, clip, cases)
+        pathlib.Path(options.output).write_text(json.dumps(results, indent=2) + "\n")
+    print(page(results))
 
 
 if __name__ == "__main__":

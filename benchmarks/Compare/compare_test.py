@@ -2,13 +2,16 @@
 """Tests of how players are judged: bar codes, ticks and the table, with made-up pictures and times."""
 
 import sys
+import types
 import unittest
+import unittest.mock
 
 sys.dont_write_bytecode = True
 
 import bar_code  # noqa: E402  (nothing is to be left beside the sources)
 import compare  # noqa: E402
 import judge  # noqa: E402
+import player_run  # noqa: E402
 
 RATE = 25
 PERIOD = 1 / RATE
@@ -106,27 +109,131 @@ class Commands(unittest.TestCase):
         self.assertEqual(judge.percentile([7], 95), 7)
 
     def test_what_never_came_is_counted_as_wrong(self):
-        figures = judge.judge_commands([0.1, 0.3], 5)
-        self.assertEqual(figures["wrong"], 3)
+        figures = judge.judge_commands([0.1, None, 0.3, None, None])
+        self.assertEqual((figures["tries"], figures["wrong"]), (5, 3))
         self.assertAlmostEqual(figures["p50Ms"], 100)
 
     def test_without_any_there_is_no_percentile(self):
-        self.assertIsNone(judge.judge_commands([], 2)["p50Ms"])
+        self.assertIsNone(judge.judge_commands([None, None])["p50Ms"])
+
+    def test_nothing_tried_is_said(self):
+        self.assertIn("error", judge.judge_commands([]))
+
+
+class StillPlayer:
+    """Shows at once what it is asked for, unless it is told to be deaf from some order on."""
+
+    def __init__(self, log, deaf_after=10_000):
+        self.log = log
+        self.orders = []
+        self.deaf_after = deaf_after
+
+    def stand(self, picture):
+        self.log.note(picture)
+
+    def jump(self, picture):
+        self.orders.append(picture)
+        if len(self.orders) <= self.deaf_after:
+            self.log.note(picture)
+
+    def step(self, picture, _):
+        self.jump(picture)
+
+
+class Orders(unittest.TestCase):
+    def command(self, case, pictures, tries, deaf_after=10_000):
+        log = player_run.ShownLog()
+        player = StillPlayer(log, deaf_after)
+        options = types.SimpleNamespace(pictures=pictures, tries=tries)
+        with unittest.mock.patch.object(player_run.ShownLog.wait_for, "__defaults__", (0.01,)):
+            return player_run.command(player, options, log, case, 0), player.orders
+
+    def test_steps_lead_to_the_neighbours_one_after_the_other(self):
+        self.assertEqual(self.command("step:back", 100, 3)[1], [49, 48, 47])
+        self.assertEqual(self.command("step:forward", 100, 3)[1], [51, 52, 53])
+
+    def test_jumps_always_lead_to_another_picture(self):
+        figures, orders = self.command("jump", 3, 60)
+        self.assertEqual((figures["tries"], figures["wrong"], len(orders)), (60, 0, 60))
+        self.assertEqual(set(orders), {0, 1, 2})
+        self.assertTrue(all(here != there for here, there in zip([1] + orders, orders)))
+
+    def test_try_that_cannot_be_made_does_not_count_as_never_come(self):
+        figures, orders = self.command("step:back", 8, 20)
+        self.assertEqual(orders, [3, 2, 1, 0])
+        self.assertEqual((figures["tries"], figures["wrong"]), (4, 0))
+
+    def test_try_whose_picture_does_not_come_does(self):
+        figures, _ = self.command("step:back", 100, 5, deaf_after=3)
+        self.assertEqual((figures["tries"], figures["wrong"]), (5, 2))
+
+
+class Log(unittest.TestCase):
+    def test_finds_a_picture_that_others_have_followed(self):
+        log = player_run.ShownLog()
+        for number in (7, 8, 9):
+            log.note(number)
+        self.assertIsNotNone(log.wait_since(1, lambda number: number == 8, 0))
+        self.assertIsNone(log.wait_since(2, lambda number: number == 8, 0))
+
+
+class Dragging(unittest.TestCase):
+    def test_stays_inside_the_recording(self):
+        places = [player_run.dragged_to(step / 60, 500) for step in range(3600)]
+        self.assertTrue(0 <= min(places) < 50 and 450 < max(places) < 500)
+
+    def test_gap_counts_from_the_beginning_and_to_the_end(self):
+        shown = [(9.0, 1), (10.5, 2), (10.75, 3)]
+        self.assertEqual(judge.longest_gap(shown, 10, 11), 0.5)
+        self.assertEqual(judge.longest_gap(shown, 10.5, 12), 1.25)
+        self.assertEqual(judge.longest_gap([], 10, 12), 2)
+
+
+class Tracks(unittest.TestCase):
+    def judged(self, tracks):
+        return judge.judge_tracks(tracks, 1, RATE, 4.0, 499)
+
+    def test_all_tracks_right_are_right_and_together(self):
+        figures = self.judged([played(1, 100)] * 4)
+        self.assertEqual((figures["rightPercent"], figures["togetherPercent"]), (100, 100))
+
+    def test_track_that_stands_makes_the_tick_wrong(self):
+        lame = [(when, min(number, 50)) for when, number in played(1, 51)]
+        figures = self.judged([played(1, 100)] * 3 + [lame])
+        self.assertLess(figures["rightPercent"], 55)
+        self.assertLess(figures["togetherPercent"], 55)
+
+    def test_tracks_that_each_play_well_but_apart_are_not_together(self):
+        figures = self.judged([played(1, 100), played(1, 100, 3)])
+        self.assertEqual((figures["rightPercent"], figures["togetherPercent"]), (100, 0))
+
+    def test_track_that_never_began_is_said(self):
+        self.assertIn("error", self.judged([played(1, 100), []]))
 
 
 class Table(unittest.TestCase):
+    RESULTS = {"playout": {"play:1": {"rightPercent": 100, "rightByClockPercent": 99.5, "gapMs": 41, "peakMiB": 300},
+                           "drag": {"gapMs": 51, "p50Ms": 30, "p95Ms": 90, "wrong": 0}},
+               "mpv": {"play:1": {"rightPercent": 78.5, "rightByClockPercent": 24.5, "gapMs": 637.3, "peakMiB": 293},
+                       "drag": {"error": "no picture came"}}}
+
     def test_shows_players_side_by_side(self):
-        results = {"playout": {"play:1": {"rightPercent": 100, "rightByClockPercent": 99.5, "gapMs": 41,
-                                          "firstMs": 90, "peakMiB": 300}},
-                   "mpv": {"play:1": {"rightPercent": 78.5, "rightByClockPercent": 24.5, "gapMs": 637.3,
-                                      "firstMs": 1210.8, "peakMiB": 293}}}
-        table = compare.table(results)
+        table = compare.table(self.RESULTS, compare.PLAYS)
         self.assertIn("| case | | playout | mpv |", table)
-        self.assertIn("| 1 | right % | 100.0 | 78.5 |", table)
+        self.assertIn("| speed 1 | right % | 100.0 | 78.5 |", table)
         self.assertIn("| | by the clock % | 99.5 | 24.5 |", table)
 
-    def test_says_what_failed_in_its_place(self):
-        self.assertIn("failed", compare.table({"mpv": {"jump": {"error": "no picture came"}}}))
+    def test_has_no_rows_for_what_was_not_played(self):
+        self.assertNotIn("speed 2", compare.table(self.RESULTS, compare.PLAYS))
+
+    def test_says_what_failed_in_its_place_and_why_below(self):
+        page = compare.page({"clip.mp4": self.RESULTS})
+        self.assertIn("## clip.mp4", page)
+        self.assertIn("| dragging | longest without a new picture, ms | 51 | failed |", page)
+        self.assertIn("- mpv, dragging: no picture came", page)
+
+    def test_every_case_can_be_played_by_the_other_players(self):
+        self.assertEqual(sorted(compare.ALL), sorted(player_run.CASES))
 
     def test_takes_the_figures_of_the_bench(self):
         text = '{"results": [{"case": "play:1", "figures": {"rightPercent": 100}}, {"case": "jump", "error": "x"}]}'
