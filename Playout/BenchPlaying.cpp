@@ -2,7 +2,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <stdexcept>
+#include <string>
 
 #include "Playout/BenchScene.h"
 #include "Playout/Playback.h"
@@ -45,6 +49,7 @@ void AddFigures(BenchFigures& figures, const RunFigures& run) {
     figures.emplace_back("standMs", InMilliseconds(run.longestStand));
     figures.emplace_back("gapMs", InMilliseconds(run.longestGap));
     figures.emplace_back("newPerSecond", elapsed > 0 ? static_cast<double>(run.nbNew) / elapsed : 0);
+    figures.emplace_back("unreadPictures", static_cast<double>(run.nbUnread));
 }
 
 /// The first picture that belongs to a speed, and what it took to show it.
@@ -78,6 +83,8 @@ public:
                     return !IsOver();
                 });
             firstMs_ = std::max(firstMs_, InMilliseconds(report.untilFirst));
+            saidWay_ += std::abs(report.heldSpeed) * Seconds(report.elapsed).count();
+            played_ += report.elapsed;
             nbSleptThrough_ += report.nbSleptThrough;
             ++nbPasses_;
         }
@@ -86,6 +93,8 @@ public:
     [[nodiscard]] BenchFigures Figures() const {
         BenchFigures figures;
         AddFigures(figures, judge_.Figures());
+        // Over all passes, each for as long as it took.
+        figures.emplace_back("saidSpeed", played_ > Seconds(0) ? saidWay_ / played_.count() : 0);
         figures.emplace_back("firstMs", firstMs_);
         figures.emplace_back("sleptThroughTicks", static_cast<double>(nbSleptThrough_));
         figures.emplace_back("tickMs",
@@ -110,6 +119,8 @@ private:
     RunJudge judge_;
     PlaybackOptions playback_;
     double firstMs_ = 0;
+    double saidWay_ = 0;  ///< In seconds, as the reports' speeds have it.
+    Seconds played_{0};
     std::uint64_t nbSleptThrough_ = 0;
     std::size_t nbPasses_ = 0;
 };

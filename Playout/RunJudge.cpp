@@ -134,6 +134,7 @@ bool RunJudge::NoteTrack(Track& track, const std::shared_ptr<const Picture>& pic
                                                : track.recording.NumberOf(*picture);
     const bool isNew = picture != track.shown && (isFirst || picture == nullptr || number != track.number);
     const bool isHeld = !isFirst && !isNew && head == head_ && speed_ != Ratio();
+    figures_.nbUnread += picture != nullptr && picture != track.shown && !number ? 1 : 0;
     if (isNew) {
         NoteStand(track, now);
         figures_.nbNew += picture != nullptr ? 1 : 0;

@@ -23,6 +23,7 @@ struct RunFigures {
     std::uint64_t nbTogether = 0;      ///< See RunJudge.
     std::uint64_t nbNear = 0;          ///< Each track within kNearPictures of the one due by the clock.
     std::uint64_t nbNew = 0;           ///< Pictures other than that at the tick before, of all tracks.
+    std::uint64_t nbUnread = 0;        ///< Pictures whose bar code could not be read, of all tracks.
     std::int64_t nbBehind = 0;         ///< Ticks by which the play head was behind the clock, at most.
 
     /// The longest time that a track's picture stood, less the time that belongs to it after its first tick:

@@ -37,11 +37,12 @@ double FigureOf(const BenchFigures& figures, const std::string& name) {
     return figure->second;
 }
 
-BenchFigures RunCase(const std::string& name) {
+BenchFigures RunCase(const std::string& name, const std::string& file = Support::Clips::Numbered(),
+                     std::chrono::milliseconds duration = std::chrono::milliseconds(300)) {
     BenchOptions options;
-    options.duration = std::chrono::milliseconds(300);
+    options.duration = duration;
     options.nbTries = 6;
-    return RunBenchCase(SelectBenchCases(name).at(0), Support::Clips::Numbered(), options);
+    return RunBenchCase(SelectBenchCases(name).at(0), file, options);
 }
 
 TEST(Bench, CasesHaveNamesOfTheirOwn) {
@@ -124,6 +125,18 @@ TEST(Bench, InRealTimeARunLastsAsLongAsAsked) {
     const auto figures = RunCase("play:1");
     EXPECT_GE(FigureOf(figures, "ticks"), 2);
     EXPECT_LE(FigureOf(figures, "ticks"), 12);
+}
+
+TEST(Bench, SaysWhetherPicturesWereReadOrTheirNumbersBelieved) {
+    EXPECT_EQ(FigureOf(RunCase("play:1"), "hasBarCode"), 1);
+    EXPECT_EQ(FigureOf(RunCase("play:1"), "unreadPictures"), 0);
+    EXPECT_EQ(FigureOf(RunCase("play:1", Support::Clips::ClosedGroups()), "hasBarCode"), 0);
+}
+
+TEST(Bench, SpeedThatPlayingReportsIsThatAtWhichPicturesComeOnShow) {
+    const auto figures = RunCase("tracks:8-backward", Support::Clips::Numbered(), std::chrono::seconds(2));
+    const double passed = FigureOf(figures, "newPerSecond") / 8 * FigureOf(figures, "tickMs") / 1000;
+    EXPECT_NEAR(FigureOf(figures, "saidSpeed"), passed, 0.05);
 }
 
 TEST(Bench, RecordingShorterThanTheRunIsPlayedAgain) {

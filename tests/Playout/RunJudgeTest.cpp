@@ -87,6 +87,20 @@ TEST_F(RunJudgeTest, NeighbouringPictureIsWrong) {
     EXPECT_EQ(judge_.Figures().nbRight, 1U);
 }
 
+TEST_F(RunJudgeTest, PictureWhoseBarCodeCannotBeReadIsWrongAndCountedOnce) {
+    std::shared_ptr<const Picture> without;
+    StraightDecoder(RecordingIndex::Build(Clips::ClosedGroups()))
+        .Run([&without](const std::shared_ptr<const Picture>& picture) {
+            without = picture;
+            return false;
+        });
+    EXPECT_TRUE(Note(0, 5, 5));
+    EXPECT_FALSE(judge_.Note(MiddleOf(6), {without}, start_ + milliseconds(kTickMs)));
+    EXPECT_FALSE(judge_.Note(MiddleOf(6), {without}, start_ + milliseconds(2 * kTickMs)));
+    EXPECT_TRUE(Note(3 * kTickMs, 7, 7));
+    EXPECT_EQ(judge_.Figures().nbUnread, 1U);
+}
+
 TEST_F(RunJudgeTest, TickAtWhichThePlayHeadIsHeldIsWrong) {
     EXPECT_TRUE(Note(0, 5, 5));
     EXPECT_FALSE(Note(kTickMs, 5, 5));
