@@ -28,11 +28,12 @@ STRAIGHT = {
 }
 
 IN_TIME = {"rightPercent": 100, "behindTicks": 0, "standMs": 45, "tickMs": 40, "gapMs": 100, "newPerSecond": 13,
-           "nearPercent": 60, "ticks": 250, "speed": 1, "togetherPercent": 100, "peakMiB": 350, "groupMiB": 150, "cpuMsPerPicture": 10.5,
-           "bytesReadPerPicture": 81_000}
+           "nearPercent": 60, "ticks": 250, "sleptThroughTicks": 0, "togetherPercent": 100, "saidSpeed": 0.5, "peakMiB": 350,
+           "groupMiB": 150, "cpuMsPerPicture": 10.5, "bytesReadPerPicture": 81_000, "unreadPictures": 0}
 COMMAND = {"p50Ms": 1, "p95Ms": 20, "p99Ms": 39, "maxMs": 39, "tickMs": 40, "wrong": 0, "wrongAfter": 0,
            "gapMs": 90}
-FAST = {"rightPercent": 100, "picturesPerSecond": 195, "peakMiB": 90, "atBeginMiB": 30, "budgetMiB": 40}
+EIGHT = {**IN_TIME, "newPerSecond": 8 * 12.5}
+FAST = {"rightPercent": 100, "picturesPerSecond": 195, "peakMiB": 102, "atBeginMiB": 30, "budgetMiB": 40}
 
 CASES = [f"play:{speed}" for speed in ("1", "2", "4", "1/2", "-1", "-2", "-1/2", "-4", "16", "-16")]
 TRACKS = ["tracks:4-forward", "tracks:4-backward", "tracks:8-forward", "tracks:8-backward"]
@@ -46,7 +47,9 @@ def bench(**changed):
     figures = {case: IN_TIME for case in CASES + TRACKS}
     figures.update({case: COMMAND for case in COMMANDS})
     figures.update({case: FAST for case in FASTS})
-    results = [{"case": case, "figures": {**value, **changed.get(case, {})}} for case, value in figures.items()]
+    figures.update({case: EIGHT for case in TRACKS if ":8" in case})
+    results = [{"case": case, "figures": {"hasBarCode": 1, **value, **changed.get(case, {})}}
+               for case, value in figures.items()]
     return {"results": results}
 
 
@@ -70,16 +73,20 @@ class Verdicts(unittest.TestCase):
                 ("fast:backward-2-groups", {"picturesPerSecond": 170}, "backward, fast, budget of two groups"),
                 ("fast:backward-quarter-group", {"picturesPerSecond": 62},
                  "backward, fast, budget of a quarter of a group"),
-                ("fast:backward-quarter-group", {"peakMiB": 131},
+                ("fast:backward-quarter-group", {"peakMiB": 103},
                  "backward, fast, budget of a quarter of a group"),
                 ("play:1", {"rightPercent": 99.9}, "speed 1"),
                 ("play:1", {"behindTicks": 1}, "speed 1"),
                 ("play:-2", {"standMs": 61}, "speed -2"),
+                ("play:1", {"sleptThroughTicks": 1}, "speed 1"),
                 ("play:-4", {"rightPercent": 97.9}, "speed -4"),
+                ("play:-4", {"behindTicks": 1}, "speed -4"),
+                ("play:-4", {"rightPercent": 98, "sleptThroughTicks": 1}, "speed -4"),
                 ("play:16", {"gapMs": 131}, "speed 16"),
                 ("play:16", {"behindTicks": 1}, "speed 16"),
                 ("play:-16", {"newPerSecond": 12}, "speed -16"),
                 ("play:-16", {"nearPercent": 49}, "speed -16"),
+                ("play:-16", {"nearPercent": 50, "sleptThroughTicks": 1}, "speed -16"),
                 ("open:forward", {"p95Ms": 201}, "first picture after opening"),
                 ("step:back", {"p99Ms": 41}, "step back"),
                 ("turn", {"wrongAfter": 1}, "change of direction"),
@@ -90,7 +97,11 @@ class Verdicts(unittest.TestCase):
                 ("drag", {"gapMs": 101}, "dragging"),
                 ("drag", {"p95Ms": 301}, "dragging"),
                 ("tracks:4-backward", {"rightPercent": 99}, "4 tracks backward"),
+                ("tracks:4-forward", {"sleptThroughTicks": 1}, "4 tracks forward"),
                 ("tracks:8-forward", {"togetherPercent": 99}, "8 tracks forward"),
+                ("tracks:8-forward", {"saidSpeed": 0.526}, "8 tracks forward"),
+                ("tracks:8-backward", {"saidSpeed": 0.474}, "8 tracks backward"),
+                ("tracks:8-backward", {"saidSpeed": None}, "8 tracks backward"),
                 ("play:-1", {"peakMiB": 361}, "memory at -1"),
                 ("play:1", {"cpuMsPerPicture": 12.2}, "processor time a picture at 1"),
                 ("play:-1", {"cpuMsPerPicture": 14.4}, "processor time a picture at -1"),
@@ -128,6 +139,34 @@ class Verdicts(unittest.TestCase):
     def test_case_that_was_left_out_is_not_judged(self):
         run = {"results": [{"case": "fast:backward-2-groups", "error": "left out: so many pictures take 9 MiB"}]}
         self.assertEqual(rows_of(run)["backward, fast, budget of two groups"]["verdict"], media_report.APART)
+
+    def test_eight_tracks_show_the_speed_that_is_said_and_the_one_that_is_held(self):
+        ours = rows_of(bench(**{"tracks:8-forward": {"saidSpeed": 0.51}}))["8 tracks forward"]["ours"]
+        self.assertEqual(ours, "100.0 % together, held 0.500, said 0.510")
+
+    def test_ticks_that_were_slept_through_are_shown_and_not_right(self):
+        ours = rows_of(bench(**{"play:-4": {"ticks": 240, "sleptThroughTicks": 10}}))["speed -4"]["ours"]
+        self.assertEqual(ours, "96.0 % right, stands 45 ms, 10 slept through")
+
+    def test_clip_without_a_bar_code_that_can_be_read_is_missed_in_every_row(self):
+        run = bench()
+        for result in run["results"]:
+            result["figures"]["hasBarCode"] = 0
+        self.assertEqual({row["verdict"] for row in rows_of(run).values()}, {media_report.MISSED})
+
+    def test_pictures_that_could_not_be_read_are_missed_where_the_machine_is_too_slow_to_judge_as_well(self):
+        slow = json.loads(json.dumps(STRAIGHT).replace("200,", "9,", 1).replace("100,", "9,", 1))
+        for unread in ({"unreadPictures": 3}, {"hasBarCode": 0}):
+            clip = media_report.Clip("clip.mp4", slow, bench(**{"play:4": unread}))
+            rows = {row["case"]: row for row in media_report.play_rows(clip)}
+            self.assertEqual((rows["speed 4"]["verdict"], rows["speed 1"]["verdict"]),
+                             (media_report.MISSED, media_report.APART))
+
+    def test_picture_that_could_not_be_read_is_never_beyond(self):
+        slow = json.loads(json.dumps(STRAIGHT).replace('"p95Ms": 200', '"p95Ms": 280'))
+        run = bench(**{"open:reverse-start": {"p95Ms": 281, "hasBarCode": 0}})
+        rows = {row["case"]: row for row in media_report.opening_rows(media_report.Clip("clip.mp4", slow, run))}
+        self.assertEqual(rows["first picture after starting in reverse"]["verdict"], media_report.MISSED)
 
     def test_missing_floor_is_missed(self):
         clip = media_report.Clip("clip.mp4", {"cases": []}, bench())
