@@ -16,6 +16,18 @@ namespace {
 /// A picture that cannot be had is not asked for more seldom than this many times the first delay.
 constexpr int kLongestRetryFactor = 32;
 
+/// Has the cache hand out any other sample; false where it holds none.
+bool UseAnother(Cache& cache, const SampleRate& rate, const TimePoint& than) {
+    for (const std::int64_t number : cache.FindMultiples(rate)) {
+        const TimePoint tp = TimePoint::StartOfSample(number, rate);
+        ISample* sample = nullptr;
+        if (tp != than && cache.GetSample(tp, rate, &sample, false) == Cache::Valid) {
+            return true;
+        }
+    }
+    return false;
+}
+
 }  // namespace
 
 MediaStream::MediaStream(std::shared_ptr<const RecordingIndex> index, const Player::TrackId& track,
@@ -183,9 +195,11 @@ SampleStatus MediaStream::GetCurrentSample(ISample** sample) {
     const bool exists = Exists(Now());
     Cache::EntryType type = exists ? Find(&found) : Cache::Missing;
     if (type == Cache::Valid && !standInsAllowed_ && IsStandIn(static_cast<const DecodedSample&>(*found))) {
-        ForgetAll();
+        // The last sample in use stays in a cache. It goes once there is another one, which has to be let come.
+        if (!isBlocked_ || UseAnother(decoded_, fields_.Rate(), Needed())) {
+            ForgetAll();
+        }
         type = Cache::Not_Found;
-        // The last sample in use stays in a cache; it goes once there is another one.
         isBlocked_ = Find(&found) == Cache::Valid;
     } else {
         isBlocked_ = false;
@@ -424,20 +438,6 @@ void MediaStream::ForgetMissing() {
         cache->EraseAfter(cache->GetFirstEntry() - TimePoint().FromNanoseconds(1), Cache::Missing);
     }
 }
-
-namespace {
-
-void UseAnother(Cache& cache, const SampleRate& rate, const TimePoint& than) {
-    for (const std::int64_t number : cache.FindMultiples(rate)) {
-        const TimePoint tp = TimePoint::StartOfSample(number, rate);
-        ISample* sample = nullptr;
-        if (tp != than && cache.GetSample(tp, rate, &sample, false) == Cache::Valid) {
-            return;
-        }
-    }
-}
-
-}  // namespace
 
 /// Drops all that may be dropped, at the play head too: a cache keeps the sample that it handed out last, so it is
 /// asked for another one first.

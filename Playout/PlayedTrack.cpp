@@ -78,6 +78,7 @@ std::size_t PlayedTrack::Stride() const {
 const TrackView& PlayedTrack::Look(const Manner& manner) {
     Player::ISample* sample = nullptr;
     view_.status = stream_->GetCurrentSample(&sample);
+    Use(sample);
     view_.missing = view_.status == SampleStatus::Empty && stream_->CurrentIsMissing();
     view_.standIn = false;
     if (view_.status != SampleStatus::NotReady) {
@@ -97,6 +98,20 @@ const TrackView& PlayedTrack::Look(const Manner& manner) {
     }
     means_.decoder.SetPlace(id_, PlaceFor(manner));
     return view_;
+}
+
+/// What is on show is protected, so that the cache does not drop it, and says so.
+void PlayedTrack::Use(Player::ISample* sample) {
+    if (sample == inUse_) {
+        return;
+    }
+    if (inUse_ != nullptr) {
+        inUse_->Unprotect(1);
+    }
+    if (sample != nullptr) {
+        sample->Protect(1);
+    }
+    inUse_ = sample;
 }
 
 void PlayedTrack::StandIn(const Manner& manner) {

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "Player/ExistingCacheUpdateQueues.h"
+#include "Player/ISample.h"
 #include "Player/Player.h"
 #include "Player/SampleRate.h"
 #include "Player/TrackId.h"
@@ -95,6 +96,7 @@ public:
 private:
     [[nodiscard]] bool IsNear(const Time::TimePoint& from) const;
     void AbandonOthers();
+    void Use(Player::ISample* sample);
     void StandIn(const Manner& manner);
     [[nodiscard]] PlayPlace PlaceFor(const Manner& manner);
     [[nodiscard]] std::size_t PictureRoom() const { return bytes_ - needs_.packets; }
@@ -112,6 +114,7 @@ private:
     std::unique_ptr<TrackPlayer> player_;
     std::unique_ptr<MediaStream> stream_;
     TrackView view_;
+    Player::ISample* inUse_ = nullptr;  ///< The decoded sample on show, protected.
     StandInChoice standIn_;
     std::size_t restedAt_ = 0;  ///< The last picture under the play head that was not waited for.
     ViewCounter counter_{std::chrono::steady_clock::now()};

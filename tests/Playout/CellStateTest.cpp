@@ -144,7 +144,7 @@ TEST_F(CellStates, ASessionTellsWhatIsReadyAroundThePlayHead) {
         ASSERT_LT(std::chrono::steady_clock::now(), deadline);
         session.WaitForProgress(std::chrono::milliseconds(50));
     }
-    EXPECT_EQ(session.CellStates(0, all).at(30), Ready);
+    EXPECT_EQ(session.CellStates(0, all).at(30), Protected) << "it is on show";
 }
 
 }  // namespace

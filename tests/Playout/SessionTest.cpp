@@ -329,6 +329,21 @@ TEST(Session, MissingPictureDoesNotHoldThePlayHead) {
     EXPECT_GT(session.GetCounters().tracks.at(0).pictures.nbMissing, 0U);
 }
 
+TEST(Session, WhatIsOnShowIsProtectedAndNothingElse) {
+    const auto recording = LongGroups();
+    Session session({recording});
+    for (std::size_t picture = 0; picture < 5; ++picture) {
+        ExpectPicture(Step(session, picture == 0 ? TimePoint() : recording->SampleStart(1)), 0, picture);
+        Drain(session);
+        const CellRange range{recording->SampleStart(0), recording->SampleStart(6), 6};
+        const std::vector<CellState> cells = session.CellStates(0, range);
+        for (std::size_t cell = 0; cell < cells.size(); ++cell) {
+            EXPECT_EQ(cells[cell] == CellState::Protected, cell == picture) << cell << " at " << picture;
+        }
+        EXPECT_EQ(session.GetCounters().tracks.at(0).fetches.nbProtected, 1U);
+    }
+}
+
 TEST(Session, CacheHoldsNoMorePicturesThanItsWindow) {
     const auto recording = LongGroups();
     SessionOptions options;
