@@ -26,6 +26,9 @@ void DecodeMeter::End(Clock::time_point now, std::size_t nbBytes) {
     since_ = now;
     --nbDecoding_;
     bytes_ += static_cast<double>(nbBytes);
+    if (busy_ >= kLeast) {
+        bytesPerSecond_ = bytes_ / busy_.count();
+    }
     if (busy_ > kSpan) {
         busy_ /= 2;
         bytes_ /= 2;
@@ -34,7 +37,7 @@ void DecodeMeter::End(Clock::time_point now, std::size_t nbBytes) {
 
 double DecodeMeter::BytesPerSecond() const {
     const std::lock_guard lock(mutex_);
-    return busy_ < kLeast ? 0 : bytes_ / busy_.count();
+    return bytesPerSecond_;
 }
 
 }  // namespace Tavrin::Playout

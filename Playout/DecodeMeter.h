@@ -31,6 +31,7 @@ private:
     Clock::time_point since_;  ///< Up to which the time below is counted.
     std::chrono::duration<double> busy_{0};
     double bytes_ = 0;
+    double bytesPerSecond_ = 0;  ///< As of the latest end: what is under way counts when it is done.
 };
 
 }  // namespace Tavrin::Playout

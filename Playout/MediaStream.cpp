@@ -196,8 +196,9 @@ SampleStatus MediaStream::GetCurrentSample(ISample** sample) {
     Cache::EntryType type = exists ? Find(&found) : Cache::Missing;
     if (type == Cache::Valid && !standInsAllowed_ && IsStandIn(static_cast<const DecodedSample&>(*found))) {
         // The last sample in use stays in a cache. It goes once there is another one, which has to be let come.
-        if (!isBlocked_ || UseAnother(decoded_, fields_.Rate(), Needed())) {
-            ForgetAll();
+        const TimePoint barred = static_cast<const DecodedSample&>(*found).GetTimePoint();
+        if (!isBlocked_ || UseAnother(decoded_, fields_.Rate(), barred)) {
+            ForgetAll(barred);
         }
         type = Cache::Not_Found;
         isBlocked_ = Find(&found) == Cache::Valid;
@@ -227,6 +228,7 @@ bool MediaStream::IsReady() {
     return standInsAllowed_ || HasSettled();
 }
 
+/// What is known of the picture at the play head will not change soon.
 bool MediaStream::HasSettled() {
     if (!IsLinked() || !Exists(Now())) {
         return true;
@@ -238,11 +240,19 @@ bool MediaStream::HasSettled() {
     return (type == Cache::Valid && !isBarred) || type == Cache::Missing;
 }
 
+bool MediaStream::HasExact() {
+    ISample* sample = nullptr;
+    return !IsLinked() || !Exists(Now()) ||
+           (Find(&sample) == Cache::Valid && !IsStandIn(static_cast<const DecodedSample&>(*sample)));
+}
+
 void MediaStream::AllowStandIns(bool allowed) {
     if (standInsAllowed_ && !allowed) {
         // What is ordered now was ordered to be stood in for.
         Withdraw();
-        ForgetAll();
+        ISample* found = nullptr;
+        const bool isHeld = IsLinked() && Find(&found) == Cache::Valid;
+        ForgetAll(isHeld ? static_cast<const DecodedSample&>(*found).GetTimePoint() : Needed());
     }
     standInsAllowed_ = allowed;
 }
@@ -347,19 +357,37 @@ void MediaStream::Plan() {
     AskForBehind();
 }
 
-/// What lies behind the play head matters last, to who turns round soon after a jump: what was shown is there.
+/// What lies behind the play head matters last, to who turns round soon after a jump: what was shown is there. It is
+/// asked for when all that lies ahead is ready and nobody is asked for anything, one by one: the pass to the nearest
+/// brings the others along, and what comes to be needed ahead meanwhile does not wait behind them.
 void MediaStream::AskForBehind() {
     const Time::Ratio speed = player_->GetSpeed();
     const std::size_t nbAhead = NbOfSamples(window_.nbDecodedAhead);
-    if (speed == Time::Ratio() || standInsAllowed_ || !HasAhead(nbAhead - nbAhead / 3)) {
+    if (speed == Time::Ratio() || standInsAllowed_ || orders_.Decodes().GetSize() > 0 ||
+        !HasAhead(nbAhead - nbAhead / 12)) {
         return;
     }
     const SampleRate rate = FetchRate();
-    const std::int64_t here = Needed().SampleNumber(rate);
+    const std::int64_t here = Now().SampleNumber(rate);
     const auto nb = static_cast<std::int64_t>(NbOfSamples(window_.nbDecodedBehind));
     for (std::int64_t i = 1; i <= nb; ++i) {
-        AskForDecoded(TimePoint::StartOfSample(speed.Positive() ? here - i : here + i, rate));
+        const TimePoint tp = TimePoint::StartOfSample(speed.Positive() ? here - i : here + i, rate);
+        ISample* sample = nullptr;
+        const Cache::EntryType type = decoded_.GetSample(tp, fields_.Rate(), &sample, false);
+        if (Exists(tp) && (type == Cache::Not_Found || type == Cache::Pending)) {
+            if (type == Cache::Not_Found && IsDecodedSoon(tp)) {
+                AskForDecoded(tp);
+            }
+            return;
+        }
     }
+}
+
+/// A pass over its group takes no longer than what is ready ahead lasts: whole groups are decoded at several times the
+/// speed at which they are shown, but other tracks have the same idea.
+bool MediaStream::IsDecodedSoon(const TimePoint& tp) const {
+    const auto picture = index_->PictureAtTime(tp);
+    return picture && index_->Group(index_->Picture(*picture).group).nbPictures <= 2 * window_.nbDecodedAhead;
 }
 
 /// What is under the play head goes before all else, also before what was ordered earlier.
@@ -439,11 +467,11 @@ void MediaStream::ForgetMissing() {
     }
 }
 
-/// Drops all that may be dropped, at the play head too: a cache keeps the sample that it handed out last, so it is
-/// asked for another one first.
-void MediaStream::ForgetAll() {
+/// Drops all that may be dropped, what is shown there at the play head too: a cache keeps the sample that it handed out
+/// last, so it is asked for another one first.
+void MediaStream::ForgetAll(const TimePoint& shown) {
     for (Cache* cache : {&compressed_, &decoded_}) {
-        UseAnother(*cache, fields_.Rate(), Needed());
+        UseAnother(*cache, fields_.Rate(), shown);
         cache->EraseAfter(cache->GetFirstEntry() - TimePoint().FromNanoseconds(1), Cache::Not_Found);
     }
 }

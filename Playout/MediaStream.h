@@ -123,8 +123,9 @@ public:
     void SetDragged(bool dragged) { dragged_ = dragged; }
     [[nodiscard]] bool IsDragged() const { return dragged_; }
 
-    /// What is known of the picture at the play head will not change soon.
-    [[nodiscard]] bool HasSettled();
+    /// What belongs at the play head is there: the picture itself, neither missing nor stood in for, or nothing belongs
+    /// there.
+    [[nodiscard]] bool HasExact();
 
     /// Whether a decoded sample shows another picture than the one that is on display at its time point.
     [[nodiscard]] bool IsStandIn(const DecodedSample& sample) const;
@@ -158,6 +159,7 @@ private:
     [[nodiscard]] Player::Cache::EntryType Find(Player::ISample** sample);
     void AskForNeeded();
     void AskForBehind();
+    [[nodiscard]] bool IsDecodedSoon(const Time::TimePoint& tp) const;
     void AskForCompressed(const Time::TimePoint& tp);
     void AskForDecoded(const Time::TimePoint& tp);
     void Evict();
@@ -168,7 +170,8 @@ private:
     [[nodiscard]] bool HasPassed(const Time::TimePoint& tp, const Player::SampleRate& rate) const;
     void RetryMissing();
     void ForgetMissing();
-    void ForgetAll();
+    void ForgetAll(const Time::TimePoint& shown);
+    [[nodiscard]] bool HasSettled();
     [[nodiscard]] bool OthersMayWait() const;
     [[nodiscard]] bool RestsDecoding();
     void ConfigurePlanners();

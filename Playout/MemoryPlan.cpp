@@ -70,10 +70,10 @@ TrackNeeds NeedsOf(const RecordingIndex& recording, const LanePlan& lanes) {
     TrackNeeds needs;
     needs.picture = DecodedPictureBytes(recording);
     needs.packets = PacketBytes(recording);
-    const std::size_t references = recording.IntraOnly()
-                                       ? 1
-                                       : NbOfReferences(recording.CodecParameters()) +
-                                             static_cast<std::size_t>(recording.ReorderDepth());
+    const std::size_t references =
+        recording.IntraOnly()
+            ? 1
+            : NbOfReferences(recording.CodecParameters(), static_cast<std::size_t>(recording.ReorderDepth()));
     const auto threads = static_cast<std::size_t>(std::max(lanes.nbThreads, 1));
     const std::size_t nbWorking = lanes.nbLanes * (references + threads);
     needs.working = nbWorking * needs.picture;

@@ -140,6 +140,7 @@ std::size_t PlayedTrack::NbFitting() const {
 PlayPlace PlayedTrack::PlaceFor(const Manner& manner) {
     // Who has gone no farther than this has stepped, and may step on; a hand that drags goes back and forth.
     constexpr std::size_t kStep = 16;
+    constexpr std::size_t kTurn = 6;
     const Time::Ratio speed = means_.player.GetSpeed();
     PlayPlace place;
     // At high speeds the picture on show is that at the beginning of the sample fetched.
@@ -154,9 +155,9 @@ PlayPlace PlayedTrack::PlaceFor(const Manner& manner) {
     const std::size_t way = std::max(restedAt_, place.picture) - std::min(restedAt_, place.picture);
     restedAt_ = isAwaited ? restedAt_ : place.picture;
     if (isAwaited && way > kStep) {
-        // On the way to the picture that is waited for, those before it are in nobody's window; but who plays on may
+        // On the way to the picture that is waited for, those before it are in nobody's window; but who then plays may
         // turn round.
-        place.behind = speed == Time::Ratio() ? 0 : window_.nbDecodedBehind * place.stride;
+        place.behind = std::min(window_.nbDecodedBehind, kTurn) * place.stride;
     } else if (speed == Time::Ratio() && !manner.dragged) {
         // Forward, one picture comes after the other; backward, what is not there takes a pass over its group.
         place.backward = true;
@@ -177,7 +178,7 @@ bool PlayedTrack::IsNear(const Time::TimePoint& from) const {
     const Player::SampleRate rate = stream_->FetchRate();
     const std::int64_t way =
         player_->GetCurrentTimePoint().SampleNumber(rate) - (from - settings_.offset).SampleNumber(rate);
-    return static_cast<std::size_t>(std::abs(way)) <= window_.nbDecodedBehind && stream_->HasSettled();
+    return static_cast<std::size_t>(std::abs(way)) <= window_.nbDecodedBehind && stream_->HasExact();
 }
 
 void PlayedTrack::Jumped(const Time::TimePoint& from, bool dragged) {

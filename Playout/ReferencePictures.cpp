@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <utility>
 
+#include "Playout/ParameterSets.h"
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 }
@@ -52,22 +54,28 @@ std::int64_t SizeAt(const std::array<Level, N>& levels, int level) {
     return level <= 0 || found == levels.end() ? 0 : found->second;
 }
 
-std::size_t OfH264(const AVCodecParameters& parameters) {
+std::size_t OfH264(const AVCodecParameters& parameters, std::size_t reorderDepth) {
+    if (const auto nb = ReferencesOfH264(parameters)) {
+        return *nb + reorderDepth;
+    }
     constexpr std::int64_t kMacroblock = 16;
     const std::int64_t size = SizeAt(kH264Levels, parameters.level);
     const std::int64_t width = (parameters.width + kMacroblock - 1) / kMacroblock;
     const std::int64_t height = (parameters.height + kMacroblock - 1) / kMacroblock;
     return size == 0 || width * height <= 0
-               ? kUsual
+               ? kUsual + reorderDepth
                : static_cast<std::size_t>(std::clamp<std::int64_t>(size / (width * height), 1, kMost));
 }
 
-std::size_t OfHevc(const AVCodecParameters& parameters) {
+std::size_t OfHevc(const AVCodecParameters& parameters, std::size_t reorderDepth) {
+    if (const auto nb = PicturesOfHevc(parameters)) {
+        return *nb;
+    }
     constexpr std::size_t kAtTheLargest = 6;
     const std::int64_t most = SizeAt(kHevcLevels, parameters.level);
     const std::int64_t size = static_cast<std::int64_t>(parameters.width) * parameters.height;
     if (most == 0 || size <= 0) {
-        return kUsual;
+        return kUsual + reorderDepth;
     }
     if (size <= most / 4) {
         return kMost;
@@ -80,23 +88,23 @@ std::size_t OfHevc(const AVCodecParameters& parameters) {
 
 }  // namespace
 
-std::size_t NbOfReferences(const AVCodecParameters& parameters) {
+std::size_t NbOfReferences(const AVCodecParameters& parameters, std::size_t reorderDepth) {
     switch (parameters.codec_id) {
         case AV_CODEC_ID_H264:
-            return OfH264(parameters);
+            return OfH264(parameters, reorderDepth);
         case AV_CODEC_ID_HEVC:
-            return OfHevc(parameters);
+            return OfHevc(parameters, reorderDepth);
         case AV_CODEC_ID_MPEG1VIDEO:
         case AV_CODEC_ID_MPEG2VIDEO:
         case AV_CODEC_ID_MPEG4:
-            return 2;
+            return 2 + reorderDepth;
         case AV_CODEC_ID_VP8:
-            return 3;
+            return 3 + reorderDepth;
         case AV_CODEC_ID_VP9:
         case AV_CODEC_ID_AV1:
-            return 8;
+            return 8 + reorderDepth;
         default:
-            return kUsual;
+            return kUsual + reorderDepth;
     }
 }
 

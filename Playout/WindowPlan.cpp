@@ -46,6 +46,7 @@ std::size_t NbOfPackets(const RecordingIndex& recording, std::size_t stride, std
 
 /// Samples of a group that are left room for when it is decoded backward.
 std::size_t NbOfGroup(std::size_t group, std::size_t nbFitting, std::size_t nbMeanwhile) {
+    // In the rest, the group is begun so early that its first part can be decoded again in time.
     const bool fitsWhole = nbMeanwhile > 0 && group + nbMeanwhile <= nbFitting;
     return fitsWhole ? group : std::min(group, nbFitting * 2 / 5);
 }
@@ -78,8 +79,9 @@ StreamWindow PlanWindow(const RecordingIndex& recording, const SampleRate& displ
     const bool isKnown = !isStill && room.groupTime.count() > 0;
     const auto enoughTime =
         TimePoint().FromMilliseconds(static_cast<std::int64_t>(kTimesEnough * 1000 * room.groupTime.count()));
+    const bool isInTime = isKnown && enoughTime <= options.ahead;
     const std::size_t nbMeanwhile =
-        isKnown ? window.nbDecodedBehind + 1 + NbPassing(enoughTime, rate, speed) : 0;
+        isInTime ? window.nbDecodedBehind + 1 + NbPassing(enoughTime, rate, speed) : 0;
     const std::size_t nbForGroup = isForward ? 0 : NbOfGroup(group, nbFitting, nbMeanwhile);
     const std::size_t nbForAhead = nbFitting - std::min(nbFitting, window.nbDecodedBehind + nbForGroup + 1);
     const std::size_t nbAhead = std::min(NbPassing(options.ahead, rate, passing), nbForAhead);

@@ -7,6 +7,7 @@
 #include <future>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 
 #include "Playout/RecordingIndex.h"
 #include "Playout/Session.h"
@@ -110,6 +111,37 @@ TEST_F(StepsBesideASlowGroup, FarAwayNothingOfItMattersAnyMore) {
     LetGo();
     LookUntil([this] { return ShownNumber() == 0U && session_.GetInformation(0).nbPending == 0; });
     EXPECT_GT(session_.GetInformation(0).reading.nbAbandonedReads, 0U);
+}
+
+TEST(Stepping, OntoAPictureThatCouldNotBeHadAsksForItAgain) {
+    const auto recording = RecordingIndex::Build(Support::Clips::LongGroups());
+    const TimePoint half = recording->SampleStart(1) / 2;
+    SessionOptions options;
+    options.retryAfter = 1h;
+    Session session({recording}, options);
+    std::atomic<bool> fails = true;
+    session.Preloader().SetReadHook([&fails](const auto&, std::size_t) {
+        if (fails) {
+            throw std::runtime_error("the disk is gone");
+        }
+    });
+    session.SetSpeed(Ratio());
+    const auto deadline = std::chrono::steady_clock::now() + kDeadline;
+    const auto goTo = [&](std::int64_t picture) {
+        session.GoTo(recording->SampleStart(picture) + half);
+        TickReport report = session.Tick(TimePoint());
+        while (!report.IsReady() && std::chrono::steady_clock::now() < deadline) {
+            session.WaitForProgress(20ms);
+            report = session.Tick(TimePoint());
+        }
+        return report;
+    };
+    EXPECT_TRUE(goTo(4).tracks.at(0).missing);
+    fails = false;
+    const TickReport report = goTo(3);
+    EXPECT_FALSE(report.tracks.at(0).missing);
+    ASSERT_NE(report.tracks.at(0).picture, nullptr);
+    EXPECT_EQ(report.tracks.at(0).picture->Number(), 3U);
 }
 
 TEST(Turning, SoonAfterAJumpWhatLiesBehindIsThere) {
