@@ -104,8 +104,8 @@ TEST(ReferencePictures, OfADamagedHeaderAreAtMostSixteen) {
     std::mt19937 random(5);
     for (const AVCodecID codec : {AV_CODEC_ID_H264, AV_CODEC_ID_HEVC}) {
         for (int round = 0; round < 5000; ++round) {
-            std::vector<std::uint8_t> damaged(header.begin(),
-                                              header.begin() + random() % (header.size() + 1));
+            std::vector<std::uint8_t> damaged = header;
+            damaged.resize(random() % (header.size() + 1));
             for (std::size_t i = 0; i < damaged.size(); ++i) {
                 damaged[i] = random() % 8 == 0 ? static_cast<std::uint8_t>(random()) : damaged[i];
             }
