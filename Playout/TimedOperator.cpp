@@ -76,7 +76,12 @@ TimedOperator::Milliseconds TimedOperator::AwaitReady(const std::function<void()
         }
     }
     report_.moved = hadMoved;
-    return Clock::now() - begin;
+    const auto end = Clock::now();
+    if (end > due_) {
+        // What has come late is shown now, and for a whole tick.
+        due_ = end + period_;
+    }
+    return end - begin;
 }
 
 void TimedOperator::AskFor(const TimePoint& tp) {
