@@ -14,27 +14,20 @@
 #include "Player/ExistingCacheUpdateQueues.h"
 #include "Player/IStream.h"
 #include "Player/PreloadOrderQueue.h"
-#include "Player/PreloadTimePointGenerator.h"
 #include "Player/SampleRate.h"
 #include "Playout/CellState.h"
 #include "Playout/DecodedSample.h"
+#include "Playout/FetchPlan.h"
 #include "Playout/FieldOrder.h"
 #include "Playout/PlayoutExport.h"
 #include "Playout/RecordingIndex.h"
 #include "Playout/SampleOrders.h"
+#include "Playout/StreamHead.h"
 #include "Playout/Trace.h"
 #include "Playout/WaitCause.h"
 #include "Time/TimePoint.h"
 
 namespace Tavrin::Playout {
-
-/// How far a stream looks around the play head, in samples of the rate that is fetched at the current speed.
-struct StreamWindow {
-    std::size_t nbDecodedAhead = 16;
-    std::size_t nbDecodedBehind = 8;
-    std::size_t nbCompressedAhead = 40;
-    std::chrono::milliseconds retryAfter{1000};  ///< Before a picture that cannot be had is asked for again.
-};
 
 /// A recording as a track of the engine: a cache of compressed and one of decoded samples, a planner for
 /// each, and the queues of the orders for what they lack.
@@ -132,13 +125,13 @@ public:
 
     /// Whether the next `nb` samples that are to be shown after the one at the play head need not be waited for: they
     /// are decoded, cannot be had or lie beyond the recording, or nothing follows since the play head stands.
-    [[nodiscard]] bool HasAhead(std::size_t nb);
+    [[nodiscard]] bool HasAhead(std::size_t nb) const;
 
     /// What the picture at the play head waits for; None whenever `IsReady`.
     [[nodiscard]] Playout::WaitCause WaitCause();
 
     /// The samples that it is shown in.
-    [[nodiscard]] const FieldOrder& Fields() const { return fields_; }
+    [[nodiscard]] const FieldOrder& Fields() const { return head_.Fields(); }
 
     /// The rate that is fetched at the player's speed: that of the samples shown, halved until the display can show
     /// it.
@@ -154,48 +147,27 @@ public:
     [[nodiscard]] const Player::Cache& Decoded() const { return decoded_; }
 
 private:
-    [[nodiscard]] const Time::TimePoint& Now() const;
-    [[nodiscard]] Time::TimePoint Needed() const;
     [[nodiscard]] Player::Cache::EntryType Find(Player::ISample** sample);
-    void AskForNeeded();
-    void AskForBehind();
-    [[nodiscard]] bool IsDecodedSoon(const Time::TimePoint& tp) const;
-    void AskForCompressed(const Time::TimePoint& tp);
-    void AskForDecoded(const Time::TimePoint& tp);
-    void Evict();
-    [[nodiscard]] std::size_t Evict(Player::Cache& cache, const Player::SampleRate& rate, std::size_t nbAhead,
-                                    std::size_t nbBehind);
-    [[nodiscard]] std::size_t NbOfSamples(std::size_t nbPictures) const;
-    [[nodiscard]] bool IsByBothFields() const;
-    [[nodiscard]] bool HasPassed(const Time::TimePoint& tp, const Player::SampleRate& rate) const;
     void RetryMissing();
     void ForgetMissing();
     void ForgetAll(const Time::TimePoint& shown);
     [[nodiscard]] bool HasSettled();
     [[nodiscard]] bool OthersMayWait() const;
-    [[nodiscard]] bool RestsDecoding();
-    void ConfigurePlanners();
 
     std::shared_ptr<const RecordingIndex> index_;
-    FieldOrder fields_;
     Player::ExistingCacheUpdateQueues& registry_;
-    StreamWindow window_;
     StreamParameters parameters_;
-    Time::TimePoint begin_;
-    Time::TimePoint end_;
-    Player::IPlayer* player_ = nullptr;
 
     Player::Cache compressed_;
     Player::Cache decoded_;
-    Player::PreloadTimePointGenerator compressedPlanner_;
-    Player::PreloadTimePointGenerator decodedPlanner_;
+    StreamHead head_;
     SampleOrders orders_;
+    FetchPlan plan_;
 
     std::optional<std::pair<std::size_t, PictureField>> shownPicture_;
     bool standInsAllowed_ = false;
     bool dragged_ = false;
     bool isBlocked_ = false;  ///< Under the play head is what may no longer stand in, and cannot go yet.
-    bool rests_ = false;      ///< Enough is decoded for a while.
     bool hasJumped_ = false;  ///< And the picture there has not come yet.
     Clock clock_ = &std::chrono::steady_clock::now;
     std::chrono::milliseconds retryDelay_;

@@ -3,6 +3,7 @@
 #include "Player/CacheUpdateQueue.h"
 #include "Player/ISample.h"
 #include "Player/Output.h"
+#include "Playout/CacheLookup.h"
 
 namespace Tavrin::Playout {
 
@@ -21,11 +22,6 @@ std::vector<Order> TakeAll(Queue& queue) {
         orders.push_back(order);
     }
     return orders;
-}
-
-Cache::EntryType EntryAt(Cache& cache, const TimePoint& tp, const SampleRate& rate) {
-    ISample* sample = nullptr;
-    return cache.GetSample(tp, rate, &sample, false);
 }
 
 std::vector<TimePoint> PendingIn(Cache& cache, const SampleRate& rate) {
