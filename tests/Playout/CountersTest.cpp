@@ -15,6 +15,7 @@
 #include "Playout/RecordingIndex.h"
 #include "Playout/Session.h"
 #include "Playout/Support/Clips.h"
+#include "Playout/Support/FailingStorage.h"
 #include "Playout/Support/MetricsText.h"
 
 namespace Tavrin::Playout {
@@ -282,7 +283,7 @@ TEST_F(SessionCounters, PicturesThatAJumpLeavesBehindAreEvictedUnseen) {
 
 TEST_F(SessionCounters, AReadThatIsHeldUpIsWaitedForAsStorage) {
     Session session({LongGroups()});
-    session.Preloader().SetReadHook([](const auto&, std::size_t) { throw std::runtime_error("no disk"); });
+    const Support::FailingStorage storage(session);
     session.Tick(TimePoint());
     EXPECT_EQ(session.GetCounters().tracks.at(0).waits.storage, 0ns) << "it has only begun";
     session.Tick(TimePoint());
@@ -292,7 +293,7 @@ TEST_F(SessionCounters, AReadThatIsHeldUpIsWaitedForAsStorage) {
 
 TEST_F(SessionCounters, FailedReadsHaveALatencyToo) {
     Session session({LongGroups()});
-    session.Preloader().SetReadHook([](const auto&, std::size_t) { throw std::runtime_error("no disk"); });
+    const Support::FailingStorage storage(session);
     session.GoTo(MiddleOf(3));
     Settle(session, session.Tick(TimePoint()));
     Drain(session);

@@ -2,19 +2,18 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <functional>
 #include <future>
 #include <memory>
 #include <random>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "Playout/RecordingIndex.h"
 #include "Playout/Support/Clips.h"
+#include "Playout/Support/FailingStorage.h"
 
 namespace Tavrin::Playout {
 namespace {
@@ -293,20 +292,15 @@ TEST(Session, FailedReadIsMissingAndAskedForAgainLater) {
     SessionOptions options;
     options.retryAfter = 20ms;
     Session session({recording}, options);
-    std::atomic<bool> fails = true;
-    session.Preloader().SetReadHook([&fails](const auto&, std::size_t) {
-        if (fails) {
-            throw std::runtime_error("the disk is gone");
-        }
-    });
+    Support::FailingStorage storage(session);
     session.SetSpeed(Ratio(0, 1));
     session.GoTo(MiddleOf(*recording, 3));
     const TickReport failed = Step(session, TimePoint());
     EXPECT_TRUE(failed.tracks[0].missing);
     EXPECT_EQ(failed.tracks[0].status, SampleStatus::Empty);
-    EXPECT_NE(session.GetInformation(0).reading.lastError.find("the disk is gone"), std::string::npos);
+    EXPECT_NE(session.GetInformation(0).reading.lastError.find(Support::kDiskIsGone), std::string::npos);
 
-    fails = false;
+    storage.ComeBack();
     const auto deadline = std::chrono::steady_clock::now() + kDeadline;
     TickReport report = failed;
     while (!report.IsReady() || report.tracks[0].missing) {
@@ -320,7 +314,7 @@ TEST(Session, FailedReadIsMissingAndAskedForAgainLater) {
 TEST(Session, MissingPictureDoesNotHoldThePlayHead) {
     const auto recording = LongGroups();
     Session session({recording});
-    session.Preloader().SetReadHook([](const auto&, std::size_t) { throw std::runtime_error("no disk"); });
+    const Support::FailingStorage storage(session);
     session.GoTo(MiddleOf(*recording, 0));
     Step(session, TimePoint());
     const TickReport report = session.Tick(recording->SampleStart(1));

@@ -7,11 +7,11 @@
 #include <future>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 
 #include "Playout/RecordingIndex.h"
 #include "Playout/Session.h"
 #include "Playout/Support/Clips.h"
+#include "Playout/Support/FailingStorage.h"
 
 namespace Tavrin::Playout {
 namespace {
@@ -119,12 +119,7 @@ TEST(Stepping, OntoAPictureThatCouldNotBeHadAsksForItAgain) {
     SessionOptions options;
     options.retryAfter = 1h;
     Session session({recording}, options);
-    std::atomic<bool> fails = true;
-    session.Preloader().SetReadHook([&fails](const auto&, std::size_t) {
-        if (fails) {
-            throw std::runtime_error("the disk is gone");
-        }
-    });
+    Support::FailingStorage storage(session);
     session.SetSpeed(Ratio());
     const auto deadline = std::chrono::steady_clock::now() + kDeadline;
     const auto goTo = [&](std::int64_t picture) {
@@ -137,7 +132,7 @@ TEST(Stepping, OntoAPictureThatCouldNotBeHadAsksForItAgain) {
         return report;
     };
     EXPECT_TRUE(goTo(4).tracks.at(0).missing);
-    fails = false;
+    storage.ComeBack();
     const TickReport report = goTo(3);
     EXPECT_FALSE(report.tracks.at(0).missing);
     ASSERT_NE(report.tracks.at(0).picture, nullptr);

@@ -24,6 +24,12 @@ constexpr std::size_t kPlenty = std::size_t{1} << 40U;
 
 class WindowOf {
 public:
+    /// What is known of the decoders: how long a group takes, and how many pictures they are putting out.
+    struct Making {
+        std::chrono::nanoseconds groupTime{};
+        std::size_t nbPictures = 0;
+    };
+
     explicit WindowOf(const std::string& file) : index_(RecordingIndex::Build(file)) {}
 
     /// With the usual memory.
@@ -35,6 +41,15 @@ public:
 
     [[nodiscard]] StreamWindow WithRoom(const WindowRoom& room, const Ratio& speed) const {
         return PlanWindow(*index_, index_->Rate(), speed, room, SessionOptions());
+    }
+
+    /// Backward, with the memory of so many pictures beside that of a whole group.
+    [[nodiscard]] StreamWindow BesideAGroup(std::size_t nbPictures, const Making& making) const {
+        const std::size_t picture = NeedsOf(*index_, {2, 1}).picture;
+        WindowRoom room{(LongestGroup(*index_) + nbPictures) * picture, kPlenty};
+        room.groupTime = making.groupTime;
+        room.beingMade = making.nbPictures * picture;
+        return WithRoom(room, Ratio(-1, 1));
     }
 
     [[nodiscard]] const RecordingIndex& Index() const { return *index_; }
@@ -94,25 +109,16 @@ TEST(WindowPlan, BackwardPartOfAGroupHasRoomBesideItWhileNothingIsKnownOfHowLong
 
 TEST(WindowPlan, BackwardAWholeGroupHasRoomWhereItIsDecodedInTime) {
     const WindowOf window(Clips::LongGroups());
-    const std::size_t picture = NeedsOf(window.Index(), {2, 1}).picture;
     // Beside the group there is room for the picture on show, six behind it and eight ahead: 320 ms.
-    WindowRoom room{(LongestGroup(window.Index()) + 15) * picture, kPlenty};
-    room.groupTime = 50ms;
-    EXPECT_EQ(window.WithRoom(room, Ratio(-1, 1)).nbDecodedAhead, 8U);
-    room.groupTime = 180ms;
-    EXPECT_EQ(window.WithRoom(room, Ratio(-1, 1)).nbDecodedAhead, 8U);
-    room.groupTime = 240ms;
-    EXPECT_GT(window.WithRoom(room, Ratio(-1, 1)).nbDecodedAhead, 16U);
+    EXPECT_EQ(window.BesideAGroup(15, {50ms}).nbDecodedAhead, 8U);
+    EXPECT_EQ(window.BesideAGroup(15, {180ms}).nbDecodedAhead, 8U);
+    EXPECT_GT(window.BesideAGroup(15, {240ms}).nbDecodedAhead, 16U);
 }
 
 TEST(WindowPlan, WhatDecodersArePuttingOutTakesRoomBesideAWholeGroup) {
     const WindowOf window(Clips::LongGroups());
-    const std::size_t picture = NeedsOf(window.Index(), {2, 1}).picture;
-    WindowRoom room{(LongestGroup(window.Index()) + 25) * picture, kPlenty};
-    room.groupTime = 50ms;
-    EXPECT_EQ(window.WithRoom(room, Ratio(-1, 1)).nbDecodedAhead, 18U);
-    room.beingMade = 6 * picture;
-    EXPECT_EQ(window.WithRoom(room, Ratio(-1, 1)).nbDecodedAhead, 12U);
+    EXPECT_EQ(window.BesideAGroup(25, {50ms}).nbDecodedAhead, 18U);
+    EXPECT_EQ(window.BesideAGroup(25, {50ms, 6}).nbDecodedAhead, 12U);
 }
 
 TEST(WindowPlan, ReadsBeyondWhatIsDecoded) {
