@@ -13,12 +13,19 @@ namespace Tavrin::Playout {
 
 namespace {
 
+/// Pictures asked for one after the other, after which the lane takes it for a run. A jump to the end of a group has
+/// its picture sooner from a decoder that is told of the end.
+constexpr std::size_t kRun = 4;
+
 /// What is known of the group in which a lane stands.
 struct Standing {
     std::size_t group = 0;
-    std::size_t nbMissing = 0;  ///< Tells a group read again, more completely, from the one before.
-    std::size_t nextPacket = 0;
-    bool ended = false;                 ///< The decoder was told that no packet follows.
+    std::size_t nbMissing = 0;   ///< Tells a group read again, more completely, from the one before.
+    std::size_t nextPacket = 0;  ///< Beyond the group where the next one's packets let out the last pictures.
+    std::size_t firstToFile = 0;  ///< Picture, of the group before where the lane has gone on from there.
+    std::size_t nbAnswered = 0;   ///< Pictures since the lane last began anew.
+    bool overran = false;         ///< A picture of the next group came out: none of this one will.
+    bool ended = false;           ///< The decoder was told that no packet follows.
     std::optional<std::size_t> latest;  ///< Picture put out in this pass.
     std::vector<std::size_t> leftOut;   ///< Packets of this pass, ascending.
     /// Over all passes: which pictures came out, from the group's first one on, and up to where the others
@@ -50,12 +57,17 @@ private:
     void Check(const PacketGroup& group, std::size_t picture) const;
     void Enter(const PacketGroup& group);
     void BeginPass(const PacketGroup& group);
+    bool CanFollow(const PacketGroup& group) const;
+    void Follow(const PacketGroup& group);
     std::shared_ptr<const Picture> GoOnTo(const PacketGroup& group, std::size_t wanted,
                                           const DecodeManner& manner);
     bool IsStale(const DecodeManner& manner);
     void NoteEnd(const PacketGroup& group);
     std::shared_ptr<const Picture> Accept(const PacketGroup& group, std::size_t wanted);
-    void Feed(const PacketGroup& group, std::size_t wanted, bool last);
+    void AcceptNeighbour(const PacketGroup& group, std::size_t number, std::size_t wanted);
+    void Feed(const PacketGroup& group, std::size_t wanted, const DecodeManner& manner);
+    bool FeedAhead(const PacketGroup& group, const DecodeManner& manner);
+    bool MayGoOn() const;
     bool EndedEarly(const PacketGroup& group) const;
     bool MayLeaveOut(const PacketGroup& group, std::size_t packet, std::size_t wanted) const;
     void LeaveOut(const PacketGroup& group, std::size_t packet);
@@ -68,9 +80,12 @@ private:
     std::optional<Standing> standing_;
     /// The decoder's order of pictures is not that of the time stamps: a picture passed over may yet come.
     bool disordered_ = false;
+    /// The decoder drops at a key frame what it has not put out yet.
+    bool dropsAtKeys_ = false;
     std::uint64_t nbPasses_ = 0;
     std::uint64_t nbPacketsLeftOut_ = 0;
     std::uint64_t nbAbandoned_ = 0;
+    std::uint64_t nbGoneOn_ = 0;
 };
 
 void DecodeLane::Impl::Check(const PacketGroup& group, std::size_t picture) const {
@@ -89,7 +104,9 @@ std::shared_ptr<const Picture> DecodeLane::Impl::Decode(const PacketGroup& group
     }
     const bool here =
         standing_ && standing_->group == group.Number() && standing_->nbMissing == group.NbMissing();
-    if (!here) {
+    if (CanFollow(group)) {
+        Follow(group);
+    } else if (!here) {
         Enter(group);
     } else if (NeverComes(group, picture)) {
         return nullptr;
@@ -97,7 +114,14 @@ std::shared_ptr<const Picture> DecodeLane::Impl::Decode(const PacketGroup& group
                standing_->WasLeftOut(index_->Picture(picture).packet)) {
         BeginPass(group);
     }
-    return GoOnTo(group, picture, manner);
+    auto decoded = GoOnTo(group, picture, manner);
+    if (decoded == nullptr && standing_->overran) {
+        dropsAtKeys_ = true;
+        BeginPass(group);
+        decoded = GoOnTo(group, picture, manner);
+    }
+    standing_->nbAnswered += decoded == nullptr ? 0 : 1;
+    return decoded;
 }
 
 void DecodeLane::Impl::Enter(const PacketGroup& group) {
@@ -111,10 +135,40 @@ void DecodeLane::Impl::Enter(const PacketGroup& group) {
 void DecodeLane::Impl::BeginPass(const PacketGroup& group) {
     decoder_.Flush();
     standing_->nextPacket = group.Layout().firstPacket;
+    standing_->firstToFile = group.Layout().firstPicture;
+    standing_->nbAnswered = 0;
+    standing_->overran = false;
     standing_->ended = false;
     standing_->latest.reset();
     standing_->leftOut.clear();
     ++nbPasses_;
+}
+
+bool DecodeLane::Impl::MayGoOn() const {
+    return !dropsAtKeys_ && !disordered_ && decoder_.NbErrors() == 0 && standing_->nbMissing == 0 &&
+           standing_->nbAnswered >= kRun;
+}
+
+/// Whether the decoder stands where the group begins, or inside its first packets.
+bool DecodeLane::Impl::CanFollow(const PacketGroup& group) const {
+    if (!standing_ || standing_->group + 1 != group.Number() || standing_->ended || standing_->overran) {
+        return false;
+    }
+    const auto end = index_->Group(standing_->group).EndPacket();
+    return MayGoOn() && group.NbMissing() == 0 && group.Layout().firstPacket == end &&
+           standing_->nextPacket >= end;
+}
+
+void DecodeLane::Impl::Follow(const PacketGroup& group) {
+    Standing next;
+    next.group = group.Number();
+    next.nextPacket = standing_->nextPacket;
+    next.firstToFile = index_->Group(standing_->group).firstPicture;
+    next.nbAnswered = standing_->nbAnswered;
+    next.came.resize(group.Layout().nbPictures);
+    standing_ = std::move(next);
+    ++nbPasses_;
+    ++nbGoneOn_;
 }
 
 bool DecodeLane::Impl::NeverComes(const PacketGroup& group, std::size_t picture) const {
@@ -138,7 +192,7 @@ std::shared_ptr<const Picture> DecodeLane::Impl::GoOnTo(const PacketGroup& group
                 if (IsStale(manner)) {
                     return nullptr;
                 }
-                Feed(group, wanted, manner.last);
+                Feed(group, wanted, manner);
                 break;
             case Decoder::Event::End:
                 NoteEnd(group);
@@ -157,7 +211,7 @@ bool DecodeLane::Impl::IsStale(const DecodeManner& manner) {
 /// Nothing more comes out of the pass; what has not come by now never will, if all was put in.
 void DecodeLane::Impl::NoteEnd(const PacketGroup& group) {
     standing_->latest = group.Layout().EndPicture();
-    if (standing_->nextPacket == group.Layout().EndPacket()) {
+    if (standing_->nextPacket >= group.Layout().EndPacket()) {
         standing_->decided = group.Layout().nbPictures;
     }
 }
@@ -167,7 +221,7 @@ std::shared_ptr<const Picture> DecodeLane::Impl::Accept(const PacketGroup& group
     const auto& layout = group.Layout();
     const auto number = decoder_.PictureNumber();
     if (number < layout.firstPicture || number >= layout.EndPicture()) {
-        // Of a neighbour whose packets the run shares: there it is decoded with all that it refers to.
+        AcceptNeighbour(group, number, wanted);
         return nullptr;
     }
     disordered_ = disordered_ || (standing_->latest && number < *standing_->latest);
@@ -181,6 +235,19 @@ std::shared_ptr<const Picture> DecodeLane::Impl::Accept(const PacketGroup& group
     return number == wanted ? picture : nullptr;
 }
 
+/// Files the picture of the group before, from which the lane has gone on, or of the one into which it goes on.
+/// Another neighbour's, whose packets the run shares, is decoded there with all that it refers to.
+void DecodeLane::Impl::AcceptNeighbour(const PacketGroup& group, std::size_t number, std::size_t wanted) {
+    const auto& layout = group.Layout();
+    if (number >= standing_->firstToFile && number < layout.firstPicture) {
+        store_->Add(decoder_.TakePicture(), wanted);
+    } else if (number >= layout.EndPicture() && standing_->nextPacket > layout.EndPacket()) {
+        standing_->overran = true;
+        standing_->latest = layout.EndPicture();
+        store_->Add(decoder_.TakePicture(), wanted);
+    }
+}
+
 /// Its picture belongs to the group before: it comes after the key frame but is shown before it. It is
 /// decoded all the same, because the decoder counts the pictures that it has seen.
 bool DecodeLane::Impl::IsLeading(const PacketGroup& group, std::size_t packet) const {
@@ -190,7 +257,7 @@ bool DecodeLane::Impl::IsLeading(const PacketGroup& group, std::size_t packet) c
 
 /// The decoder was made to put out a picture at once, and cannot go on from there.
 bool DecodeLane::Impl::EndedEarly(const PacketGroup& group) const {
-    return standing_->ended && standing_->nextPacket != group.Layout().EndPacket();
+    return standing_->ended && standing_->nextPacket < group.Layout().EndPacket();
 }
 
 /// Whether the decoder need not see it on the way to the wanted picture.
@@ -211,11 +278,31 @@ void DecodeLane::Impl::LeaveOut(const PacketGroup& group, std::size_t packet) {
     }
 }
 
-void DecodeLane::Impl::Feed(const PacketGroup& group, std::size_t wanted, bool last) {
-    const bool isPast = last && standing_->nextPacket > index_->Picture(wanted).packet;
+/// Whether a packet of the following group was there to be put in.
+bool DecodeLane::Impl::FeedAhead(const PacketGroup& group, const DecodeManner& manner) {
+    if (manner.following == nullptr || !MayGoOn()) {
+        return false;
+    }
+    const PacketGroup& following = *manner.following;
+    const auto end = group.Layout().EndPacket();
+    const bool fits = following.Index() == index_ && following.Number() == group.Number() + 1 &&
+                      following.NbMissing() == 0 && following.Layout().firstPacket == end;
+    if (!fits || standing_->nextPacket < end || standing_->nextPacket >= following.Layout().EndPacket()) {
+        return false;
+    }
+    const auto number = standing_->nextPacket++;
+    decoder_.Send(*following.Packet(number), number, true);
+    return true;
+}
+
+void DecodeLane::Impl::Feed(const PacketGroup& group, std::size_t wanted, const DecodeManner& manner) {
+    if (FeedAhead(group, manner)) {
+        return;
+    }
+    const bool isPast = manner.last && standing_->nextPacket > index_->Picture(wanted).packet;
     const bool hasFieldToCome = standing_->nextPacket < group.Layout().EndPacket() &&
                                 index_->Packet(standing_->nextPacket).secondField;
-    if ((isPast && !hasFieldToCome) || standing_->nextPacket == group.Layout().EndPacket()) {
+    if ((isPast && !hasFieldToCome) || standing_->nextPacket >= group.Layout().EndPacket()) {
         decoder_.SendEnd();
         standing_->ended = true;
         return;
@@ -241,6 +328,10 @@ DecodeLane::Information DecodeLane::Impl::GetInformation() const {
     information.nbPasses = nbPasses_;
     information.nbPacketsLeftOut = nbPacketsLeftOut_;
     information.nbAbandoned = nbAbandoned_;
+    information.nbGoneOn = nbGoneOn_;
+    if (standing_ && standing_->nextPacket > index_->Group(standing_->group).EndPacket()) {
+        information.goesOnTo = standing_->group + 1;
+    }
     information.nbErrors = decoder_.NbErrors();
     information.nbStored = store_->Size();
     information.storedBytes = store_->Bytes();

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "Playout/FramePool.h"
@@ -34,6 +35,11 @@ struct DecodeManner {
     /// Nothing later of the group will be asked for in this pass: the picture is got out of the decoder at once
     /// instead of being followed by those that it waits for.
     bool last = false;
+
+    /// The group that will be asked for next, when the pictures are shown one after the other; null otherwise. At
+    /// the end of a run of pictures its first packets then let out the last ones, and the lane goes on into it:
+    /// a decoder that is told of an end, and begins anew, leaves its threads idle meanwhile.
+    std::shared_ptr<const PacketGroup> following;
 };
 
 /// A decoder with its state: decodes the pictures of one recording group by group, each group forward and,
@@ -46,8 +52,11 @@ struct DecodeManner {
 ///   k takes n/k passes, rounded up, instead of n.
 /// - Pictures on the way that the store does not want, and from which none is predicted, are left out.
 /// - A picture that the decoder passes over (damage, missing packets) is remembered, and answered at once.
+/// - Into the group that follows it goes on without beginning anew, where neither shares packets with the other and
+///   both are whole. After the first error, and where a decoder drops pictures at a key frame, it no longer does.
 ///
-/// What comes out of a group does not depend on what was decoded before it.
+/// What comes out of a group does not depend on what was decoded before it, save for what a decoder makes up in
+/// damaged pictures.
 ///
 /// *Threads:* externally synchronised. *Blocking:* for as long as decoding takes. *Ownership:* keeps the
 /// index alive; borrows a group for the call. *Errors:* the constructor throws std::runtime_error when no
@@ -55,14 +64,16 @@ struct DecodeManner {
 class TAVRIN_PLAYOUT_EXPORT DecodeLane final {
 public:
     struct Information {
-        std::uint64_t nbPacketsDecoded = 0;  ///< Packets given to the decoder.
-        std::uint64_t nbPasses = 0;          ///< Times that a group was begun at its key frame.
-        std::uint64_t nbPacketsLeftOut = 0;  ///< Packets on the way that nobody needed.
-        std::uint64_t nbAbandoned = 0;       ///< Decodes that became stale.
-        std::uint64_t nbErrors = 0;          ///< Errors that the decoder reported.
-        std::size_t nbStored = 0;            ///< Pictures in the store now.
-        std::size_t storedBytes = 0;         ///< Their bytes now.
-        std::size_t maxStoredBytes = 0;      ///< The most that there ever were.
+        std::uint64_t nbPacketsDecoded = 0;   ///< Packets given to the decoder.
+        std::uint64_t nbPasses = 0;           ///< Times that a group was begun at its key frame.
+        std::uint64_t nbPacketsLeftOut = 0;   ///< Packets on the way that nobody needed.
+        std::uint64_t nbAbandoned = 0;        ///< Decodes that became stale.
+        std::uint64_t nbGoneOn = 0;           ///< Groups that were entered without beginning anew.
+        std::optional<std::size_t> goesOnTo;  ///< Group of which the decoder has taken packets ahead.
+        std::uint64_t nbErrors = 0;           ///< Errors that the decoder reported.
+        std::size_t nbStored = 0;             ///< Pictures in the store now.
+        std::size_t storedBytes = 0;          ///< Their bytes now.
+        std::size_t maxStoredBytes = 0;       ///< The most that there ever were.
         std::string lastError;
     };
 

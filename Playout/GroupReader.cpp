@@ -83,6 +83,7 @@ std::shared_ptr<const PacketGroup> GroupReader::Read(std::size_t group,
         throw;
     }
     auto read = std::make_shared<const PacketGroup>(index_, group, std::move(packets));
+    LinkNeighbours(read);
     Keep(read);
     return read;
 }
@@ -133,6 +134,16 @@ bool GroupReader::Fill(const PictureGroup& layout, std::vector<PacketGroup::Shar
         gap = nextGap(gap);
     }
     return true;
+}
+
+void GroupReader::LinkNeighbours(const std::shared_ptr<const PacketGroup>& group) const {
+    for (const auto& kept : kept_) {
+        if (kept->Number() + 1 == group->Number()) {
+            kept->SetNext(group);
+        } else if (kept->Number() == group->Number() + 1) {
+            group->SetNext(kept);
+        }
+    }
 }
 
 void GroupReader::Keep(std::shared_ptr<const PacketGroup> group) {

@@ -80,6 +80,7 @@ private:
         const PictureGroup& layout) const;
     [[nodiscard]] bool Fill(const PictureGroup& layout, std::vector<PacketGroup::SharedPacket>& packets,
                             const std::function<bool()>& isStale);
+    void LinkNeighbours(const std::shared_ptr<const PacketGroup>& group) const;
     void Keep(std::shared_ptr<const PacketGroup> group);
 
     void Open();

@@ -45,7 +45,11 @@ public:
 
     PictureStore& Store() { return *store_; }
 
-    void SetPlace(const PlayPlace& place) { store_->SetPlace(place); }
+    void SetPlace(const PlayPlace& place) {
+        store_->SetPlace(place);
+        const std::scoped_lock lock(mutex_);
+        showsAllForward_ = !place.backward && place.stride <= 1;
+    }
 
     void SetReach(const GroupReach& reach) {
         const std::scoped_lock lock(mutex_);
@@ -97,6 +101,9 @@ public:
             return visit.IsStale(sample.PictureNumber(), asked, latest);
         };
         manner.last = visit.IsLast(sample.PictureNumber());
+        if (ShowsAllForward()) {
+            manner.following = group.Next();
+        }
         return visit.Where().Decode(group, sample.PictureNumber(), manner, meter_,
                                     [&] { return visit.IsOutOfDate(sample.PictureNumber()); });
     }
@@ -125,6 +132,11 @@ public:
     }
 
 private:
+    bool ShowsAllForward() const {
+        const std::scoped_lock lock(mutex_);
+        return showsAllForward_ && reach_.IsWhole();
+    }
+
     /// What decoders take before the store next looks whether there is room.
     std::size_t StoreBytes(std::size_t bytes) const { return bytes - std::min(bytes, margin_); }
 
@@ -178,14 +190,29 @@ private:
             return published;
         }
 
+        bool IsIn(std::size_t wanted) const { return group == wanted || goneOnFrom == wanted; }
+
+        void Enter(std::size_t wanted) {
+            if (!IsIn(wanted)) {
+                goneOnFrom = GoesOnTo() == wanted ? group : std::nullopt;
+                group = wanted;
+            }
+        }
+
         std::size_t pictureBytes;
         std::mutex mutex;  ///< Guards the lane, through decodes that may take long.
         DecodeLane lane;
         /// As of the latest decode: whoever asks must not wait for the one in progress.
         mutable std::mutex publishedMutex;
         DecodeLane::Information published;
+        std::optional<std::size_t> GoesOnTo() const {
+            const std::scoped_lock lock(publishedMutex);
+            return published.goesOnTo;
+        }
+
         // The track's mutex guards these.
         std::optional<std::size_t> group;
+        std::optional<std::size_t> goneOnFrom;  ///< Its last pictures come with the first one of the group.
         std::size_t nbVisitors = 0;
         std::uint64_t lastVisit = 0;
     };
@@ -213,7 +240,7 @@ private:
         Visit(Track& track, std::size_t group) : track_(track) {
             const std::scoped_lock lock(track.mutex_);
             place_ = &track.Choose(group);
-            place_->group = group;
+            place_->Enter(group);
             place_->lastVisit = ++track.nbVisits_;
             ++place_->nbVisitors;
             group_ = group;
@@ -222,6 +249,9 @@ private:
         ~Visit() {
             const std::scoped_lock lock(track_.mutex_);
             --place_->nbVisitors;
+            if (place_->group == group_) {
+                place_->goneOnFrom.reset();
+            }
         }
         Visit(const Visit&) = delete;
         Visit& operator=(const Visit&) = delete;
@@ -273,10 +303,12 @@ private:
         std::uint64_t nbAbandonments_;
     };
 
-    /// The lane that stands in the group, else an idle one, else any; of several the one longest unused.
+    /// The lane that stands in the group or is about to go on into it, else an idle one, else any; of several the one
+    /// longest unused.
     Place& Choose(std::size_t group) {
         const auto rank = [&](const std::unique_ptr<Place>& place) {
-            return std::tuple(place->group != group, place->nbVisitors > 0, place->lastVisit);
+            return std::tuple(!place->IsIn(group), place->GoesOnTo() != group, place->nbVisitors > 0,
+                              place->lastVisit);
         };
         return **std::min_element(places_.begin(), places_.end(), [&](const auto& left, const auto& right) {
             return rank(left) < rank(right);
@@ -288,6 +320,7 @@ private:
         sum.nbPasses += part.nbPasses;
         sum.nbPacketsLeftOut += part.nbPacketsLeftOut;
         sum.nbAbandoned += part.nbAbandoned;
+        sum.nbGoneOn += part.nbGoneOn;
         sum.nbErrors += part.nbErrors;
         if (!part.lastError.empty()) {
             sum.lastError = part.lastError;
@@ -299,8 +332,9 @@ private:
     std::size_t margin_ = 0;
     std::shared_ptr<FramePool> pool_;
     std::shared_ptr<PictureStore> store_;
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
     GroupReach reach_;
+    bool showsAllForward_ = false;
     std::optional<std::size_t> kept_;
     std::uint64_t nbAbandonments_ = 0;
     std::vector<std::unique_ptr<Place>> places_;

@@ -31,6 +31,16 @@ PacketGroup::SharedPacket PacketGroup::Packet(std::size_t packet) const {
     return packet >= first && packet - first < packets_.size() ? packets_[packet - first] : nullptr;
 }
 
+std::shared_ptr<const PacketGroup> PacketGroup::Next() const {
+    const std::scoped_lock lock(nextMutex_);
+    return next_.lock();
+}
+
+void PacketGroup::SetNext(const std::shared_ptr<const PacketGroup>& next) const {
+    const std::scoped_lock lock(nextMutex_);
+    next_ = next;
+}
+
 std::span<const std::uint8_t> PacketGroup::Bytes(std::size_t packet) const {
     const auto found = Packet(packet);
     if (found == nullptr) {

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <span>
 #include <vector>
 
@@ -15,7 +16,8 @@ namespace Tavrin::Playout {
 
 /// The compressed packets of one group's decode run, as read from the file.
 ///
-/// *Threads:* immutable. *Blocking:* never. *Ownership:* shared by all the samples of the group; keeps the
+/// *Threads:* immutable, save for the group that comes next, which may be told and asked for from any thread.
+/// *Blocking:* never beyond a short lock. *Ownership:* shared by all the samples of the group; keeps the
 /// index alive. The bytes of packets that two runs have in common are held once.
 class TAVRIN_PLAYOUT_EXPORT PacketGroup final {
 public:
@@ -41,12 +43,18 @@ public:
     [[nodiscard]] std::size_t NbMissing() const { return nbMissing_; }  ///< Packets not delivered.
     [[nodiscard]] std::size_t ByteSize() const { return byteSize_; }    ///< Of all packets together.
 
+    /// The recording's next group, while somebody holds it; null otherwise. Whoever reads tells.
+    [[nodiscard]] std::shared_ptr<const PacketGroup> Next() const;
+    void SetNext(const std::shared_ptr<const PacketGroup>& next) const;
+
 private:
     std::shared_ptr<const RecordingIndex> index_;
     std::size_t group_;
     std::vector<SharedPacket> packets_;
     std::size_t nbMissing_ = 0;
     std::size_t byteSize_ = 0;
+    mutable std::mutex nextMutex_;
+    mutable std::weak_ptr<const PacketGroup> next_;
 };
 
 }  // namespace Tavrin::Playout

@@ -1,13 +1,15 @@
 """Holds the figures of `playout bench` against those of the plain program on FFmpeg's libraries and against what
 is required, as one table: scripts/media-bench runs all three.
 
-Reads straight-CLIP.json, bench-CLIP.json and bench-CLIP-whole.json in a directory, prints the table, and writes
-media-report.json and media-report.md there. Ends with 1 when a requirement is missed.
+Reads straight-CLIP.json and bench-CLIP.json in a directory, and turn-N-straight-CLIP.json with turn-N-bench-CLIP.json,
+for which both programs were run in turn, several times. Prints the table, and writes media-report.json and
+media-report.md there. Ends with 1 when a requirement is missed.
 """
 
 import argparse
 import json
 import pathlib
+import statistics
 import sys
 
 OK, MISSED, APART = "ok", "MISSED", "-"
@@ -27,25 +29,58 @@ SPEED_TOLERANCE = 0.05
 FORWARD, BACKWARD = ("play:1", "play:2", "play:4", "play:1/2"), ("play:-1", "play:-2", "play:-1/2")
 
 
-class Clip:
-    """The figures of one clip. `straight` and `bench` are the programs' output."""
+def by_case(bench):
+    return {result["case"]: result for result in (bench or {"results": []})["results"]}
 
-    def __init__(self, name, straight, bench, whole=None):
+
+def merged(runs):
+    """One result of those that a case had in several turns: rates and processor time vary with the machine, so the
+    median stands for them; everything else is what it was at its worst. A turn that failed fails the case."""
+    failed = [run for run in runs if "figures" not in run]
+    if failed or not runs:
+        return failed[0] if failed else {}
+
+    def one(name):
+        values = [run["figures"].get(name) for run in runs]
+        if None in values:
+            return None
+        if name in ("picturesPerSecond", "cpuMsPerPicture"):
+            return statistics.median(values)
+        return min(values) if name in ("rightPercent", "hasBarCode") else max(values)
+
+    return {"figures": {name: one(name) for name in runs[0]["figures"]}}
+
+
+class Clip:
+    """The figures of one clip. `straight` and `bench` are the programs' output, `turns` pairs of the same."""
+
+    def __init__(self, name, straight, bench, turns=()):
         self.name = name
         self.straight = straight or {"cases": []}
-        self.results = {result["case"]: result for result in (bench or {"results": []})["results"]}
-        self.whole = {result["case"]: result for result in (whole or {"results": []})["results"]}
+        self.results = by_case(bench)
+        runs = [by_case(ours) for _, ours in turns]
+        self.in_turn = {case: merged([run[case] for run in runs if case in run])
+                        for case in {case for run in runs for case in run}}
+        self.plain_runs = self.straight["cases"] + [entry for plain, _ in turns for entry in plain["cases"]]
 
-    def figures(self, case, whole=False):
+    def figures(self, case, in_turn=False):
         """Nothing for a case that failed or was not run."""
-        return (self.whole if whole else self.results).get(case, {}).get("figures")
+        return (self.in_turn if in_turn else self.results).get(case, {}).get("figures")
 
-    def why_not(self, case, whole=False):
-        return (self.whole if whole else self.results).get(case, {}).get("error", "not measured")
+    def why_not(self, case, in_turn=False):
+        return (self.in_turn if in_turn else self.results).get(case, {}).get("error", "not measured")
+
+    def by_threads(self, case, figure):
+        """The median over all turns, for each number of threads."""
+        values = {}
+        for entry in self.plain_runs:
+            if entry["case"] == case and figure in entry:
+                values.setdefault(entry["threads"], []).append(entry[figure])
+        return {threads: statistics.median(each) for threads, each in values.items()}
 
     def plain(self, case, figure, best):
         """The best figure over all numbers of threads."""
-        values = [entry[figure] for entry in self.straight["cases"] if entry["case"] == case and figure in entry]
+        values = self.by_threads(case, figure).values()
         return best(values) if values else None
 
 
@@ -66,12 +101,12 @@ def why_unread(figures):
     return f"the bar code of {unread:.0f} pictures could not be read" if unread > 0 else ""
 
 
-def judged(clip, case, label, required, judge, whole=False):
+def judged(clip, case, label, required, judge, in_turn=False):
     """`judge` makes what is beside, ours and whether it is met of the figures; a case without figures is missed,
     unless it says that it was left out, and so is one whose pictures could not be told apart."""
-    figures = clip.figures(case, whole)
+    figures = clip.figures(case, in_turn)
     if figures is None:
-        why = clip.why_not(case, whole)
+        why = clip.why_not(case, in_turn)
         return row(clip, label, "", why, required, APART if why.startswith("left out") else MISSED)
     if why_unread(figures):
         return row(clip, label, "", why_unread(figures), required, MISSED)
@@ -103,13 +138,13 @@ def fast_rows(clip):
                 met and used <= budget + OVERHEAD_MIB and figures["rightPercent"] == 100)
 
     return [
-        judged(clip, "fast:forward", "forward, fast", "0.95 of the ceiling", rate(ceiling, 0.95)),
+        judged(clip, "fast:forward", "forward, fast", "0.95 of the ceiling", rate(ceiling, 0.95), in_turn=True),
         judged(clip, "fast:forward-4-tracks", "forward, fast, 4 tracks", "0.95 of the ceiling",
-               rate(ceiling, 0.95)),
+               rate(ceiling, 0.95), in_turn=True),
         judged(clip, "fast:backward-2-groups", "backward, fast, budget of two groups", "0.95 of the floor",
-               rate(floor, 0.95)),
+               rate(floor, 0.95), in_turn=True),
         judged(clip, "fast:backward-quarter-group", "backward, fast, budget of a quarter of a group",
-               "0.35 of the floor, within the budget", quarter),
+               "0.35 of the floor, within the budget", quarter, in_turn=True),
     ]
 
 
@@ -272,9 +307,8 @@ def track_rows(clip):
 
 def cost_rows(clip):
     # That of the number of threads that makes the ceiling.
-    straight = [entry for entry in clip.straight["cases"] if entry["case"] == "straight"]
-    ceiling = max(straight, key=lambda entry: entry["picturesPerSecond"], default=None)
-    processor = None if ceiling is None else ceiling["cpuMsPerPicture"]
+    rates = clip.by_threads("straight", "picturesPerSecond")
+    processor = clip.by_threads("straight", "cpuMsPerPicture")[max(rates, key=rates.get)] if rates else None
     pictures = clip.straight.get("pictures", 0)
     own = clip.straight["packetBytes"] / pictures if pictures else None
 
@@ -292,12 +326,12 @@ def cost_rows(clip):
         return judge
 
     rows = [judged(clip, "play:-1", "memory at -1", f"two groups + {OVERHEAD_MIB} MiB + {PROCESS_MIB} MiB for the process",
-                   memory, whole=True)]
+                   memory, in_turn=True)]
     for case, share in (("play:1", 1.1), ("play:-1", 1.3)):
         rows.append(judged(clip, case, f"processor time a picture at {case[5:]}", f"{share} of the ceiling's",
-                           at_most(processor, "cpuMsPerPicture", share, "ms"), whole=True))
+                           at_most(processor, "cpuMsPerPicture", share, "ms"), in_turn=True))
         rows.append(judged(clip, case, f"bytes read a picture at {case[5:]}", "1.1 of the recording's",
-                           at_most(own, "bytesReadPerPicture", 1.1, "B"), whole=True))
+                           at_most(own, "bytesReadPerPicture", 1.1, "B"), in_turn=True))
     return rows
 
 
@@ -329,8 +363,10 @@ def read_json(file):
 
 
 def read_clip(directory, name):
+    turns = [(read_json(file), read_json(directory / file.name.replace("-straight-", "-bench-", 1)))
+             for file in sorted(directory.glob(f"turn-*-straight-{name}.json"))]
     return Clip(name, read_json(directory / f"straight-{name}.json"), read_json(directory / f"bench-{name}.json"),
-                read_json(directory / f"bench-{name}-whole.json"))
+                turns)
 
 
 def clips_in(directory, first):

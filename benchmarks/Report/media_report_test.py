@@ -54,7 +54,7 @@ def bench(**changed):
 
 
 def rows_of(run):
-    clip = media_report.Clip("clip.mp4", STRAIGHT, run, run)
+    clip = media_report.Clip("clip.mp4", STRAIGHT, run, [(STRAIGHT, run)])
     return {row["case"]: row for row in media_report.make_rows(clip, [])}
 
 
@@ -173,13 +173,43 @@ class Verdicts(unittest.TestCase):
         self.assertEqual({row["verdict"] for row in media_report.jump_rows(clip)}, {media_report.MISSED})
 
 
+class Turns(unittest.TestCase):
+    def rows_of(self, ceilings, runs):
+        turns = [(json.loads(json.dumps(STRAIGHT).replace("200,", f"{ceiling},", 1)), run)
+                 for ceiling, run in zip(ceilings, runs)]
+        clip = media_report.Clip("clip.mp4", {"cases": [], "pictures": 500, "packetBytes": 1}, None, turns)
+        return {row["case"]: row for row in media_report.fast_rows(clip) + media_report.cost_rows(clip)}
+
+    def test_median_stands_for_rates_and_processor_time(self):
+        runs = [bench(**{"fast:forward": {"picturesPerSecond": rate}, "play:1": {"cpuMsPerPicture": cpu}})
+                for rate, cpu in ((160, 11), (199, 99), (192, 12))]
+        rows = self.rows_of((200, 150, 300), runs)
+        self.assertEqual(rows["forward, fast"]["beside"], "200.0 /s")
+        self.assertEqual(rows["forward, fast"]["ours"], "192.0 /s (0.96)")
+        self.assertEqual(rows["processor time a picture at 1"]["ours"], "12.0 ms (1.09)")
+
+    def test_one_bad_turn_is_enough_for_what_must_always_hold(self):
+        good, bad = bench(), bench(**{"fast:forward": {"rightPercent": 99.9}, "play:-1": {"peakMiB": 361}})
+        rows = self.rows_of((200, 200, 200), [good, bad, good])
+        self.assertEqual(rows["forward, fast"]["verdict"], media_report.MISSED)
+        self.assertEqual(rows["memory at -1"]["verdict"], media_report.MISSED)
+        self.assertEqual(rows["forward, fast, 4 tracks"]["verdict"], media_report.OK)
+
+    def test_a_turn_that_failed_fails_its_case(self):
+        failed = bench()
+        failed["results"] = [{"case": "fast:forward", "error": "ended by signal 11"}]
+        rows = self.rows_of((200, 200), [bench(), failed])
+        self.assertEqual(rows["forward, fast"]["ours"], "ended by signal 11")
+
+
 class Program(unittest.TestCase):
     def run_on(self, run, *options):
         with tempfile.TemporaryDirectory() as folder:
             directory = pathlib.Path(folder)
             (directory / "straight-clip.mp4.json").write_text(json.dumps(STRAIGHT))
             (directory / "bench-clip.mp4.json").write_text(json.dumps(run))
-            (directory / "bench-clip.mp4-whole.json").write_text(json.dumps(run))
+            (directory / "turn-1-straight-clip.mp4.json").write_text(json.dumps(STRAIGHT))
+            (directory / "turn-1-bench-clip.mp4.json").write_text(json.dumps(run))
             done = subprocess.run([sys.executable, str(SCRIPT), "--directory", folder, "--first", "clip.mp4",
                                    *options], capture_output=True, text=True, check=False)
             written = json.loads((directory / "media-report.json").read_text())

@@ -2,10 +2,15 @@
 
 #include <gtest/gtest.h>
 
+extern "C" {
+#include <libavcodec/avcodec.h>
+}
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -72,6 +77,16 @@ public:
         }
     }
 
+    /// Decodes in that order as a player does that shows all pictures forward.
+    void ExpectSameInARun(DecodeLane& lane, const std::vector<std::size_t>& order) {
+        for (const auto number : order) {
+            DecodeManner manner;
+            const std::size_t next = index->Picture(number).group + 1;
+            manner.following = next < index->NbGroups() ? reader_.Read(next) : nullptr;
+            ExpectSame(lane, {number}, manner);
+        }
+    }
+
     std::shared_ptr<const RecordingIndex> index;
     Support::Oracle oracle;
 
@@ -80,6 +95,17 @@ private:
 };
 
 // ---- The same pictures as a straight decode ---------------------------------------------------------------
+
+/// The decoder's own threads are synchronised in a library that the thread sanitizer does not see into.
+constexpr bool ThreadSanitizerRuns() {
+#if defined(__SANITIZE_THREAD__)
+    return true;
+#elif defined(__has_feature)
+    return __has_feature(thread_sanitizer);
+#else
+    return false;
+#endif
+}
 
 struct Material {
     const char* name;
@@ -114,6 +140,17 @@ TEST_P(DecodeLaneOnEachClip, PutsOutTheSamePicturesForward) {
     ExpectSameWithEachBound(Support::Forward);
 }
 
+TEST_P(DecodeLaneOnEachClip, PutsOutTheSamePicturesInARun) {
+    Recording recording(GetParam().clip());
+    for (const int nbThreads : {1, 3}) {
+        if (nbThreads > 1 && ThreadSanitizerRuns()) {
+            continue;
+        }
+        const auto lane = recording.Lane(1, nbThreads);
+        recording.ExpectSameInARun(*lane, Support::Forward(recording.index->NbPictures()));
+    }
+}
+
 TEST_P(DecodeLaneOnEachClip, PutsOutTheSamePicturesBackward) {
     ExpectSameWithEachBound(Support::Backward);
 }
@@ -146,20 +183,10 @@ INSTANTIATE_TEST_SUITE_P(
                     Material{"CutTransport", Clips::CutTransport}, Material{"MotionJpeg", Clips::MotionJpeg},
                     Material{"ProRes", Clips::ProRes}, Material{"BareH264", Clips::BareH264},
                     Material{"Hevc", Clips::HevcOpenGroups, "libx265"},
+                    Material{"HevcClosed", Clips::HevcClosedGroups, "libx265"},
                     Material{"Vp9", Clips::Vp9, "libvpx-vp9"}, Material{"Damaged", Clips::Damaged},
                     Material{"Truncated", Clips::Truncated}, Material{"Fields", Clips::Fields}),
     [](const testing::TestParamInfo<Material>& material) { return std::string(material.param.name); });
-
-/// The decoder's own threads are synchronised in a library that the thread sanitizer does not see into.
-constexpr bool ThreadSanitizerRuns() {
-#if defined(__SANITIZE_THREAD__)
-    return true;
-#elif defined(__has_feature)
-    return __has_feature(thread_sanitizer);
-#else
-    return false;
-#endif
-}
 
 TEST(DecodeLane, ADecoderWithThreadsPutsOutTheSamePictures) {
     if (ThreadSanitizerRuns()) {
@@ -215,6 +242,97 @@ TEST(DecodeLane, ForwardEachPacketOfARunIsDecodedOnceWhateverTheRoom) {
             EXPECT_LE(lane->GetInformation().nbPacketsDecoded, recording.NbPacketsOfRuns());
         }
     }
+}
+
+TEST(DecodeLane, InARunTheDecoderGoesOnFromGroupToGroup) {
+    Recording recording(Clips::ClosedGroups());
+    const auto lane = recording.Lane(1);
+    recording.ExpectSameInARun(*lane, Support::Forward(recording.index->NbPictures()));
+    EXPECT_EQ(lane->GetInformation().nbGoneOn, recording.index->NbGroups() - 1);
+    EXPECT_EQ(lane->GetInformation().nbPacketsDecoded, recording.index->NbPackets());
+}
+
+TEST(DecodeLane, AJumpToTheEndOfAGroupDoesNotWaitForTheNextOne) {
+    Recording recording(Clips::ClosedGroups());
+    const auto lane = recording.Lane(1);
+    const PictureGroup& group = recording.index->Group(0);
+    recording.ExpectSameInARun(*lane, {group.EndPicture() - 1});
+    EXPECT_EQ(lane->GetInformation().nbPacketsDecoded, group.nbPackets);
+    EXPECT_EQ(lane->GetInformation().goesOnTo, std::nullopt);
+}
+
+TEST(DecodeLane, WhatARunPassesOverAtAGroupsEndIsStored) {
+    Recording recording(Clips::ClosedGroups());
+    const auto lane = recording.Lane(4);
+    const PictureGroup& group = recording.index->Group(0);
+    const std::size_t end = group.EndPicture();
+    recording.ExpectSameInARun(*lane, Support::Forward(end - 1));
+    ASSERT_EQ(lane->GetInformation().goesOnTo, 1U);
+    // Another worker was quicker with the picture after the last one.
+    recording.ExpectSameInARun(*lane, {end});
+    const auto nbDecoded = lane->GetInformation().nbPacketsDecoded;
+    recording.ExpectSameInARun(*lane, {end - 1});
+    EXPECT_EQ(lane->GetInformation().nbPacketsDecoded, nbDecoded);
+}
+
+TEST(DecodeLane, AfterAnErrorEachGroupIsBegunAnew) {
+    Recording recording(Clips::Damaged());
+    const auto lane = recording.Lane(1);
+    const std::size_t nb = recording.index->NbPictures();
+    recording.ExpectSameInARun(*lane, Support::Forward(nb));
+    ASSERT_GT(lane->GetInformation().nbErrors, 0U);
+    const auto nbGoneOn = lane->GetInformation().nbGoneOn;
+    recording.ExpectSameInARun(*lane, Support::Forward(nb));
+    EXPECT_EQ(lane->GetInformation().nbGoneOn, nbGoneOn);
+}
+
+/// The group with each key frame telling the decoder to drop what it has not put out: in HEVC the second bit after the
+/// two bytes in front of a slice.
+std::shared_ptr<const PacketGroup> DropsWhatIsBefore(const PacketGroup& group) {
+    const PictureGroup& layout = group.Layout();
+    std::vector<PacketGroup::SharedPacket> packets;
+    for (auto number = layout.firstPacket; number < layout.EndPacket(); ++number) {
+        auto packet = std::shared_ptr<AVPacket>(av_packet_clone(group.Packet(number).get()),
+                                                [](AVPacket* made) { av_packet_free(&made); });
+        av_packet_make_writable(packet.get());
+        constexpr std::ptrdiff_t kLength = 4;
+        for (std::ptrdiff_t at = 0; at + kLength + 2 < packet->size;) {
+            std::uint8_t* unit = packet->data + at;
+            const int type = (unit[kLength] >> 1) & 0x3f;
+            constexpr int kFirstKey = 16;
+            constexpr int kLastKey = 23;
+            if (type >= kFirstKey && type <= kLastKey) {
+                unit[kLength + 2] |= 0x40;
+            }
+            at += kLength + ((std::ptrdiff_t{unit[0]} << 24) | (unit[1] << 16) | (unit[2] << 8) | unit[3]);
+        }
+        packets.push_back(std::move(packet));
+    }
+    return std::make_shared<const PacketGroup>(group.Index(), group.Number(), std::move(packets));
+}
+
+TEST(DecodeLane, NothingIsLostWhereKeyFramesDropWhatIsBefore) {
+    if (!Clips::HasEncoder("libx265")) {
+        GTEST_SKIP() << "the ffmpeg program has no encoder libx265";
+    }
+    Recording recording(Clips::HevcClosedGroups());
+    ASSERT_GT(recording.index->NbGroups(), 2U);
+    const auto lane = recording.Lane(1);
+    GroupReader reader(recording.index);
+    std::vector<std::shared_ptr<const PacketGroup>> groups;
+    for (std::size_t group = 0; group < recording.index->NbGroups(); ++group) {
+        groups.push_back(DropsWhatIsBefore(*reader.Read(group)));
+    }
+    groups.push_back(nullptr);
+    for (std::size_t number = 0; number < recording.index->NbPictures(); ++number) {
+        const std::size_t group = recording.index->Picture(number).group;
+        DecodeManner manner;
+        manner.following = groups.at(group + 1);
+        const auto picture = lane->Decode(*groups.at(group), number, manner);
+        ASSERT_NE(picture, nullptr) << "picture " << number;
+        EXPECT_EQ(picture->Md5(), recording.oracle.md5[number]) << "picture " << number;
+    }
+    EXPECT_EQ(lane->GetInformation().nbGoneOn, 0U);
 }
 
 TEST(DecodeLane, BackwardEachPacketOfARunIsDecodedOnceWhenTheGroupHasRoom) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -35,6 +36,9 @@ using Time::TimePoint;
 
 const TrackId kTrack(StorageId("local", 0), 1);
 const TrackId kOther(StorageId("local", 0), 2);
+
+/// Room for more pictures than a clip has.
+constexpr std::size_t kPlenty = std::size_t{1} << 30U;
 
 TimePoint Ms(std::int64_t milliseconds) {
     return TimePoint().FromMilliseconds(milliseconds);
@@ -184,6 +188,35 @@ TEST(MediaDecoder, OrdersThatChangePlacesAtABoundaryDecodeNoGroupAgain) {
         EXPECT_NE(Decode(decoder, OrderFor(*source.Sample(number))), nullptr);
     }
     EXPECT_EQ(decoder.GetInformation(kTrack).nbPasses, 2u);
+}
+
+TEST(MediaDecoder, PlayedForwardTheDecoderGoesOnFromGroupToGroup) {
+    Source source(Clips::ClosedGroups());
+    MediaDecoder decoder;
+    decoder.AddTrack(kTrack, source.index, Lanes(2, 1));
+    decoder.SetPlace(kTrack, PlayPlace());
+    const std::size_t nb = source.index->NbPictures();
+    for (std::size_t number = 0; number < nb; ++number) {
+        // The next group is read ahead.
+        static_cast<void>(source.Sample(std::min(number + source.index->Group(0).nbPictures, nb - 1)));
+        EXPECT_NE(Decode(decoder, OrderFor(*source.Sample(number))), nullptr);
+    }
+    EXPECT_EQ(decoder.GetInformation(kTrack).nbGoneOn, source.index->NbGroups() - 1);
+    EXPECT_EQ(decoder.GetInformation(kTrack).nbPacketsDecoded, source.index->NbPackets());
+}
+
+TEST(MediaDecoder, OrdersThatChangePlacesAtABoundaryOfARunDecodeNoGroupAgain) {
+    Source source(Clips::ClosedGroups());
+    MediaDecoder decoder;
+    decoder.AddTrack(kTrack, source.index, Lanes(2, kPlenty));
+    decoder.SetPlace(kTrack, PlayPlace());
+    ASSERT_EQ(source.index->Group(0).EndPicture(), 12U);
+    const auto next = source.Sample(12);
+    for (const std::size_t number : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 9u, 10u, 12u, 11u, 13u, 14u}) {
+        EXPECT_NE(Decode(decoder, OrderFor(*source.Sample(number))), nullptr);
+    }
+    EXPECT_EQ(decoder.GetInformation(kTrack).nbPasses, 2u);
+    EXPECT_EQ(decoder.GetInformation(kTrack).nbGoneOn, 1u);
 }
 
 TEST(MediaDecoder, ForwardThroughManyGroupsEachIsBegunOnce) {

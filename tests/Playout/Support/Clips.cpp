@@ -333,11 +333,24 @@ std::string CutTransport() {
                    [](const std::string& bytes) { return bytes.substr(std::size_t{188} * 60); });
 }
 
+namespace {
+
+std::string Hevc(const std::string& name, bool openGroups) {
+    return Encoded(name, Pattern("2.4") +
+                             "-pix_fmt yuv420p -c:v libx265 -preset ultrafast -x265-params "
+                             "keyint=12:bframes=3:b-adapt=0:scenecut=0:pools=none:"
+                             "frame-threads=1:log-level=error:open-gop=" +
+                             (openGroups ? "1" : "0"));
+}
+
+}  // namespace
+
 std::string HevcOpenGroups() {
-    return Encoded("hevc.mp4", Pattern("2.4") +
-                                   "-pix_fmt yuv420p -c:v libx265 -preset ultrafast -x265-params "
-                                   "keyint=12:bframes=3:b-adapt=0:open-gop=1:scenecut=0:"
-                                   "pools=none:frame-threads=1:log-level=error");
+    return Hevc("hevc.mp4", true);
+}
+
+std::string HevcClosedGroups() {
+    return Hevc("hevc-closed.mp4", false);
 }
 
 std::string MotionJpeg() {

@@ -63,11 +63,12 @@ std::string Mpeg2Interlaced();  ///< MPEG-2 with two B-frames, interlaced, open 
 std::string Mpeg2Program();     ///< The same in a program stream, where some packets have no stamps.
 std::string CutTransport();     ///< Mpeg2Interlaced without its first key frame.
 std::string HevcOpenGroups();   ///< HEVC with open groups, in MP4.
-std::string MotionJpeg();       ///< Intra only, in QuickTime.
-std::string ProRes();           ///< Intra only, 10 bits, in QuickTime.
-std::string Vp9();              ///< In WebM, 30000/1001 per second; call HasEncoder("libvpx-vp9") before.
-std::string BareH264();         ///< ClosedGroups without container: no time stamps at all.
-std::string OldAvi();           ///< ClosedGroups in AVI: decoding stamps only.
+std::string HevcClosedGroups();  ///< The same with groups that stand alone.
+std::string MotionJpeg();        ///< Intra only, in QuickTime.
+std::string ProRes();            ///< Intra only, 10 bits, in QuickTime.
+std::string Vp9();               ///< In WebM, 30000/1001 per second; call HasEncoder("libvpx-vp9") before.
+std::string BareH264();          ///< ClosedGroups without container: no time stamps at all.
+std::string OldAvi();            ///< ClosedGroups in AVI: decoding stamps only.
 
 // Not recordings.
 std::string Empty();      ///< No bytes.
