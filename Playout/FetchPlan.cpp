@@ -12,6 +12,15 @@ using Player::Cache;
 using Player::SampleRate;
 using Time::TimePoint;
 
+namespace {
+
+/// A planner divides its number between the two sides of a play head that stands.
+constexpr std::size_t BothSides(std::size_t nbEach) {
+    return 2 * nbEach;
+}
+
+}  // namespace
+
 FetchPlan::FetchPlan(const StreamHead& head, Cache& compressed, Cache& decoded, SampleOrders& orders)
     : head_(head), compressed_(compressed), decoded_(decoded), orders_(orders) {
     compressedPlanner_.SetCache(&compressed_);
@@ -26,19 +35,14 @@ void FetchPlan::Configure(const Player::Stream::StreamParameters& parameters) {
         planner->SetDisplayRate(parameters.displayRate_);
         planner->SetTrackId(parameters.trackId_);
     }
-    compressedPlanner_.SetNumberPreloads(parameters.nbPreloading_);
-    decodedPlanner_.SetNumberPreloads(parameters.nbDecoding_);
 }
 
 void FetchPlan::SetWindow(const StreamWindow& window) {
     window_ = window;
-    compressedPlanner_.SetNumberPreloads(window_.nbCompressedAhead);
-    decodedPlanner_.SetNumberPreloads(NbAhead());
 }
 
 void FetchPlan::SetNbCompressedAhead(std::size_t nb) {
     window_.nbCompressedAhead = nb;
-    compressedPlanner_.SetNumberPreloads(nb);
 }
 
 void FetchPlan::Read(const TimePoint& tp) {
@@ -59,6 +63,8 @@ void FetchPlan::AskForNeeded() {
 }
 
 void FetchPlan::AskForCompressed() {
+    const std::size_t nb = window_.nbCompressedAhead;
+    compressedPlanner_.SetNumberPreloads(head_.Stands() ? std::max(nb, BothSides(NbAhead())) : nb);
     compressedPlanner_.Update(head_.Player());
     for (TimePoint tp; compressedPlanner_.Get(tp);) {
         Read(tp);
@@ -68,6 +74,7 @@ void FetchPlan::AskForCompressed() {
 void FetchPlan::AskForDecoded(Extent extent) {
     rests_ = extent == Extent::AheadAndBehind && Rests();
     if (!rests_) {
+        decodedPlanner_.SetNumberPreloads(head_.Stands() ? BothSides(NbAhead()) : NbAhead());
         decodedPlanner_.Update(head_.Player());
         for (TimePoint tp; decodedPlanner_.Get(tp);) {
             Decode(tp);

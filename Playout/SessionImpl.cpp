@@ -314,7 +314,9 @@ void Session::Impl::SetSpeed(const Time::Ratio& speed) {
     for (const auto& track : tracks_) {
         track->Stream().SetDragged(false);
     }
-    const bool turns = SignOf(oldSpeed) != SignOf(speed);
+    // Where playing stops, what lies ahead and has been asked for is next to the play head all the same.
+    const bool stops = speed == Time::Ratio();
+    const bool turns = !stops && SignOf(oldSpeed) != SignOf(speed);
     if (turns || oldRates != FetchRates()) {
         WithdrawAll();
     }

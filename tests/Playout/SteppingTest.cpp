@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
@@ -7,6 +8,7 @@
 #include <future>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "Playout/RecordingIndex.h"
 #include "Playout/Session.h"
@@ -111,6 +113,40 @@ TEST_F(StepsBesideASlowGroup, FarAwayNothingOfItMattersAnyMore) {
     LetGo();
     LookUntil([this] { return ShownNumber() == 0U && session_.GetInformation(0).nbPending == 0; });
     EXPECT_GT(session_.GetInformation(0).reading.nbAbandonedReads, 0U);
+}
+
+TEST_F(StepsBesideASlowGroup, ToStopWithdrawsNothing) {
+    session_.SetSpeed(Ratio(-1, 1));
+    report_ = session_.Tick(TimePoint());
+    const TrackInformation before = session_.GetInformation(0);
+    ASSERT_GT(before.nbPending, 0U);
+    session_.SetSpeed(Ratio());
+    EXPECT_EQ(session_.GetInformation(0).nbWithdrawn, before.nbWithdrawn);
+    EXPECT_EQ(session_.GetInformation(0).nbPending, before.nbPending);
+}
+
+TEST(Stepping, AStillPlayHeadHasHalfASecondReadyOnEitherSide) {
+    const auto recording = RecordingIndex::Build(Support::Clips::LongGroups());
+    Session session({recording});
+    session.SetSpeed(Ratio());
+    const std::int64_t stand = 50;
+    session.GoTo(recording->SampleStart(stand) + recording->SampleStart(1) / 2);
+    constexpr std::int64_t kEach = 12;
+    const CellRange around{recording->SampleStart(stand - kEach), recording->SampleStart(stand + kEach + 1),
+                           2 * kEach + 1};
+    const auto nbReady = [&] {
+        const std::vector<CellState> cells = session.CellStates(0, around);
+        return std::count(cells.begin(), cells.end(), CellState::Ready) +
+               std::count(cells.begin(), cells.end(), CellState::Protected);
+    };
+    const auto deadline = std::chrono::steady_clock::now() + kDeadline;
+    session.Tick(TimePoint());
+    while (nbReady() < 2 * kEach + 1 && session.GetInformation(0).nbPending > 0) {
+        ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+        session.WaitForProgress(20ms);
+        session.Tick(TimePoint());
+    }
+    EXPECT_EQ(nbReady(), 2 * kEach + 1);
 }
 
 TEST(Stepping, OntoAPictureThatCouldNotBeHadAsksForItAgain) {
