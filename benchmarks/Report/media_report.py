@@ -34,8 +34,9 @@ def by_case(bench):
 
 
 def merged(runs):
-    """One result of those that a case had in several turns: rates and processor time vary with the machine, so the
-    median stands for them; everything else is what it was at its worst. A turn that failed fails the case."""
+    """One result of those that a case had in several turns: what is held against the plain program varies with the
+    machine, so the median stands for it; everything else is what it was at its worst. A turn that failed fails the
+    case."""
     failed = [run for run in runs if "figures" not in run]
     if failed or not runs:
         return failed[0] if failed else {}
@@ -44,7 +45,7 @@ def merged(runs):
         values = [run["figures"].get(name) for run in runs]
         if None in values:
             return None
-        if name in ("picturesPerSecond", "cpuMsPerPicture"):
+        if name in ("picturesPerSecond", "cpuMsPerPicture", "p50Ms", "p95Ms"):
             return statistics.median(values)
         return min(values) if name in ("rightPercent", "hasBarCode") else max(values)
 
@@ -56,12 +57,14 @@ class Clip:
 
     def __init__(self, name, straight, bench, turns=()):
         self.name = name
-        self.straight = straight or {"cases": []}
+        plain_runs = ([straight] if straight else []) + [plain for plain, _ in turns]
+        # What is known of the recording, whatever was run on it.
+        self.recording = plain_runs[0] if plain_runs else {}
         self.results = by_case(bench)
         runs = [by_case(ours) for _, ours in turns]
         self.in_turn = {case: merged([run[case] for run in runs if case in run])
                         for case in {case for run in runs for case in run}}
-        self.plain_runs = self.straight["cases"] + [entry for plain, _ in turns for entry in plain["cases"]]
+        self.plain_cases = [entry for plain in plain_runs for entry in plain["cases"]]
 
     def figures(self, case, in_turn=False):
         """Nothing for a case that failed or was not run."""
@@ -73,7 +76,7 @@ class Clip:
     def by_threads(self, case, figure):
         """The median over all turns, for each number of threads."""
         values = {}
-        for entry in self.plain_runs:
+        for entry in self.plain_cases:
             if entry["case"] == case and figure in entry:
                 values.setdefault(entry["threads"], []).append(entry[figure])
         return {threads: statistics.median(each) for threads, each in values.items()}
@@ -278,8 +281,8 @@ def jump_rows(clip):
                figures["wrong"] == 0)
         return beside, ours, met
 
-    return [judged(clip, "jump", "random jump", "below the floor, as pictures are skipped", jump),
-            judged(clip, "drag", "dragging", "gap 100 ms, stop the floor + 20 ms", drag)]
+    return [judged(clip, "jump", "random jump", "below the floor, as pictures are skipped", jump, in_turn=True),
+            judged(clip, "drag", "dragging", "gap 100 ms, stop the floor + 20 ms", drag, in_turn=True)]
 
 
 def track_rows(clip):
@@ -309,8 +312,8 @@ def cost_rows(clip):
     # That of the number of threads that makes the ceiling.
     rates = clip.by_threads("straight", "picturesPerSecond")
     processor = clip.by_threads("straight", "cpuMsPerPicture")[max(rates, key=rates.get)] if rates else None
-    pictures = clip.straight.get("pictures", 0)
-    own = clip.straight["packetBytes"] / pictures if pictures else None
+    pictures = clip.recording.get("pictures", 0)
+    own = clip.recording["packetBytes"] / pictures if pictures else None
 
     def memory(figures):
         most = 2 * figures["groupMiB"] + OVERHEAD_MIB + PROCESS_MIB

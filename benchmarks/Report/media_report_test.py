@@ -169,15 +169,17 @@ class Verdicts(unittest.TestCase):
         self.assertEqual(rows["first picture after starting in reverse"]["verdict"], media_report.MISSED)
 
     def test_missing_floor_is_missed(self):
-        clip = media_report.Clip("clip.mp4", {"cases": []}, bench())
+        clip = media_report.Clip("clip.mp4", {"cases": []}, None, [({"cases": []}, bench())])
         self.assertEqual({row["verdict"] for row in media_report.jump_rows(clip)}, {media_report.MISSED})
+        beside_plain = [row for row in media_report.cost_rows(clip) if not row["case"].startswith("memory")]
+        self.assertEqual({row["verdict"] for row in beside_plain}, {media_report.MISSED})
 
 
 class Turns(unittest.TestCase):
     def rows_of(self, ceilings, runs):
         turns = [(json.loads(json.dumps(STRAIGHT).replace("200,", f"{ceiling},", 1)), run)
                  for ceiling, run in zip(ceilings, runs)]
-        clip = media_report.Clip("clip.mp4", {"cases": [], "pictures": 500, "packetBytes": 1}, None, turns)
+        clip = media_report.Clip("clip.mp4", None, None, turns)
         return {row["case"]: row for row in media_report.fast_rows(clip) + media_report.cost_rows(clip)}
 
     def test_median_stands_for_rates_and_processor_time(self):
