@@ -51,6 +51,7 @@ public:
     std::shared_ptr<const Picture> Decode(const PacketGroup& group, std::size_t picture,
                                           const DecodeManner& manner);
     void Reset();
+    void ForgetPlace() { standing_.reset(); }
     Information GetInformation() const;
 
 private:
@@ -114,9 +115,16 @@ std::shared_ptr<const Picture> DecodeLane::Impl::Decode(const PacketGroup& group
                standing_->WasLeftOut(index_->Picture(picture).packet)) {
         BeginPass(group);
     }
+    if (standing_->latest && picture > *standing_->latest + kRun) {
+        // A jump, even if the decoder can go on to it.
+        standing_->nbAnswered = 0;
+    }
     auto decoded = GoOnTo(group, picture, manner);
     if (decoded == nullptr && standing_->overran) {
         dropsAtKeys_ = true;
+        // What is known of the group was found out while pictures were being dropped.
+        standing_->came.assign(group.Layout().nbPictures, false);
+        standing_->decided = 0;
         BeginPass(group);
         decoded = GoOnTo(group, picture, manner);
     }
@@ -349,7 +357,13 @@ DecodeLane::~DecodeLane() = default;
 
 std::shared_ptr<const Picture> DecodeLane::Decode(const PacketGroup& group, std::size_t picture,
                                                   const DecodeManner& manner) {
-    return impl_->Decode(group, picture, manner);
+    try {
+        return impl_->Decode(group, picture, manner);
+    } catch (...) {
+        // A packet may have been lost on its way into the decoder: what follows would lack it.
+        impl_->ForgetPlace();
+        throw;
+    }
 }
 
 void DecodeLane::Reset() {

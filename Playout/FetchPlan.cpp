@@ -28,7 +28,8 @@ FetchPlan::FetchPlan(const StreamHead& head, Cache& compressed, Cache& decoded, 
 }
 
 void FetchPlan::Configure(const Player::Stream::StreamParameters& parameters) {
-    window_.nbCompressedAhead = parameters.nbPreloading_;
+    SetNbCompressedAhead(parameters.nbPreloading_);
+    nbToDecode_ = parameters.nbDecoding_;
     compressedPlanner_.SetSampleRate(head_.Recording().Rate());
     decodedPlanner_.SetSampleRate(head_.Fields().Rate());
     for (Player::PreloadTimePointGenerator* planner : {&compressedPlanner_, &decodedPlanner_}) {
@@ -39,10 +40,13 @@ void FetchPlan::Configure(const Player::Stream::StreamParameters& parameters) {
 
 void FetchPlan::SetWindow(const StreamWindow& window) {
     window_ = window;
+    nbToRead_ = window_.nbCompressedAhead;
+    nbToDecode_ = NbAhead();
 }
 
 void FetchPlan::SetNbCompressedAhead(std::size_t nb) {
     window_.nbCompressedAhead = nb;
+    nbToRead_ = nb;
 }
 
 void FetchPlan::Read(const TimePoint& tp) {
@@ -63,8 +67,10 @@ void FetchPlan::AskForNeeded() {
 }
 
 void FetchPlan::AskForCompressed() {
-    const std::size_t nb = window_.nbCompressedAhead;
-    compressedPlanner_.SetNumberPreloads(head_.Stands() ? std::max(nb, BothSides(NbAhead())) : nb);
+    // Around a still play head, at least what is to be decoded.
+    const bool isWider = head_.Stands() && nbToRead_ > 0;
+    compressedPlanner_.SetNumberPreloads(isWider ? std::max(nbToRead_, BothSides(window_.nbDecodedAhead))
+                                                 : nbToRead_);
     compressedPlanner_.Update(head_.Player());
     for (TimePoint tp; compressedPlanner_.Get(tp);) {
         Read(tp);
@@ -74,7 +80,7 @@ void FetchPlan::AskForCompressed() {
 void FetchPlan::AskForDecoded(Extent extent) {
     rests_ = extent == Extent::AheadAndBehind && Rests();
     if (!rests_) {
-        decodedPlanner_.SetNumberPreloads(head_.Stands() ? BothSides(NbAhead()) : NbAhead());
+        decodedPlanner_.SetNumberPreloads(head_.Stands() ? BothSides(nbToDecode_) : nbToDecode_);
         decodedPlanner_.Update(head_.Player());
         for (TimePoint tp; decodedPlanner_.Get(tp);) {
             Decode(tp);
@@ -87,7 +93,7 @@ void FetchPlan::AskForDecoded(Extent extent) {
 
 /// Decoding one picture at every tick takes a fifth more of the processor than decoding as many in a row: each time,
 /// threads are woken whose caches have gone cold. Backward a group is decoded in one go anyway, and early enough.
-bool FetchPlan::Rests() const {
+bool FetchPlan::Rests() {
     constexpr std::size_t kFewestToRestOn = 12;
     const std::size_t nb = NbAhead();
     return nb >= kFewestToRestOn && head_.Speed().Positive() && HasAhead(rests_ ? nb - nb / 3 : nb - nb / 12);
@@ -122,7 +128,7 @@ bool FetchPlan::IsDecodedSoon(const TimePoint& tp) const {
            recording.Group(recording.Picture(*picture).group).nbPictures <= 2 * window_.nbDecodedAhead;
 }
 
-bool FetchPlan::HasAhead(std::size_t nb) const {
+bool FetchPlan::HasAhead(std::size_t nb) {
     if (!head_.IsLinked() || head_.Stands()) {
         return true;
     }

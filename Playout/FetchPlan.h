@@ -14,8 +14,8 @@ namespace Tavrin::Playout {
 
 /// How far a stream looks around the play head, in samples of the rate that is fetched at the current speed.
 struct StreamWindow {
-    std::size_t nbDecodedAhead = 16;
-    std::size_t nbDecodedBehind = 8;
+    std::size_t nbDecodedAhead = 16;  ///< On either side of a play head that stands.
+    std::size_t nbDecodedBehind = 8;  ///< While it moves.
     std::size_t nbCompressedAhead = 40;
     std::chrono::milliseconds retryAfter{1000};  ///< Before a picture that cannot be had is asked for again.
 };
@@ -23,6 +23,8 @@ struct StreamWindow {
 /// What a stream asks for around the play head, in what order, and what it drops.
 ///
 ///     [behind: last] [under the play head: first] [ahead: nearest first ...]
+///
+/// Asking and evicting need a play head that is linked.
 ///
 /// *Threads:* bound to the stream's thread. *Blocking:* never. *Ownership:* borrows all it is given; owns the engine's
 /// two planners. *Errors:* none.
@@ -51,8 +53,9 @@ public:
     void AskForDecoded(Extent extent);
 
     /// Whether the next `nb` samples that are to be shown after the one at the play head need not be waited for: they
-    /// are decoded, cannot be had or lie beyond the recording, or nothing follows since the play head stands.
-    [[nodiscard]] bool HasAhead(std::size_t nb) const;
+    /// are decoded, cannot be had or lie beyond the recording, or nothing follows since the play head stands, or is not
+    /// linked.
+    [[nodiscard]] bool HasAhead(std::size_t nb);
 
 private:
     void AskForBehind();
@@ -60,7 +63,7 @@ private:
     void Decode(const Time::TimePoint& tp);
     [[nodiscard]] std::size_t NbAhead() const { return head_.NbOfSamples(window_.nbDecodedAhead); }
     [[nodiscard]] bool IsDecodedSoon(const Time::TimePoint& tp) const;
-    [[nodiscard]] bool Rests() const;
+    [[nodiscard]] bool Rests();
     [[nodiscard]] std::size_t EvictFrom(Player::Cache& cache, const Player::SampleRate& rate,
                                         std::size_t nbAhead, std::size_t nbBehind) const;
 
@@ -69,6 +72,9 @@ private:
     Player::Cache& decoded_;
     SampleOrders& orders_;
     StreamWindow window_;
+    // What the planners are told, in samples.
+    std::size_t nbToRead_ = 0;
+    std::size_t nbToDecode_ = 0;
     Player::PreloadTimePointGenerator compressedPlanner_;
     Player::PreloadTimePointGenerator decodedPlanner_;
     bool rests_ = false;  ///< Enough is decoded for a while.

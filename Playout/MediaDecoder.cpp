@@ -194,7 +194,7 @@ private:
 
         void Enter(std::size_t wanted) {
             if (!IsIn(wanted)) {
-                goneOnFrom = GoesOnTo() == wanted ? group : std::nullopt;
+                goneOnFrom = GoesOnTo(wanted) ? group : std::nullopt;
                 group = wanted;
             }
         }
@@ -205,9 +205,11 @@ private:
         /// As of the latest decode: whoever asks must not wait for the one in progress.
         mutable std::mutex publishedMutex;
         DecodeLane::Information published;
-        std::optional<std::size_t> GoesOnTo() const {
+        /// As of the latest decode; the track's mutex is held, and this one's only inside of it.
+        bool GoesOnTo(std::size_t wanted) const {
             const std::scoped_lock lock(publishedMutex);
-            return published.goesOnTo;
+            // Sent elsewhere meanwhile, it begins anew.
+            return published.goesOnTo == wanted && group && *group + 1 == wanted;
         }
 
         // The track's mutex guards these.
@@ -307,7 +309,7 @@ private:
     /// longest unused.
     Place& Choose(std::size_t group) {
         const auto rank = [&](const std::unique_ptr<Place>& place) {
-            return std::tuple(!place->IsIn(group), place->GoesOnTo() != group, place->nbVisitors > 0,
+            return std::tuple(!place->IsIn(group), !place->GoesOnTo(group), place->nbVisitors > 0,
                               place->lastVisit);
         };
         return **std::min_element(places_.begin(), places_.end(), [&](const auto& left, const auto& right) {

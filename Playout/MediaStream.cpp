@@ -232,7 +232,7 @@ bool MediaStream::CurrentIsMissing() {
     return IsLinked() && Exists(head_.Now()) && Find(&sample) == Cache::Missing;
 }
 
-bool MediaStream::HasAhead(std::size_t nb) const {
+bool MediaStream::HasAhead(std::size_t nb) {
     return plan_.HasAhead(nb);
 }
 
@@ -322,8 +322,12 @@ void MediaStream::WithdrawPassed() {
 
 void MediaStream::Withdraw() {
     orders_.Withdraw();
-    ForgetMissing();
     hasJumped_ = true;
+    TryMissingAgain();
+}
+
+void MediaStream::TryMissingAgain() {
+    ForgetMissing();
     retryDelay_ = plan_.Window().retryAfter;
     nextRetry_ = clock_() + retryDelay_;
 }

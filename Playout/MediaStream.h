@@ -100,6 +100,9 @@ public:
     /// which `Plan` orders what matters then.
     void Withdraw();
 
+    /// Forgets what could not be had, so that `Plan` asks for it again at once.
+    void TryMissingAgain();
+
     /// Takes out and answers only the orders for what the play head has left behind: for a track that the
     /// others do not wait for, whose workers would otherwise be busy with what nobody sees any more.
     void WithdrawPassed();
@@ -125,7 +128,7 @@ public:
 
     /// Whether the next `nb` samples that are to be shown after the one at the play head need not be waited for: they
     /// are decoded, cannot be had or lie beyond the recording, or nothing follows since the play head stands.
-    [[nodiscard]] bool HasAhead(std::size_t nb) const;
+    [[nodiscard]] bool HasAhead(std::size_t nb);
 
     /// What the picture at the play head waits for; None whenever `IsReady`.
     [[nodiscard]] Playout::WaitCause WaitCause();

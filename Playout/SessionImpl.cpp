@@ -319,6 +319,10 @@ void Session::Impl::SetSpeed(const Time::Ratio& speed) {
     const bool turns = !stops && SignOf(oldSpeed) != SignOf(speed);
     if (turns || oldRates != FetchRates()) {
         WithdrawAll();
+    } else if (stops) {
+        for (const auto& track : tracks_) {
+            track->Stream().TryMissingAgain();
+        }
     }
 }
 

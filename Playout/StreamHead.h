@@ -14,7 +14,7 @@ namespace Tavrin::Playout {
 
 /// The play head as one stream sees it: where it is, which samples are fetched there, and what exists around it.
 ///
-/// *Threads:* externally synchronised. *Ownership:* shares the recording, borrows the player it is linked to. What asks
+/// *Threads:* externally synchronised. *Blocking:* never. *Ownership:* shares the recording, borrows the player it is linked to. What asks
 /// where the play head is needs a link. *Errors:* none.
 class StreamHead final {
 public:

@@ -84,8 +84,11 @@ StreamWindow PlanWindow(const RecordingIndex& recording, const SampleRate& displ
         isInTime ? window.nbDecodedBehind + 1 + NbPassing(enoughTime, rate, speed) : 0;
     const std::size_t nbForGroup = isForward ? 0 : NbOfGroup(group, nbFitting, nbMeanwhile);
     const std::size_t nbForAhead = nbFitting - std::min(nbFitting, window.nbDecodedBehind + nbForGroup + 1);
-    const std::size_t nbAhead = std::min(NbPassing(options.ahead, rate, passing), nbForAhead);
-    window.nbDecodedAhead = std::max(std::min(nbAhead, nbOfPackets), kFewestAhead);
+    const std::size_t nbAround = nbFitting - std::min(nbFitting, nbForGroup + 1);
+    const std::size_t nbAhead =
+        std::min(NbPassing(options.ahead, rate, passing), isStill ? nbAround / 2 : nbForAhead);
+    window.nbDecodedAhead =
+        std::max(std::min(nbAhead, nbOfPackets), isStill ? kFewestAhead / 2 : kFewestAhead);
     window.nbCompressedAhead =
         std::clamp(nbOfPackets, window.nbDecodedAhead, window.nbDecodedAhead + kCompressedBeyondDecoded);
     window.retryAfter = options.retryAfter;

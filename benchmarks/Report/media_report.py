@@ -23,6 +23,9 @@ OVERHEAD_MIB = 32
 # The process itself, the program and the libraries, before a recording is played.
 PROCESS_MIB = 28
 
+# The most that a track's budget is, when nobody says otherwise (docs/playback.md).
+MOST_USUAL_MIB = 768
+
 # By which the speed that the player says it holds may differ from that at which pictures came on show.
 SPEED_TOLERANCE = 0.05
 
@@ -33,23 +36,23 @@ def by_case(bench):
     return {result["case"]: result for result in (bench or {"results": []})["results"]}
 
 
+# What stands for several turns: of what varies with the machine the median, of the rest what is worst. Figures that no
+# row asks for in turns are left out.
+OF_TURNS = {
+    **dict.fromkeys(("picturesPerSecond", "cpuMsPerPicture", "p50Ms", "p95Ms"), statistics.median),
+    **dict.fromkeys(("rightPercent", "hasBarCode", "atBeginMiB", "budgetMiB", "groupMiB"), min),
+    **dict.fromkeys(("unreadPictures", "peakMiB", "bytesReadPerPicture", "gapMs", "wrong"), max),
+}
+
+
 def merged(runs):
-    """One result of those that a case had in several turns: what is held against the plain program varies with the
-    machine, so the median stands for it; everything else is what it was at its worst. A turn that failed fails the
-    case."""
+    """One result of those that a case had in all turns. A turn that failed, or is not there, fails the case."""
     failed = [run for run in runs if "figures" not in run]
-    if failed or not runs:
-        return failed[0] if failed else {}
-
-    def one(name):
-        values = [run["figures"].get(name) for run in runs]
-        if None in values:
-            return None
-        if name in ("picturesPerSecond", "cpuMsPerPicture", "p50Ms", "p95Ms"):
-            return statistics.median(values)
-        return min(values) if name in ("rightPercent", "hasBarCode") else max(values)
-
-    return {"figures": {name: one(name) for name in runs[0]["figures"]}}
+    if failed:
+        return failed[0]
+    figures = [run["figures"] for run in runs]
+    return {"figures": {name: of([each[name] for each in figures]) for name, of in OF_TURNS.items()
+                        if all(name in each for each in figures)}}
 
 
 class Clip:
@@ -62,9 +65,9 @@ class Clip:
         self.recording = plain_runs[0] if plain_runs else {}
         self.results = by_case(bench)
         runs = [by_case(ours) for _, ours in turns]
-        self.in_turn = {case: merged([run[case] for run in runs if case in run])
+        self.in_turn = {case: merged([run.get(case, {}) for run in runs])
                         for case in {case for run in runs for case in run}}
-        self.plain_cases = [entry for plain in plain_runs for entry in plain["cases"]]
+        self.plain_runs = [plain["cases"] for plain in plain_runs]
 
     def figures(self, case, in_turn=False):
         """Nothing for a case that failed or was not run."""
@@ -73,18 +76,17 @@ class Clip:
     def why_not(self, case, in_turn=False):
         return (self.in_turn if in_turn else self.results).get(case, {}).get("error", "not measured")
 
-    def by_threads(self, case, figure):
-        """The median over all turns, for each number of threads."""
-        values = {}
-        for entry in self.plain_cases:
-            if entry["case"] == case and figure in entry:
-                values.setdefault(entry["threads"], []).append(entry[figure])
-        return {threads: statistics.median(each) for threads, each in values.items()}
-
     def plain(self, case, figure, best):
-        """The best figure over all numbers of threads."""
-        values = self.by_threads(case, figure).values()
-        return best(values) if values else None
+        """The median over all turns of the best figure over all numbers of threads."""
+        def value(entry):
+            return entry[figure]
+        return self.plain_where(case, figure, lambda entries: best(entries, key=value))
+
+    def plain_where(self, case, figure, choose):
+        """The median over all turns of a figure, of the number of threads that is chosen in each."""
+        runs = [[entry for entry in run if entry["case"] == case and figure in entry] for run in self.plain_runs]
+        values = [choose(entries)[figure] for entries in runs if entries]
+        return statistics.median(values) if values else None
 
 
 def row(clip, case, beside, ours, required, verdict):
@@ -182,6 +184,15 @@ def speed_of(case):
     return int(numerator) / int(denominator or 1)
 
 
+def decodes_per_picture(case, figures):
+    """What the ceiling has to allow for each picture shown. Backward, a group that does not fit the budget is decoded in
+    parts: one is shown while the next one is made, and each takes a pass from the key frame on."""
+    group = figures.get("groupMiB", 0)
+    if speed_of(case) > 0 or group <= MOST_USUAL_MIB:
+        return 1
+    return (group / (MOST_USUAL_MIB / 2) + 1) / 2
+
+
 def play_rows(clip):
     ceiling = clip.plain("straight", "picturesPerSecond", max)
 
@@ -194,10 +205,13 @@ def play_rows(clip):
     for case in FORWARD + BACKWARD:
         made = judged(clip, case, f"speed {case[5:]}", "100 % right, no stand above 1.25 ticks + 10 ms", in_time)
         figures = clip.figures(case)
-        needed = None if figures is None or why_unread(figures) else 2 * abs(speed_of(case)) * 1000 / figures["tickMs"]
-        if ceiling is not None and needed is not None and ceiling < needed:
-            made["beside"] = f"{ceiling:.0f} /s, less than twice what is needed"
-            made["verdict"] = APART
+        if ceiling is not None and figures is not None and not why_unread(figures):
+            again = decodes_per_picture(case, figures)
+            needed = again * abs(speed_of(case)) * 1000 / figures["tickMs"]
+            if ceiling < 2 * needed:
+                passes = "" if again == 1 else f" ({again:.1f} decodes a picture, as a group does not fit)"
+                made["beside"] = f"{ceiling:.0f} /s, less than twice the {needed:.0f} needed{passes}"
+                made["verdict"] = APART
         rows.append(made)
     return rows
 
@@ -310,8 +324,8 @@ def track_rows(clip):
 
 def cost_rows(clip):
     # That of the number of threads that makes the ceiling.
-    rates = clip.by_threads("straight", "picturesPerSecond")
-    processor = clip.by_threads("straight", "cpuMsPerPicture")[max(rates, key=rates.get)] if rates else None
+    processor = clip.plain_where("straight", "cpuMsPerPicture",
+                                 lambda entries: max(entries, key=lambda entry: entry["picturesPerSecond"]))
     pictures = clip.recording.get("pictures", 0)
     own = clip.recording["packetBytes"] / pictures if pictures else None
 

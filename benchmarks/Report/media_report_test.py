@@ -130,6 +130,14 @@ class Verdicts(unittest.TestCase):
         self.assertEqual(rows["speed 4"]["verdict"], media_report.APART)
         self.assertEqual(rows["speed 2"]["verdict"], media_report.OK)
 
+    def test_backward_a_group_that_does_not_fit_has_to_be_decoded_in_parts(self):
+        # 1920 MiB are five parts of half the budget: three decodes a picture, 75 a second at -1.
+        run = bench(**{case: {"groupMiB": 1920, "rightPercent": 0} for case in ("play:-1", "play:-1/2", "play:-2", "play:2")})
+        rows = {row["case"]: row for row in media_report.play_rows(media_report.Clip("clip.mp4", STRAIGHT, run))}
+        self.assertEqual([rows[f"speed {speed}"]["verdict"] for speed in ("-1", "-1/2", "-2", "2")],
+                         [media_report.MISSED, media_report.MISSED, media_report.APART, media_report.MISSED])
+        self.assertIn("150 needed (3.0 decodes a picture", rows["speed -2"]["beside"])
+
     def test_case_that_failed_is_missed_and_says_why(self):
         run = bench()
         run["results"] = [{"case": "jump", "error": "ended by signal 11"}]
@@ -197,11 +205,22 @@ class Turns(unittest.TestCase):
         self.assertEqual(rows["memory at -1"]["verdict"], media_report.MISSED)
         self.assertEqual(rows["forward, fast, 4 tracks"]["verdict"], media_report.OK)
 
-    def test_a_turn_that_failed_fails_its_case(self):
+    def test_memory_used_is_that_of_the_worst_turn(self):
+        runs = [bench(**{"fast:backward-quarter-group": {"atBeginMiB": begin, "peakMiB": 110}})
+                for begin in (37, 39, 80)]
+        row = self.rows_of((200, 200, 200), runs)["backward, fast, budget of a quarter of a group"]
+        self.assertIn("73 MiB of 40 + 32", row["ours"])
+        self.assertEqual(row["verdict"], media_report.MISSED)
+
+    def test_a_turn_that_failed_or_is_not_there_fails_its_case(self):
         failed = bench()
         failed["results"] = [{"case": "fast:forward", "error": "ended by signal 11"}]
         rows = self.rows_of((200, 200), [bench(), failed])
         self.assertEqual(rows["forward, fast"]["ours"], "ended by signal 11")
+        self.assertEqual(rows["forward, fast, 4 tracks"]["ours"], "not measured")
+        self.assertEqual(rows["forward, fast, 4 tracks"]["verdict"], media_report.MISSED)
+        rows = self.rows_of((200, 200), [bench(), None])
+        self.assertEqual(rows["forward, fast"]["verdict"], media_report.MISSED)
 
 
 class Program(unittest.TestCase):

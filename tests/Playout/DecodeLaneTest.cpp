@@ -261,6 +261,15 @@ TEST(DecodeLane, AJumpToTheEndOfAGroupDoesNotWaitForTheNextOne) {
     EXPECT_EQ(lane->GetInformation().goesOnTo, std::nullopt);
 }
 
+TEST(DecodeLane, AJumpToTheEndOfTheGroupThatIsPlayedDoesNotWaitForTheNextOne) {
+    Recording recording(Clips::LongGroups());
+    const auto lane = recording.Lane(1);
+    const PictureGroup& group = recording.index->Group(0);
+    recording.ExpectSameInARun(*lane, {0, 1, 2, 3, 4, 5, 6, 7, group.EndPicture() - 1});
+    EXPECT_EQ(lane->GetInformation().nbPacketsDecoded, group.nbPackets);
+    EXPECT_EQ(lane->GetInformation().goesOnTo, std::nullopt);
+}
+
 TEST(DecodeLane, WhatARunPassesOverAtAGroupsEndIsStored) {
     Recording recording(Clips::ClosedGroups());
     const auto lane = recording.Lane(4);

@@ -175,6 +175,30 @@ TEST(Stepping, OntoAPictureThatCouldNotBeHadAsksForItAgain) {
     EXPECT_EQ(report.tracks.at(0).picture->Number(), 3U);
 }
 
+TEST(Stepping, ToStopOnAPictureThatCouldNotBeHadAsksForItAgain) {
+    const auto recording = RecordingIndex::Build(Support::Clips::LongGroups());
+    SessionOptions options;
+    options.retryAfter = 1h;
+    Session session({recording}, options);
+    Support::FailingStorage storage(session);
+    session.GoTo(recording->SampleStart(4) + recording->SampleStart(1) / 2);
+    TickReport report = session.Tick(TimePoint());
+    const auto deadline = std::chrono::steady_clock::now() + kDeadline;
+    const auto lookUntil = [&](bool missing) {
+        while (!report.IsReady() || report.tracks.at(0).missing != missing) {
+            ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+            session.WaitForProgress(20ms);
+            report = session.Tick(TimePoint());
+        }
+    };
+    lookUntil(true);
+    storage.ComeBack();
+    session.SetSpeed(Ratio());
+    lookUntil(false);
+    ASSERT_NE(report.tracks.at(0).picture, nullptr);
+    EXPECT_EQ(report.tracks.at(0).picture->Number(), 4U);
+}
+
 TEST(Turning, SoonAfterAJumpWhatLiesBehindIsThere) {
     const auto recording = RecordingIndex::Build(Support::Clips::LongGroups());
     const TimePoint half = recording->SampleStart(1) / 2;

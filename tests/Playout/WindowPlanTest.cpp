@@ -100,6 +100,16 @@ TEST(WindowPlan, WithoutRoomTheFewestAheadAreKept) {
     EXPECT_EQ(window.nbDecodedBehind, 0U);
 }
 
+TEST(WindowPlan, AroundAStillPlayHeadBothSidesFitTogether) {
+    const WindowOf window(Clips::LongGroups());
+    const std::size_t picture = NeedsOf(window.Index(), {2, 1}).picture;
+    for (std::size_t nbFitting = kFewestAhead + 2; nbFitting < 120; ++nbFitting) {
+        const StreamWindow still = window.WithRoom({nbFitting * picture, kPlenty}, Ratio());
+        EXPECT_LE(2 * still.nbDecodedAhead + 1, nbFitting);
+        EXPECT_GE(still.nbDecodedAhead, kFewestAhead / 2);
+    }
+}
+
 TEST(WindowPlan, BackwardPartOfAGroupHasRoomBesideItWhileNothingIsKnownOfHowLongItTakes) {
     const WindowOf window(Clips::LongGroups());
     const std::size_t picture = NeedsOf(window.Index(), {2, 1}).picture;
