@@ -30,6 +30,7 @@ constexpr int kMostStallTimes = 10;
 
 /// Several tracks begin together when each has so many pictures to go on with, but not much later than with one.
 constexpr std::size_t kNbGathered = 4;
+constexpr std::size_t kNbGatheredAlone = 2;
 constexpr std::chrono::milliseconds kLongestGathering{200};
 
 /// In the order of the variant.
@@ -87,12 +88,12 @@ private:
         return true;
     }
 
-    /// Tracks share the cores: were they to begin as soon as the last of them has its first picture, its second one
-    /// would come late. False when stopped.
+    /// The first pictures take longer, until decoders and memory are warm, and tracks share the cores: were they to begin
+    /// as soon as the last of them has its first picture, its second one would come late. False when stopped.
     bool Gather() {
         const auto latest = Clock::now() + kLongestGathering;
-        while (options_.realTime && session_.NbTracks() > 1 && Clock::now() < latest &&
-               !session_.HasAhead(kNbGathered)) {
+        const std::size_t nb = session_.NbTracks() > 1 ? kNbGathered : kNbGatheredAlone;
+        while (options_.realTime && Clock::now() < latest && !session_.HasAhead(nb)) {
             if (IsStopped()) {
                 return false;
             }
