@@ -59,6 +59,11 @@ public:
         hands_.Play(nbTicks, [this] { Judge(); });
     }
 
+    /// The same, unjudged: on the way to what is measured.
+    void PlayOn(std::size_t nbTicks) {
+        hands_.Play(nbTicks, [] {});
+    }
+
     [[nodiscard]] std::size_t ShownPicture() const {
         return scene_.Index().PictureAtTime(session_->CurrentTime()).value_or(0);
     }
@@ -138,7 +143,7 @@ BenchFigures MeasureNearJumps(BenchScene& scene) {
         if (isFirst) {
             // Somewhere else, played long enough for the surroundings to be cached.
             handling.Hands().Start(scene.MiddleOf(scene.RandomInnerPicture()), kForward);
-            handling.Play(2 * kNbTicks, kForward);
+            handling.PlayOn(2 * kNbTicks);
         }
         handling.Hands().WaitForTick();
         handling.Hands().AwaitReady();

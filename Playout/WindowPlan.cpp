@@ -85,8 +85,11 @@ StreamWindow PlanWindow(const RecordingIndex& recording, const SampleRate& displ
     const std::size_t nbForGroup = isForward ? 0 : NbOfGroup(group, nbFitting, nbMeanwhile);
     const std::size_t nbForAhead = nbFitting - std::min(nbFitting, window.nbDecodedBehind + nbForGroup + 1);
     const std::size_t nbAround = nbFitting - std::min(nbFitting, nbForGroup + 1);
-    const std::size_t nbAhead =
-        std::min(NbPassing(options.ahead, rate, passing), isStill ? nbAround / 2 : nbForAhead);
+    const std::size_t nbUsual = NbPassing(options.ahead, rate, passing);
+    const std::size_t nbEnough = isKnown && !isForward ? NbPassing(enoughTime, rate, speed) : 0;
+    // A group is begun in time where there is room for what is shown meanwhile; too late anyhow, it had better be kept.
+    const std::size_t nbWanted = nbEnough <= nbForAhead ? std::max(nbUsual, nbEnough) : nbUsual;
+    const std::size_t nbAhead = std::min(nbWanted, isStill ? nbAround / 2 : nbForAhead);
     window.nbDecodedAhead =
         std::max(std::min(nbAhead, nbOfPackets), isStill ? kFewestAhead / 2 : kFewestAhead);
     window.nbCompressedAhead =

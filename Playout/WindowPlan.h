@@ -36,8 +36,8 @@ struct WindowRoom {
 ///
 /// Backward, room is left for a group: it comes out in the order that is not wanted, and its pictures stay in the
 /// store until their turn comes. A whole one, decoded once, if what then fits beside it lasts half as long again as
-/// decoding the group takes; else at most two fifths of the memory, so that the group is begun earlier and its first
-/// pictures take a second pass. A few pictures ahead are always kept, however small the memory is: with less, no
+/// decoding the group takes, and not longer than the window; else at most two fifths of the memory, so that the group is
+/// begun earlier, if need be before it is in the window, and its first pictures take a second pass. A few pictures ahead are always kept, however small the memory is: with less, no
 /// decode can be hidden.
 [[nodiscard]] TAVRIN_PLAYOUT_EXPORT StreamWindow PlanWindow(const RecordingIndex& recording,
                                                             const Player::SampleRate& displayRate,

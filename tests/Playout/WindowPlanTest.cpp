@@ -125,6 +125,16 @@ TEST(WindowPlan, BackwardAWholeGroupHasRoomWhereItIsDecodedInTime) {
     EXPECT_GT(window.BesideAGroup(15, {240ms}).nbDecodedAhead, 16U);
 }
 
+TEST(WindowPlan, BackwardAGroupThatTakesLongIsBegunEarlierWhereThereIsRoom) {
+    const WindowOf window(Clips::LongGroups());
+    const std::size_t group = LongestGroup(window.Index());
+    // 1.5 s hold 38 pictures; a group that takes 1.2 s is begun 1.8 s before it is due.
+    EXPECT_EQ(window.BesideAGroup(3 * group, {0ms}).nbDecodedAhead, 38U);
+    EXPECT_EQ(window.BesideAGroup(3 * group, {1200ms}).nbDecodedAhead, 46U);
+    // Beyond what there is room for, it would come late anyhow.
+    EXPECT_EQ(window.BesideAGroup(3 * group, {9000ms}).nbDecodedAhead, 38U);
+}
+
 TEST(WindowPlan, WhatDecodersArePuttingOutTakesRoomBesideAWholeGroup) {
     const WindowOf window(Clips::LongGroups());
     EXPECT_EQ(window.BesideAGroup(25, {50ms}).nbDecodedAhead, 18U);
