@@ -36,6 +36,23 @@ TEST(DecodeMeter, TimeInWhichNobodyDecodesDoesNotCount) {
     EXPECT_DOUBLE_EQ(meter.BytesPerSecond(), 5000);
 }
 
+TEST(DecodeMeter, SeveralThatEndTogetherAreNotTakenForFaster) {
+    DecodeMeter meter;
+    Clock::time_point begin = kStart;
+    for (int round = 0; round < 5; ++round) {
+        for (int decode = 0; decode < 4; ++decode) {
+            meter.Begin(begin);
+        }
+        // Each has taken all the time since then: 4000 bytes in 1.25 s.
+        for (const auto end : {950ms, 1100ms, 1200ms, 1250ms}) {
+            meter.End(begin + end, 1000);
+            EXPECT_LE(meter.BytesPerSecond(), 3200.1);
+        }
+        EXPECT_NEAR(meter.BytesPerSecond(), 3200, 0.1);
+        begin += 2s;
+    }
+}
+
 TEST(DecodeMeter, TimeInWhichSeveralDecodeCountsOnce) {
     DecodeMeter meter;
     meter.Begin(kStart);
