@@ -26,6 +26,8 @@
 
 namespace Tavrin::Playout {
 
+class TrackDecoders;
+
 /// How a track is decoded.
 struct MediaDecoderOptions {
     DecodeLaneOptions lane;
@@ -118,13 +120,11 @@ public:
     [[nodiscard]] Player::ISample* Decode(const Player::DecodeOrder& order) override;
 
 private:
-    class Track;
-
-    [[nodiscard]] std::shared_ptr<Track> Find(const Player::TrackId& track) const;
+    [[nodiscard]] std::shared_ptr<TrackDecoders> Find(const Player::TrackId& track) const;
     [[nodiscard]] std::unique_ptr<Player::ISample> DecodeOne(const Player::DecodeOrder& order) const;
 
     mutable std::shared_mutex tracksMutex_;
-    std::map<Player::TrackId, std::shared_ptr<Track>> tracks_;
+    std::map<Player::TrackId, std::shared_ptr<TrackDecoders>> tracks_;
     DecodedHook decodedHook_;
     std::unique_ptr<DecodeMeter> meter_;
     std::shared_ptr<Trace> trace_;
