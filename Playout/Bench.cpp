@@ -118,6 +118,15 @@ std::vector<BenchCase> SelectBenchCases(const std::string& names) {
     return selected;
 }
 
+void WarmMemory(const BenchCase& what, const std::string& file, const BenchOptions& options) {
+    const BenchScene scene(file, what.nbTracks, options);
+    const std::size_t budget =
+        options.session.memoryBytes > 0 ? options.session.memoryBytes : scene.UsualBytes();
+    std::vector<std::uint8_t> memory(budget + budget / 4, 1);
+    // The compiler must not take memory that nobody reads for none.
+    static_cast<void>(*static_cast<volatile std::uint8_t*>(memory.data()));
+}
+
 BenchFigures RunBenchCase(const BenchCase& what, const std::string& file, const BenchOptions& options) {
     const auto& entries = Entries();
     const auto entry = std::find_if(entries.begin(), entries.end(), [&what](const Entry& candidate) {
@@ -151,8 +160,15 @@ std::size_t BenchScene::GroupBytes() const {
 }
 
 std::size_t BenchScene::LeastBytes() const {
-    const LanePlan lanes = PlanLanes(Index(), nbTracks_, NbCoresHere());
-    return nbTracks_ * NeedsOf(Index(), lanes).least;
+    return nbTracks_ * Needs().least;
+}
+
+std::size_t BenchScene::UsualBytes() const {
+    return DefaultMemory(std::vector<TrackNeeds>(nbTracks_, Needs()));
+}
+
+TrackNeeds BenchScene::Needs() const {
+    return NeedsOf(Index(), PlanLanes(Index(), nbTracks_, NbCoresHere()));
 }
 
 TimePoint BenchScene::MiddleOf(std::size_t picture) const {

@@ -36,6 +36,14 @@ struct BenchCase {
 /// it before the colon ("play"). Throws std::invalid_argument, naming it, for one that is neither.
 [[nodiscard]] TAVRIN_PLAYOUT_EXPORT std::vector<BenchCase> SelectBenchCases(const std::string& names);
 
+/// Takes as much memory as a case is going to take, and gives it back. Where a machine gets its memory from a host only when
+/// it touches it, the first decoder to do so works at a fraction of its speed, which is not what a bench measures.
+/// To be called in a process of its own: the process's peak would be that of the memory taken here.
+///
+/// *Blocking:* until all is touched. *Errors:* as RunBenchCase.
+TAVRIN_PLAYOUT_EXPORT void WarmMemory(const BenchCase& what, const std::string& file,
+                                      const BenchOptions& options);
+
 /// Measures one case on a recording, which every track plays from a reader and decoders of its own. What is
 /// shown is judged by the numbers in its pixels where the recording has them.
 ///

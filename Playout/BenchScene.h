@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Playout/Bench.h"
+#include "Playout/MemoryPlan.h"
 #include "Playout/NumberedRecording.h"
 #include "Playout/Percentiles.h"
 #include "Playout/ProcessUsage.h"
@@ -37,6 +38,8 @@ public:
 
     /// The least memory that the tracks can be played with.
     [[nodiscard]] std::size_t LeastBytes() const;
+    /// The memory that they get when nobody says how much.
+    [[nodiscard]] std::size_t UsualBytes() const;
 
     /// The middle of the time in which a picture is on display.
     [[nodiscard]] Time::TimePoint MiddleOf(std::size_t picture) const;
@@ -50,6 +53,8 @@ public:
     [[nodiscard]] bool Shows(const TickReport& report, std::size_t picture) const;
 
 private:
+    [[nodiscard]] TrackNeeds Needs() const;
+
     BenchOptions options_;
     std::size_t nbTracks_;
     NumberedRecording recording_;

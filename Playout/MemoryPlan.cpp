@@ -29,7 +29,8 @@ constexpr std::size_t kNbAroundGroup = 24;
 /// Wall time that the usual memory holds around the play head at speed 1, ahead and behind, as SessionOptions has it.
 constexpr std::int64_t kUsualMilliseconds = 1700;
 
-constexpr std::size_t kMostUsualBytes = std::size_t{768} << 20U;
+/// Two groups of 50 pictures of 2160 lines, which is what it takes to play them backward in time on two cores.
+constexpr std::size_t kMostUsualBytes = std::size_t{1280} << 20U;
 constexpr std::size_t kMebibyte = std::size_t{1} << 20U;
 
 std::size_t SumOf(const std::vector<TrackNeeds>& needs, std::size_t TrackNeeds::*part) {

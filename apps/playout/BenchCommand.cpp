@@ -61,6 +61,10 @@ std::chrono::milliseconds ParseDuration(const std::string& text) {
 BenchResult Measure(const BenchCase& what, const std::string& file, const BenchOptions& options) {
     BenchResult result{file, what, {}, {}};
     try {
+        static_cast<void>(RunIsolated([&] {
+            WarmMemory(what, file, options);
+            return std::string();
+        }));
         result.figures = FiguresOf(RunIsolated([&] { return ToText(RunBenchCase(what, file, options)); }));
     } catch (const std::runtime_error& error) {
         result.error = error.what();

@@ -20,6 +20,8 @@ COMMANDS = {"open:forward": "opening", "open:backward": "opening backward",
 ALL = PLAYS + list(TRACKS) + list(COMMANDS)
 TO_AND_FRO = ["play:1", "play:-1"]  # Of every clip but the first.
 
+WARM_BYTES = 1280 << 20
+
 PLAYERS = [
     ("mpv", "play_mpv.py", []),
     ("mpv, tuned", "play_mpv.py", ["--tuned"]),
@@ -53,8 +55,15 @@ def run_playout(program, clip, cases, seconds, tries):
     return figures_of_bench(done.stdout)
 
 
+def warm_memory():
+    """As `playout bench` does before each of its cases: a virtual machine may get its memory from its host only when it is
+    touched, and the first to do so would wait for that."""
+    subprocess.run([sys.executable, "-c", f"b'\\1' * {WARM_BYTES}"], check=True)
+
+
 def run_player(script, case, clip, options, python):
     """One case in a process of its own."""
+    warm_memory()
     command = [python, "-B", str(HERE / script), "--clip", clip, "--case", case, *options]
     try:
         done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=180,

@@ -1,10 +1,11 @@
 // What playing costs without an engine: a plain program on FFmpeg's libraries alone, which the figures of
 // `playout bench` are held against. One file, one thread that demuxes and decodes, pictures thrown away.
 //
-//   straight-player FILE [--threads 0,1,2] [--cases straight,backward,seek] [--jumps 50] [--seed 1]
+//   straight-player FILE [--threads 0,1,2] [--cases straight,in-time,seek] [--jumps 50] [--seed 1]
 //                        [--memory MIB]
 //
 // straight   decodes from the start to the end: the ceiling of pictures per second.
+// in-time    the same, each picture not before its time: what decoding costs when it rests in between. Only when named.
 // backward   the groups of pictures from the last to the first, each decoded once and handed out in reverse:
 //            the floor of playing backward. Left out when a group's pictures take more than --memory.
 // seek       goes to the key frame before a random picture and decodes up to it: the floor of a jump.
@@ -32,6 +33,7 @@ extern "C" {
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -144,6 +146,9 @@ public:
     [[nodiscard]] const AVPacket& Packet() const { return *packet_; }
     [[nodiscard]] const AVFrame& Frame() const { return *frame_; }
     [[nodiscard]] int NbThreads() const { return codec_->thread_count; }
+    [[nodiscard]] double PicturesPerSecond() const {
+        return av_q2d(format_->streams[stream_]->avg_frame_rate);
+    }
 
 private:
     FormatPointer format_;
@@ -197,24 +202,35 @@ void AddUsage(Figures& figures, const Usage& usage, const Usage& opening, std::s
     figures.emplace_back("bytesReadPerPicture", Number(static_cast<double>(opening.BytesRead()) / nb));
 }
 
-std::size_t DecodeToEnd(Player& player) {
+template <class OnPicture>
+std::size_t DecodeToEnd(Player& player, const OnPicture& onPicture) {
     std::size_t nbPictures = 0;
     bool more = true;
     while (more) {
         more = player.Read();
         player.Send(more ? &player.Packet() : nullptr);
         while (player.Receive()) {
-            ++nbPictures;
+            onPicture(nbPictures++);
         }
     }
     return nbPictures;
 }
 
-Figures PlayStraight(const std::string& file, int nbThreads) {
+Figures PlayStraight(const std::string& file, int nbThreads, bool inTime) {
     const Usage opening;
     Player player(file, nbThreads);
     const Usage usage;
-    const std::size_t nbPictures = DecodeToEnd(player);
+    const Clock::time_point begin = Clock::now();
+    const double rate = player.PicturesPerSecond();
+    if (inTime && !(rate > 0)) {
+        throw std::runtime_error("the file does not say how many pictures a second it has");
+    }
+    const std::size_t nbPictures = DecodeToEnd(player, [&](std::size_t picture) {
+        if (inTime) {
+            const std::chrono::duration<double> due(static_cast<double>(picture) / rate);
+            std::this_thread::sleep_until(begin + std::chrono::duration_cast<Clock::duration>(due));
+        }
+    });
     Figures figures;
     AddUsage(figures, usage, opening, nbPictures);
     return figures;
@@ -367,8 +383,8 @@ Arguments ParseArguments(const std::vector<std::string>& words) {
 }
 
 Figures Measure(const Arguments& arguments, const std::string& name, int nbThreads, const Index& index) {
-    if (name == "straight") {
-        return PlayStraight(arguments.file, nbThreads);
+    if (name == "straight" || name == "in-time") {
+        return PlayStraight(arguments.file, nbThreads, name == "in-time");
     }
     if (name == "backward") {
         return PlayBackward(arguments.file, nbThreads, index, arguments.memory);

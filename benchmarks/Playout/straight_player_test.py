@@ -43,6 +43,11 @@ class StraightPlayer(unittest.TestCase):
         for name in ("straight", "backward"):
             self.assertEqual([case["pictures"] for case in self.cases(name)], [NB_PICTURES] * 2)
 
+    def test_in_time_it_takes_as_long_as_the_clip(self):
+        case = json.loads(run(self.clip, "--cases", "in-time", "--threads", "1").stdout)["cases"][0]
+        self.assertEqual(case["pictures"], NB_PICTURES)
+        self.assertLessEqual(case["picturesPerSecond"], 25 * NB_PICTURES / (NB_PICTURES - 1))
+
     def test_finds_every_picture_that_it_jumps_to(self):
         for name in ("seek", "seek-skip"):
             self.assertEqual([case["pictures"] for case in self.cases(name)], [8, 8])

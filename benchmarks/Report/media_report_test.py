@@ -54,7 +54,7 @@ def bench(**changed):
 
 
 def rows_of(run):
-    clip = media_report.Clip("clip.mp4", STRAIGHT, run, [(STRAIGHT, run)])
+    clip = media_report.Clip("clip.mp4", STRAIGHT, run, [[(STRAIGHT, run)]])
     return {row["case"]: row for row in media_report.make_rows(clip, [])}
 
 
@@ -131,8 +131,8 @@ class Verdicts(unittest.TestCase):
         self.assertEqual(rows["speed 2"]["verdict"], media_report.OK)
 
     def test_backward_a_group_that_does_not_fit_has_to_be_decoded_in_parts(self):
-        # 1920 MiB are five parts of half the budget: three decodes a picture, 75 a second at -1.
-        run = bench(**{case: {"groupMiB": 1920, "rightPercent": 0} for case in ("play:-1", "play:-1/2", "play:-2", "play:2")})
+        # 3200 MiB are five parts of half the budget: three decodes a picture, 75 a second at -1.
+        run = bench(**{case: {"groupMiB": 3200, "rightPercent": 0} for case in ("play:-1", "play:-1/2", "play:-2", "play:2")})
         rows = {row["case"]: row for row in media_report.play_rows(media_report.Clip("clip.mp4", STRAIGHT, run))}
         self.assertEqual([rows[f"speed {speed}"]["verdict"] for speed in ("-1", "-1/2", "-2", "2")],
                          [media_report.MISSED, media_report.MISSED, media_report.APART, media_report.MISSED])
@@ -177,7 +177,7 @@ class Verdicts(unittest.TestCase):
         self.assertEqual(rows["first picture after starting in reverse"]["verdict"], media_report.MISSED)
 
     def test_missing_floor_is_missed(self):
-        clip = media_report.Clip("clip.mp4", {"cases": []}, None, [({"cases": []}, bench())])
+        clip = media_report.Clip("clip.mp4", {"cases": []}, None, [[({"cases": []}, bench())]])
         self.assertEqual({row["verdict"] for row in media_report.jump_rows(clip)}, {media_report.MISSED})
         beside_plain = [row for row in media_report.cost_rows(clip) if not row["case"].startswith("memory")]
         self.assertEqual({row["verdict"] for row in beside_plain}, {media_report.MISSED})
@@ -187,16 +187,46 @@ class Turns(unittest.TestCase):
     def rows_of(self, ceilings, runs):
         turns = [(json.loads(json.dumps(STRAIGHT).replace("200,", f"{ceiling},", 1)), run)
                  for ceiling, run in zip(ceilings, runs)]
-        clip = media_report.Clip("clip.mp4", None, None, turns)
+        clip = media_report.Clip("clip.mp4", None, None, [turns])
         return {row["case"]: row for row in media_report.fast_rows(clip) + media_report.cost_rows(clip)}
 
-    def test_median_stands_for_rates_and_processor_time(self):
+    def test_median_stands_for_rates_and_processor_time_and_ratios_are_those_of_a_turn(self):
         runs = [bench(**{"fast:forward": {"picturesPerSecond": rate}, "play:1": {"cpuMsPerPicture": cpu}})
                 for rate, cpu in ((160, 11), (199, 99), (192, 12))]
         rows = self.rows_of((200, 150, 300), runs)
         self.assertEqual(rows["forward, fast"]["beside"], "200.0 /s")
-        self.assertEqual(rows["forward, fast"]["ours"], "192.0 /s (0.96)")
+        self.assertEqual(rows["forward, fast"]["ours"], "192.0 /s (0.80)")
         self.assertEqual(rows["processor time a picture at 1"]["ours"], "12.0 ms (1.09)")
+
+    def test_a_machine_that_is_slower_in_one_turn_than_in_the_others_is_no_difference(self):
+        runs = [bench(**{"fast:forward": {"picturesPerSecond": rate}}) for rate in (192, 96, 100)]
+        row = self.rows_of((200, 100, 104), runs)["forward, fast"]
+        self.assertEqual((row["beside"], row["ours"], row["verdict"]),
+                         ("104.0 /s", "100.0 /s (0.96)", media_report.OK))
+
+    def test_cases_may_have_turns_of_their_own(self):
+        def only(case):
+            return {"results": [result for result in bench()["results"] if result["case"] == case]}
+        fast = [(STRAIGHT, only("fast:forward"))] * 2
+        clip = media_report.Clip("clip.mp4", None, None, [fast, [(STRAIGHT, only("play:1"))]])
+        rows = {row["case"]: row["verdict"] for row in media_report.fast_rows(clip) + media_report.cost_rows(clip)}
+        self.assertEqual((rows["forward, fast"], rows["processor time a picture at 1"]),
+                         (media_report.OK, media_report.OK))
+        self.assertEqual(rows["forward, fast, 4 tracks"], media_report.MISSED)
+
+    def test_processor_time_is_beyond_where_a_plain_decoder_that_rests_takes_it_too(self):
+        def row_of(in_time, ours, unread=0):
+            plain = json.loads(json.dumps(STRAIGHT))
+            plain["cases"].append({"case": "in-time", "threads": 0, "picturesPerSecond": 25, "cpuMsPerPicture": in_time})
+            run = bench(**{"play:1": {"cpuMsPerPicture": ours, "unreadPictures": unread}})
+            clip = media_report.Clip("clip.mp4", None, None, [[(plain, run)]])
+            return next(row for row in media_report.cost_rows(clip) if row["case"] == "processor time a picture at 1")
+        self.assertEqual(row_of(12, 12.5)["verdict"], media_report.BEYOND)
+        self.assertEqual(row_of(12, 12.5)["beside"], "11.0 ms, in real time 12.0")
+        self.assertEqual(row_of(12, 13.5)["verdict"], media_report.MISSED)
+        self.assertEqual(row_of(11, 12.2)["verdict"], media_report.MISSED)
+        self.assertEqual(row_of(12, 12)["verdict"], media_report.OK)
+        self.assertEqual(row_of(12, 12.5, unread=1)["verdict"], media_report.MISSED)
 
     def test_one_bad_turn_is_enough_for_what_must_always_hold(self):
         good, bad = bench(), bench(**{"fast:forward": {"rightPercent": 99.9}, "play:-1": {"peakMiB": 361}})
@@ -229,8 +259,9 @@ class Program(unittest.TestCase):
             directory = pathlib.Path(folder)
             (directory / "straight-clip.mp4.json").write_text(json.dumps(STRAIGHT))
             (directory / "bench-clip.mp4.json").write_text(json.dumps(run))
-            (directory / "turn-1-straight-clip.mp4.json").write_text(json.dumps(STRAIGHT))
-            (directory / "turn-1-bench-clip.mp4.json").write_text(json.dumps(run))
+            for turn in ("fast-1", "fast-2", "time-1"):
+                (directory / f"{turn}-straight-clip.mp4.json").write_text(json.dumps(STRAIGHT))
+                (directory / f"{turn}-bench-clip.mp4.json").write_text(json.dumps(run))
             done = subprocess.run([sys.executable, str(SCRIPT), "--directory", folder, "--first", "clip.mp4",
                                    *options], capture_output=True, text=True, check=False)
             written = json.loads((directory / "media-report.json").read_text())
