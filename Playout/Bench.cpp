@@ -120,8 +120,9 @@ std::vector<BenchCase> SelectBenchCases(const std::string& names) {
 
 void WarmMemory(const BenchCase& what, const std::string& file, const BenchOptions& options) {
     const BenchScene scene(file, what.nbTracks, options);
-    const std::size_t budget =
-        options.session.memoryBytes > 0 ? options.session.memoryBytes : scene.UsualBytes();
+    const std::size_t asked = options.session.memoryBytes;
+    // More than is usual is not always filled.
+    const std::size_t budget = asked > 0 ? std::min(asked, scene.UsualBytes()) : scene.UsualBytes();
     std::vector<std::uint8_t> memory(budget + budget / 4, 1);
     // The compiler must not take memory that nobody reads for none.
     static_cast<void>(*static_cast<volatile std::uint8_t*>(memory.data()));

@@ -36,11 +36,12 @@ struct BenchCase {
 /// it before the colon ("play"). Throws std::invalid_argument, naming it, for one that is neither.
 [[nodiscard]] TAVRIN_PLAYOUT_EXPORT std::vector<BenchCase> SelectBenchCases(const std::string& names);
 
-/// Takes as much memory as a case is going to take, and gives it back. Where a machine gets its memory from a host only when
-/// it touches it, the first decoder to do so works at a fraction of its speed, which is not what a bench measures.
+/// Takes about as much memory as a case is going to take, and gives it back. Where a machine gets its memory from a host only
+/// when it touches it, the first decoder to do so works at a fraction of its speed, which is not what a bench measures.
 /// To be called in a process of its own: the process's peak would be that of the memory taken here.
 ///
-/// *Blocking:* until all is touched. *Errors:* as RunBenchCase.
+/// *Blocking:* until all is touched. *Errors:* throws std::runtime_error when the recording cannot be opened, and
+/// std::bad_alloc when there is not so much memory.
 TAVRIN_PLAYOUT_EXPORT void WarmMemory(const BenchCase& what, const std::string& file,
                                       const BenchOptions& options);
 

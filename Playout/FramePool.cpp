@@ -30,7 +30,8 @@ constexpr std::size_t RoundUp(std::size_t value, std::size_t to) {
 }
 
 /// Straight from the system and back to it: what is given back really leaves the process, which a heap does not
-/// promise for blocks of this size.
+/// promise for blocks of this size. Of a large page that two neighbours share, the system keeps the part given
+/// back until it needs memory.
 std::uint8_t* Map(std::size_t size) {
     void* data = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (data == MAP_FAILED) {

@@ -123,10 +123,11 @@ private:
     [[nodiscard]] std::shared_ptr<TrackDecoders> Find(const Player::TrackId& track) const;
     [[nodiscard]] std::unique_ptr<Player::ISample> DecodeOne(const Player::DecodeOrder& order) const;
 
+    /// The tracks use it as long as they live.
+    std::unique_ptr<DecodeMeter> meter_;
     mutable std::shared_mutex tracksMutex_;
     std::map<Player::TrackId, std::shared_ptr<TrackDecoders>> tracks_;
     DecodedHook decodedHook_;
-    std::unique_ptr<DecodeMeter> meter_;
     std::shared_ptr<Trace> trace_;
 };
 

@@ -19,7 +19,7 @@ namespace Tavrin::Playout {
 
 /// A lane that several workers use, one at a time, and what others may know of it meanwhile.
 ///
-/// *Threads:* Decode and GetInformation are thread-safe. What says who is in it (IsIn to LastVisit) is externally
+/// *Threads:* Decode and GetInformation are thread-safe. What says who is in it (IsIn to Leave) is externally
 /// synchronised; the lock that guards it may be held by who calls GetInformation, never by who calls Decode.
 /// *Blocking:* Decode for as long as decoding takes, its own and that of whoever is before it; nothing else.
 /// *Ownership:* owns the lane; shares store and pool. *Errors:* those of DecodeLane.

@@ -30,7 +30,7 @@ namespace Tavrin::Playout {
 /// publishes); no client is called with one held. *Blocking:* Decode for as long as decoding takes, and on another
 /// decode in the same group; nothing else beyond a short lock. *Ownership:* owns the lanes; borrows the meter, which
 /// must outlive it. *Errors:* the constructor throws what DecodeLane's does; Decode throws std::runtime_error for a
-/// sample of another recording, and where memory runs out.
+/// sample of another recording, and std::bad_alloc where memory runs out.
 class TrackDecoders final {
 public:
     TrackDecoders(const std::shared_ptr<const RecordingIndex>& index, const MediaDecoderOptions& options,

@@ -57,14 +57,22 @@ std::chrono::milliseconds ParseDuration(const std::string& text) {
     return std::chrono::milliseconds(seconds.Numerator() * kMillisecondsPerSecond / seconds.Denominator());
 }
 
-/// A case that cannot be measured is reported in its place, and the others are measured all the same.
-BenchResult Measure(const BenchCase& what, const std::string& file, const BenchOptions& options) {
-    BenchResult result{file, what, {}, {}};
+/// What cannot be done here is told by the case itself, if it needs it.
+void WarmUp(const BenchCase& what, const std::string& file, const BenchOptions& options) {
     try {
         static_cast<void>(RunIsolated([&] {
             WarmMemory(what, file, options);
             return std::string();
         }));
+    } catch (const std::runtime_error&) {
+    }
+}
+
+/// A case that cannot be measured is reported in its place, and the others are measured all the same.
+BenchResult Measure(const BenchCase& what, const std::string& file, const BenchOptions& options) {
+    BenchResult result{file, what, {}, {}};
+    WarmUp(what, file, options);
+    try {
         result.figures = FiguresOf(RunIsolated([&] { return ToText(RunBenchCase(what, file, options)); }));
     } catch (const std::runtime_error& error) {
         result.error = error.what();

@@ -80,29 +80,43 @@ class Clip:
     def why_not(self, case, in_turn=False):
         return (self.in_turn if in_turn else self.results).get(case, {}).get("error", "not measured")
 
-    def plain(self, case, figure, best):
-        """The median over all turns of the best figure over all numbers of threads."""
+    def plain(self, case, figure, best, beside=None):
+        """The median over the turns of the best figure over all numbers of threads that were tried. Only of the turns in
+        which our case `beside` was measured, if one is named and there are such."""
         def value(entry):
             return entry[figure]
-        return self.plain_where(case, figure, lambda entries: best(entries, key=value))
+        return self.plain_where(case, figure, lambda entries: best(entries, key=value), beside)
 
-    def plain_where(self, case, figure, choose):
-        """The median over all turns of a figure, of the number of threads that is chosen in each."""
-        runs = [[entry for entry in run if entry["case"] == case and figure in entry] for run in self.plain_runs]
-        values = [choose(entries)[figure] for entries in runs if entries]
+    def plain_where(self, case, figure, choose, beside=None):
+        """The same of the number of threads that is chosen in each turn."""
+        runs = [plain for plain, ours in self.pairs if beside in ours] or self.plain_runs
+        chosen = [chosen_of(run, case, figure, choose) for run in runs]
+        values = [value for value in chosen if value is not None]
         return statistics.median(values) if values else None
-
 
     def ratio(self, case, figure, plain_case, choose):
         """The median of a figure's ratios to that of the plain program, of the number of threads that is chosen, each
         within one turn: a machine that is faster in one turn than in the next is no difference between the two."""
         ratios = []
         for plain, ours in self.pairs:
-            entries = [entry for entry in plain if entry["case"] == plain_case and figure in entry]
+            reference = chosen_of(plain, plain_case, figure, choose)
             figures = ours.get(case, {}).get("figures", {})
-            if entries and figure in figures:
-                ratios.append(figures[figure] / choose(entries)[figure])
+            if reference is not None and figure in figures:
+                ratios.append(figures[figure] / reference)
         return statistics.median(ratios) if ratios else None
+
+    def plain_ratio(self, case, other, figure, choose):
+        """The same of two cases of the plain program."""
+        pairs = [(chosen_of(plain, case, figure, choose), chosen_of(plain, other, figure, choose))
+                 for plain, _ in self.pairs]
+        ratios = [value / reference for value, reference in pairs if None not in (value, reference)]
+        return statistics.median(ratios) if ratios else None
+
+
+def chosen_of(run, case, figure, choose):
+    """A figure of one run of the plain program, of the number of threads that is chosen; None where there is none."""
+    entries = [entry for entry in run if entry["case"] == case and figure in entry]
+    return choose(entries)[figure] if entries else None
 
 
 def fastest(entries):
@@ -148,7 +162,7 @@ def against(reference, ours, ratio, unit, is_met):
 
 def fast_rows(clip):
     def rate(case, plain_case, share, figures):
-        return against(clip.plain(plain_case, "picturesPerSecond", max), figures["picturesPerSecond"],
+        return against(clip.plain(plain_case, "picturesPerSecond", max, beside=case), figures["picturesPerSecond"],
                        clip.ratio(case, "picturesPerSecond", plain_case, fastest), "/s", lambda ratio: ratio >= share)
 
     def fast(case, label, plain_case, of):
@@ -343,8 +357,6 @@ def track_rows(clip):
 
 
 def cost_rows(clip):
-    # That of the number of threads that makes the ceiling.
-    processor = clip.plain_where("straight", "cpuMsPerPicture", fastest)
     pictures = clip.recording.get("pictures", 0)
     own = clip.recording["packetBytes"] / pictures if pictures else None
 
@@ -353,22 +365,28 @@ def cost_rows(clip):
         return f"{most:.0f} MiB", f"{figures['peakMiB']:.0f} MiB", figures["peakMiB"] <= most
 
     in_time = clip.plain_where("in-time", "cpuMsPerPicture", fastest)
+    resting_costs = clip.plain_ratio("in-time", "straight", "cpuMsPerPicture", fastest)
 
     def processor_time(case, share):
+        # That of the number of threads that makes the ceiling.
+        processor = clip.plain_where("straight", "cpuMsPerPicture", fastest, beside=case)
+
         def judge(figures):
             beside, ours, met = against(processor, figures["cpuMsPerPicture"],
                                         clip.ratio(case, "cpuMsPerPicture", "straight", fastest), "ms",
                                         lambda ratio: ratio <= share)
-            return beside + ("" if in_time is None else f", in real time {in_time:.1f}"), ours, met
+            rests = "" if None in (in_time, resting_costs) else f", in real time {in_time:.1f} ms ({resting_costs:.2f})"
+            return beside + rests, ours, met
 
         made = judged(clip, case, f"processor time a picture at {case[5:]}", f"{share} of the ceiling's", judge,
                       in_turn=True)
         # A decoder that rests after each picture takes longer for the next one, in whatever program.
         figures = clip.figures(case, in_turn=True)
         resting = clip.ratio(case, "cpuMsPerPicture", "in-time", fastest)
-        if made["verdict"] == MISSED and figures is not None and not why_unread(figures) and None not in (resting, processor):
+        if (made["verdict"] == MISSED and figures is not None and not why_unread(figures) and
+                None not in (resting, resting_costs)):
             made["ours"] += f", {resting:.2f} of that in real time"
-            made["verdict"] = BEYOND if resting <= share and in_time > processor else MISSED
+            made["verdict"] = BEYOND if resting <= share < resting_costs else MISSED
         return made
 
     def bytes_read(figures):
