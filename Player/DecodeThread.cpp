@@ -6,6 +6,7 @@
 #include "Logging/LoggingManager.h"
 #include "Player/DecodeDelivery.h"
 #include "Player/LogMessage.h"
+#include "Player/NeverDestroyed.h"
 #include "Player/OrderLoop.h"
 
 namespace Tavrin::Player {
@@ -35,10 +36,9 @@ DecodeThread::~DecodeThread() {
     Stop();
 }
 
-/// Never destroyed: a client's static objects may push orders before and after this library's own have lived.
 Tools::Semaphore& DecodeThread::ToDecode() {
-    static Tools::Semaphore* const toDecode = new Tools::Semaphore;
-    return *toDecode;
+    static NeverDestroyed<Tools::Semaphore> toDecode;
+    return toDecode.Get();
 }
 
 void DecodeThread::OneSampleReadyForDecoding() {

@@ -1,5 +1,6 @@
 #include "Player/PreloadThread.h"
 
+#include "Player/NeverDestroyed.h"
 #include "Player/OrderLoop.h"
 
 namespace Tavrin::Player {
@@ -13,10 +14,9 @@ PreloadThread::~PreloadThread() {
     PreloadThread::Stop();
 }
 
-/// Never destroyed: a client's static objects may push orders before and after this library's own have lived.
 Tools::Semaphore& PreloadThread::ToPreload() {
-    static Tools::Semaphore* const toPreload = new Tools::Semaphore;
-    return *toPreload;
+    static NeverDestroyed<Tools::Semaphore> toPreload;
+    return toPreload.Get();
 }
 
 void PreloadThread::OneSampleReadyForPreload() {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Player/LogMessage.h"
+#include "Player/NeverDestroyed.h"
 
 namespace Tavrin::Player {
 
@@ -34,10 +35,9 @@ TimedPreloadThread::~TimedPreloadThread() {
     TimedPreloadThread::Stop();
 }
 
-/// Never destroyed, as the plain worker's.
 Tools::Semaphore& TimedPreloadThread::ToPreload() {
-    static Tools::Semaphore* const toPreload = new Tools::Semaphore;
-    return *toPreload;
+    static NeverDestroyed<Tools::Semaphore> toPreload;
+    return toPreload.Get();
 }
 
 void TimedPreloadThread::OneSampleReadyForPreload() {

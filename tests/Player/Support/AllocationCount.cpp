@@ -26,7 +26,10 @@ std::size_t NbAllocations() {
 std::int64_t LiveBytes() {
     return 0;
 }
-void FailNextAllocation() {
+void FailAllocation(std::size_t) {
+}
+bool TakeBackFailure() {
+    return true;
 }
 
 }  // namespace Tavrin::Player::Testing
@@ -37,10 +40,10 @@ namespace {
 
 thread_local std::size_t nbAllocations = 0;
 thread_local std::int64_t liveBytes = 0;
-thread_local bool nextFails = false;
+thread_local std::size_t nbUntilFailure = 0;  // Zero: none fails.
 
 void* Count(void* memory) {
-    if (std::exchange(nextFails, false)) {
+    if (nbUntilFailure > 0 && --nbUntilFailure == 0) {
         std::free(memory);
         throw std::bad_alloc();
     }
@@ -117,8 +120,11 @@ std::size_t NbAllocations() {
 std::int64_t LiveBytes() {
     return liveBytes;
 }
-void FailNextAllocation() {
-    nextFails = true;
+void FailAllocation(std::size_t number) {
+    nbUntilFailure = number;
+}
+bool TakeBackFailure() {
+    return std::exchange(nbUntilFailure, 0) > 0;
 }
 
 }  // namespace Tavrin::Player::Testing

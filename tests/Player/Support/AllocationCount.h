@@ -18,8 +18,14 @@ std::size_t NbAllocations();
 /// thread makes and lets go of all of it.
 std::int64_t LiveBytes();
 
-/// Has the calling thread's next request for dynamic memory throw `std::bad_alloc`. Without effect in a build
-/// that does not count.
-void FailNextAllocation();
+/// Has one of the calling thread's next requests for dynamic memory throw `std::bad_alloc`: the first one for 1. Without
+/// effect in a build that does not count.
+void FailAllocation(std::size_t number);
+inline void FailNextAllocation() {
+    FailAllocation(1);
+}
+
+/// Takes that back. Whether there was anything to take back: the request that was to fail has not come.
+bool TakeBackFailure();
 
 }  // namespace Tavrin::Player::Testing
