@@ -82,10 +82,10 @@ function(tavrin_add_library name)
     "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/tavrin>")
 
   install(TARGETS ${target} EXPORT TavrinTargets
-    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT libtavrin NAMELINK_COMPONENT libtavrin-dev
     INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tavrin")
   install(FILES ${arg_HEADERS} "${generated}/${name}/${name}Export.h"
-    DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tavrin/${name}")
+    DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tavrin/${name}" COMPONENT libtavrin-dev)
 endfunction()
 
 # tavrin_add_program(<name> SOURCES ... LIBRARIES ...)
@@ -99,5 +99,5 @@ function(tavrin_add_program name)
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES})
   file(RELATIVE_PATH libraries "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
   set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN/${libraries}")
-  install(TARGETS ${name} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+  install(TARGETS ${name} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tavrin-playout)
 endfunction()
