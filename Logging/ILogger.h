@@ -23,6 +23,8 @@ enum Level : int {
 /// composes a message and calls `Log` only when that level is at or below the message's.
 ///
 /// *Threads:* thread-safe; worker threads and the client's threads log at the same time.
+/// *Errors:* an exception of `Log` loses its message and nothing else, but for a preload worker, which
+/// treats a preload that it cannot log as one that failed.
 class TAVRIN_LOGGING_EXPORT ILogger {
 public:
     ILogger() = default;

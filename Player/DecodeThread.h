@@ -65,7 +65,8 @@ public:
 
     void SetDecoder(ISampleDecoder* decoder);
 
-    /// Starts the worker's thread, after stopping it if it runs; always true.
+    /// Starts the worker's thread, after stopping it if it runs; always true. Throws `std::system_error` when the
+    /// machine has no thread to give: the worker is then stopped, its orders wait, and it can be started later.
     bool Start();
 
     /// Ends the worker's thread after the order in progress, and waits for it. Harmless when not started.

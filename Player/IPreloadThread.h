@@ -41,7 +41,8 @@ public:
     /// Detaches a queue, and restarts the turn of the others at the first; ignores one that is not attached.
     virtual void RemovePreloadOrderQueue(PreloadOrderQueue* queue) = 0;
 
-    /// Starts the worker's thread, after stopping it if it runs; always true.
+    /// Starts the worker's thread, after stopping it if it runs; always true. Throws `std::system_error` when the
+    /// machine has no thread to give: the worker is then stopped, its orders wait, and it can be started later.
     virtual bool Start() = 0;
 
     /// Ends the worker's thread after the order in progress, and waits for it. Harmless when not started.

@@ -93,9 +93,11 @@ bool PreloadWorker::ProcessOrder(const PreloadOrder& order) {
 void PreloadWorker::LogPreload(const PreloadOrder& order, IPreloader::PreloadResult result,
                                std::int64_t milliseconds) {
     const auto log = [&](Level level) {
-        TAVRIN_LOG(logger_, level, kind_.file_, "Thread ", static_cast<const void*>(this), ": T",
-                   order.id_.Id(), ": preload tp ", order.tp_, " (", order.tp_.SampleNumber(order.s_),
-                   "): ", ToString(result), " in ", milliseconds, " ms");
+        // A failure to log counts as one of the preload.
+        TAVRIN_LOG_OR_THROW(logger_, level, kind_.file_, "Thread ", static_cast<const void*>(this), ": T",
+                            order.id_.Id(), ": preload tp ", order.tp_, " (",
+                            order.tp_.SampleNumber(order.s_), "): ", ToString(result), " in ", milliseconds,
+                            " ms");
     };
     log(Level_Trace);
     if (milliseconds > kind_.slow_.count()) {
@@ -105,14 +107,8 @@ void PreloadWorker::LogPreload(const PreloadOrder& order, IPreloader::PreloadRes
 
 /// `e` is null for what is no standard exception. It is asked what it says only when that is written.
 void PreloadWorker::LogFailure(const PreloadOrder& order, const std::exception* e) noexcept {
-    try {
-        TAVRIN_LOG(logger_, Level_Warning, kind_.file_, "Could not preload aligned order on ",
-                   order.id_.ToString(), " at ", order.tp_, ": ",
-                   e != nullptr ? e->what() : "unknown exception");
-    } catch (...) {
-        // The logger itself fails, so there is nobody left to tell; the worker goes on all the same.
-        return;
-    }
+    TAVRIN_LOG(logger_, Level_Warning, kind_.file_, "Could not preload aligned order on ",
+               order.id_.ToString(), " at ", order.tp_, ": ", e != nullptr ? e->what() : "unknown exception");
 }
 
 }  // namespace Tavrin::Player
