@@ -1,5 +1,8 @@
 # Checks of the sources themselves, as tests with the label "lint": layout (clang-format), clang-tidy over
-# every source file, and the documentation, which must build without a warning.
+# every source file, cppcheck over the libraries and the program, and the documentation, which must build without a
+# warning. Beside them one end-to-end run under valgrind, which sees what instrumented builds do not: memory that was never
+# written, in code that is not ours too. GCC's own analyzer is left out: GCC 12 does not know C++ (its documents
+# say so), and takes every exception for a leak.
 #
 # They are about the sources and not about a build, so one build directory is enough: they are registered
 # only where the tools are found and nothing is instrumented. They belong to a configuration of their own, so
@@ -8,7 +11,9 @@
 find_program(TAVRIN_CLANG_FORMAT NAMES clang-format-14 clang-format)
 find_program(TAVRIN_CLANG_TIDY NAMES clang-tidy-14 clang-tidy)
 find_program(TAVRIN_DOXYGEN NAMES doxygen)
-mark_as_advanced(TAVRIN_CLANG_FORMAT TAVRIN_CLANG_TIDY TAVRIN_DOXYGEN)
+find_program(TAVRIN_CPPCHECK NAMES cppcheck)
+find_program(TAVRIN_VALGRIND NAMES valgrind)
+mark_as_advanced(TAVRIN_CLANG_FORMAT TAVRIN_CLANG_TIDY TAVRIN_DOXYGEN TAVRIN_CPPCHECK TAVRIN_VALGRIND)
 
 function(tavrin_add_lint name)
   add_test(NAME lint.${name} CONFIGURATIONS Lint COMMAND ${ARGN}
@@ -45,6 +50,16 @@ if(TAVRIN_CLANG_FORMAT)
 endif()
 if(TAVRIN_CLANG_TIDY AND CMAKE_EXPORT_COMPILE_COMMANDS)
   tavrin_lint_targets()
+endif()
+if(TAVRIN_CPPCHECK)
+  tavrin_add_lint(cppcheck "${TAVRIN_CPPCHECK}" --quiet --std=c++20 --language=c++
+    --enable=warning,performance,portability --inline-suppr --error-exitcode=1
+    "--suppressions-list=${PROJECT_SOURCE_DIR}/cmake/cppcheck-suppressions.txt"
+    -I. -I "${PROJECT_BINARY_DIR}/include" Time Tools Logging Player Playout apps)
+endif()
+if(TAVRIN_VALGRIND)
+  tavrin_add_lint(valgrind "${TAVRIN_VALGRIND}" --quiet --error-exitcode=1 --leak-check=full
+    --errors-for-leak-kinds=definite,indirect $<TARGET_FILE:EndToEndTest> --gtest_brief=1)
 endif()
 if(TAVRIN_DOXYGEN)
   set(doxygen_output "${PROJECT_BINARY_DIR}/doc")
