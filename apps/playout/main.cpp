@@ -17,7 +17,7 @@ void Describe(CLI::App& program) {
     program.name("playout");
     program.description(
         "Plays video recordings forward and backward at any speed, picture by exact picture.\n"
-        "The pictures can be written as files; otherwise they are played to nowhere and counted.\n");
+        "They are shown in a window where there is a display, or written as files, and counted.\n");
     program.footer(
         "Examples:\n"
         "  playout info clip.mp4                                  what is in the file\n"
