@@ -26,14 +26,12 @@ spdlog::level::level_enum ToLibraryLevel(Level level) {
 }  // namespace
 
 StandardLogger::StandardLogger(const std::string& name)
-    : logger_(std::make_unique<spdlog::logger>(name, std::make_shared<spdlog::sinks::stderr_sink_mt>())) {
+    : logger_(std::make_shared<spdlog::logger>(name, std::make_shared<spdlog::sinks::stderr_sink_mt>())) {
     // The filtering is ours: the levels of this façade are finer than the library's.
     logger_->set_level(spdlog::level::trace);
     logger_->flush_on(spdlog::level::trace);
     logger_->set_pattern("%Y-%m-%d %H:%M:%S.%e [%l] %n: %v (%g:%#)");
 }
-
-StandardLogger::~StandardLogger() = default;
 
 void StandardLogger::Log(Level level, const std::string& text, const char* file, int line) {
     if (level < GetLevel()) {

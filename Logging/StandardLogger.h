@@ -18,7 +18,6 @@ namespace qor::kp::logging {
 class StandardLogger final : public ILogger {
 public:
     explicit StandardLogger(const std::string& name);
-    ~StandardLogger() override;
 
     void Log(Level level, const std::string& text, const char* file, int line) override;
     void SetLevel(Level level) override;
@@ -28,7 +27,8 @@ private:
     /// Asked before every message that might be composed, so it is a relaxed atomic: a change of level need
     /// not be ordered with anything else.
     std::atomic<Level> level_ = Level_Warning;
-    std::unique_ptr<spdlog::logger> logger_;
+    /// Shared, so that whoever destroys this one need not know that library.
+    std::shared_ptr<spdlog::logger> logger_;
 };
 
 }  // namespace qor::kp::logging

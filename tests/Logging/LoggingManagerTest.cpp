@@ -10,7 +10,7 @@
 namespace qor::kp::logging {
 namespace {
 
-class NullLogger final : public ILogger {
+class NullLogger : public ILogger {
 public:
     void Log(Level, const std::string&, const char*, int) override {}
     void SetLevel(Level level) override { level_ = level; }
@@ -104,6 +104,22 @@ TEST(LoggingManager, LoggerHandedOutOutlivesItsReplacement) {
     LoggingManager::SetLogger("replaced", nullptr);
     EXPECT_FALSE(watched.expired());
     EXPECT_EQ(handedOut->GetLevel(), Level_Info);
+}
+
+TEST(LoggingManager, LoggerIsDestroyedThroughItsInterface) {
+    class Watched final : public NullLogger {
+    public:
+        explicit Watched(bool& isGone) : isGone_(isGone) {}
+        ~Watched() override { isGone_ = true; }
+
+    private:
+        bool& isGone_;
+    };
+    bool isGone = false;
+    std::unique_ptr<ILogger> logger = std::make_unique<Watched>(isGone);
+    EXPECT_FALSE(isGone);
+    logger.reset();
+    EXPECT_TRUE(isGone);
 }
 
 TEST(LoggingManager, ManyThreadsGetOneLogger) {

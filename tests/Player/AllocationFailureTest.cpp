@@ -323,6 +323,31 @@ TEST_F(AllocationFailure, AnEntryIsEvictedWhollyOrNotAtAll) {
         });
 }
 
+TEST_F(AllocationFailure, AnEvictionThatLeavesManyHolesKeepsTheRunsOrCountsThemAnew) {
+    struct Scene : CacheScene {
+        Scene() {
+            for (std::int64_t number = 0; number < kNbOrders; ++number) {
+                Ask(number);
+                // Every third one has no answer yet and stays.
+                if (number % 3 != 0) {
+                    Answer(number);
+                }
+            }
+            cache.Update();
+            cache.FindRuns(kRate);
+        }
+    };
+    const std::size_t nb = WithEachAllocationFailing<Scene>(
+        [](Scene& scene) { scene.cache.EraseBefore(StartOf(kNbOrders, kRate)); },
+        [](Scene& scene, bool failed) {
+            EXPECT_FALSE(failed);
+            EXPECT_EQ(scene.nbLive, 0);
+            EXPECT_EQ(scene.cache.GetInformation().nbPendingSamples_, (kNbOrders + 2) / 3);
+            scene.ExpectRunsOfEntries();
+        });
+    EXPECT_GE(nb, 1U);
+}
+
 /// All that a planner proposes, from where it stands.
 std::vector<TimePoint> ProposalsOf(PreloadTimePointGenerator& planner) {
     std::vector<TimePoint> proposals;

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -29,8 +31,16 @@ class Waiters {
 public:
     Waiters(Semaphore& semaphore, int nb) {
         for (int i = 0; i < nb; ++i) {
-            threads_.emplace_back([&semaphore] { semaphore.Wait(); });
+            threads_.emplace_back([this, &semaphore] {
+                ++nbOnTheirWay_;
+                semaphore.Wait();
+            });
         }
+        // Most of them sleep then; what holds must hold for those that do not, too.
+        while (nbOnTheirWay_ < nb) {
+            std::this_thread::yield();
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     ~Waiters() {
         for (std::thread& thread : threads_) {
@@ -41,6 +51,7 @@ public:
     Waiters& operator=(const Waiters&) = delete;
 
 private:
+    std::atomic<int> nbOnTheirWay_ = 0;
     std::vector<std::thread> threads_;
 };
 
