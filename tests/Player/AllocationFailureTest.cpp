@@ -59,16 +59,16 @@ private:
     std::int64_t& nbLive_;
 };
 
-/// Does `operation` once for each of its requests for memory, with that one failing, and once with none failing. Each time
-/// on a scene of its own; `check` is told whether it failed. Returns how many requests there were.
+/// Does `operation` once for each of its requests for memory, with that one failing, or that one and all after it, and once
+/// with none failing. Each time on a scene of its own; `check` is told whether it threw. Returns how many requests there were.
 template <typename Scene, typename Operation, typename Check>
-std::size_t WithEachAllocationFailing(Operation operation, Check check) {
+std::size_t WithAllocationsFailing(bool allAfter, Operation operation, Check check) {
     constexpr std::size_t kMost = 10'000;
     for (std::size_t number = 1; number < kMost; ++number) {
-        SCOPED_TRACE("request " + std::to_string(number));
+        SCOPED_TRACE("request " + std::to_string(number) + (allAfter ? " and all after it" : ""));
         Scene scene;
         bool failed = false;
-        Testing::FailAllocation(number);
+        allAfter ? Testing::FailAllocationsFrom(number) : Testing::FailAllocation(number);
         try {
             operation(scene);
         } catch (const std::bad_alloc&) {
@@ -84,6 +84,13 @@ std::size_t WithEachAllocationFailing(Operation operation, Check check) {
     }
     ADD_FAILURE() << "it never succeeds";
     return kMost;
+}
+
+template <typename Scene, typename Operation, typename Check>
+std::size_t WithEachAllocationFailing(Operation operation, Check check) {
+    const std::size_t nb = WithAllocationsFailing<Scene>(false, operation, check);
+    WithAllocationsFailing<Scene>(true, operation, check);
+    return nb;
 }
 
 class AllocationFailure : public ::testing::Test {

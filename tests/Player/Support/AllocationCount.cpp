@@ -28,6 +28,8 @@ std::int64_t LiveBytes() {
 }
 void FailAllocation(std::size_t) {
 }
+void FailAllocationsFrom(std::size_t) {
+}
 bool TakeBackFailure() {
     return true;
 }
@@ -40,13 +42,18 @@ namespace {
 
 thread_local std::size_t nbAllocations = 0;
 thread_local std::int64_t liveBytes = 0;
-thread_local std::size_t nbUntilFailure = 0;  // Zero: none fails.
+thread_local std::size_t nbUntilFailure = 0;  // Zero: none fails any more.
+thread_local bool allFail = false;            // Once the first one has.
+thread_local bool hasFailed = false;
 
 void* Count(void* memory) {
-    if (nbUntilFailure > 0 && --nbUntilFailure == 0) {
+    if (nbUntilFailure == 1) {
+        nbUntilFailure = allFail ? 1 : 0;
+        hasFailed = true;
         std::free(memory);
         throw std::bad_alloc();
     }
+    nbUntilFailure -= nbUntilFailure > 0 ? 1 : 0;
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
@@ -122,9 +129,16 @@ std::int64_t LiveBytes() {
 }
 void FailAllocation(std::size_t number) {
     nbUntilFailure = number;
+    allFail = false;
+    hasFailed = false;
+}
+void FailAllocationsFrom(std::size_t number) {
+    FailAllocation(number);
+    allFail = true;
 }
 bool TakeBackFailure() {
-    return std::exchange(nbUntilFailure, 0) > 0;
+    nbUntilFailure = 0;
+    return !hasFailed;
 }
 
 }  // namespace Tavrin::Player::Testing

@@ -25,6 +25,9 @@ inline void FailNextAllocation() {
     FailAllocation(1);
 }
 
+/// The same for that request and all after it, until it is taken back.
+void FailAllocationsFrom(std::size_t number);
+
 /// Takes that back. Whether there was anything to take back: the request that was to fail has not come.
 bool TakeBackFailure();
 
