@@ -68,6 +68,8 @@ bool Run::IsWarm() const {
 bool Run::Execute() {
     for (std::uint64_t number = options_.first_; !IsOver(number - options_.first_); ++number) {
         try {
+            // Before it begins: a crash or a report of a sanitizer ends the process without another word.
+            std::cout << "soak: phase " << number << (IsEngine(number) ? " (engine)" : " (playout)") << std::endl;
             Phase(number);
         } catch (const std::exception& e) {
             TellFailure(number, e.what());

@@ -1,9 +1,11 @@
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <iostream>
 #include <map>
 #include <random>
+#include <ratio>
 #include <string>
 
 #include "Player/Support/WorkerStorm.h"
