@@ -78,6 +78,7 @@ void PlayedSession::Close() {
     std::vector<std::shared_ptr<const Picture>> overlooked;
     if (breakage_ == Breakage::PictureKept && !shown_.empty()) {
         overlooked.push_back(shown_.back().lock());
+        kept_.clear();
     }
     session_.reset();
     std::set<const Picture*> kept;
