@@ -199,8 +199,8 @@ void EngineClient::Settle() {
     const auto end = Clock::now() + bound_;
     while (Drive()) {
         if (Clock::now() > end) {
-            const auto waiting = std::find_if(live_.begin(), live_.end(),
-                                              [](const Live& live) { return live.nbOut_ > 0; });
+            const auto waiting =
+                std::find_if(live_.begin(), live_.end(), [](const Live& live) { return live.nbOut_ > 0; });
             throw Failure(std::to_string(waiting->nbOut_) + " requests of " + NameOf(*waiting->stream_) +
                           " were never answered: waited for " + std::to_string(bound_.count()) + " ms");
         }

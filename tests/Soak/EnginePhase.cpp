@@ -24,8 +24,9 @@ constexpr std::size_t kMaxStreams = 7;
 constexpr std::int64_t kNbTracks = 8;
 
 const std::vector<Ratio>& Speeds() {
-    static const std::vector<Ratio> speeds{Ratio(1, 1),  Ratio(-1, 1), Ratio(2, 1),  Ratio(-2, 1), Ratio(4, 1),
-                                           Ratio(-8, 1), Ratio(1, 2),  Ratio(-3, 7), Ratio(16, 1), Ratio()};
+    static const std::vector<Ratio> speeds{Ratio(1, 1),  Ratio(-1, 1), Ratio(2, 1), Ratio(-2, 1),
+                                           Ratio(4, 1),  Ratio(-8, 1), Ratio(1, 2), Ratio(-3, 7),
+                                           Ratio(16, 1), Ratio()};
     return speeds;
 }
 
@@ -105,7 +106,8 @@ void EnginePhase::Operate(std::int64_t kind) {
     } else if (kind < 96) {
         const std::int64_t nbDecoded = choices_.Between(1, 10);
         const std::int64_t nbCompressed = nbDecoded + choices_.Between(0, 12);
-        client_.Resize(AnyStream(), static_cast<std::size_t>(nbDecoded), static_cast<std::size_t>(nbCompressed));
+        client_.Resize(AnyStream(), static_cast<std::size_t>(nbDecoded),
+                       static_cast<std::size_t>(nbCompressed));
     } else {
         client_.Settle();
     }
@@ -125,8 +127,8 @@ void EnginePhase::ChangeStreams() {
 SimulatedTrack EnginePhase::AnyTrack() {
     SimulatedTrack track;
     track.track_ = nextTrack_++ % kNbTracks;
-    track.rate_ = choices_.Among(
-        std::vector<SampleRate>{SampleRate(25, 1), SampleRate(50, 1), SampleRate(30000, 1001), SampleRate(24, 1)});
+    track.rate_ = choices_.Among(std::vector<SampleRate>{SampleRate(25, 1), SampleRate(50, 1),
+                                                         SampleRate(30000, 1001), SampleRate(24, 1)});
     track.display_ =
         choices_.Among(std::vector<SampleRate>{SampleRate(25, 1), SampleRate(50, 1), SampleRate(60, 1)});
     track.end_ = Ms(choices_.Between(5'000, 60'000));

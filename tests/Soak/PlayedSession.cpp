@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "Soak/Failure.h"
 
@@ -24,18 +25,16 @@ TimePoint Milliseconds(std::int64_t count) {
 }
 
 const std::vector<Ratio>& Speeds() {
-    static const std::vector<Ratio> speeds{Ratio(1, 1), Ratio(-1, 1),  Ratio(2, 1),  Ratio(-2, 1),  Ratio(4, 1),
-                                           Ratio(1, 2), Ratio(-16, 1), Ratio(-3, 7), Ratio(400, 1), Ratio()};
+    static const std::vector<Ratio> speeds{Ratio(1, 1),   Ratio(-1, 1), Ratio(2, 1),   Ratio(-2, 1),
+                                           Ratio(4, 1),   Ratio(1, 2),  Ratio(-16, 1), Ratio(-3, 7),
+                                           Ratio(400, 1), Ratio()};
     return speeds;
 }
 
 }  // namespace
 
 PlayedSession::PlayedSession(const PhaseMeans& means, const Recordings& recordings)
-    : choices_(means.choices_),
-      totals_(means.totals_),
-      breakage_(means.breakage_),
-      bound_(means.bound_) {
+    : choices_(means.choices_), totals_(means.totals_), breakage_(means.breakage_), bound_(means.bound_) {
     std::vector<SessionTrack> tracks;
     const std::int64_t nbTracks = choices_.Between(1, 6);
     for (std::int64_t track = 0; track < nbTracks; ++track) {
@@ -152,7 +151,8 @@ TimePoint PlayedSession::AnyTime() {
 void PlayedSession::StepByPicture() {
     const std::int64_t nbPictures = choices_.Between(-3, 3);
     const auto rate = session_->Recording(0).Rate();
-    const std::int64_t sample = (session_->CurrentTime() - session_->Begin(0)).SampleNumber(rate) + nbPictures;
+    const std::int64_t sample =
+        (session_->CurrentTime() - session_->Begin(0)).SampleNumber(rate) + nbPictures;
     session_->SetSpeed(Ratio());
     session_->GoTo(session_->Begin(0) + TimePoint::StartOfSample(sample, rate));
 }
@@ -175,7 +175,8 @@ void PlayedSession::ChangeMemory() {
 void PlayedSession::Look() {
     const auto nbCells = static_cast<std::size_t>(choices_.Between(1, 200));
     const std::size_t track = choices_.Below(session_->NbTracks());
-    RequireEqual(session_->CellStates(track, {TimePoint(), session_->End(), nbCells}).size(), nbCells, "cells");
+    RequireEqual(session_->CellStates(track, {TimePoint(), session_->End(), nbCells}).size(), nbCells,
+                 "cells");
     RequireEqual(session_->GetCounters().tracks.size(), session_->NbTracks(), "tracks counted");
     static_cast<void>(session_->HasAhead(3));
 }

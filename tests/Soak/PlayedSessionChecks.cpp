@@ -59,9 +59,9 @@ void PlayedSession::CheckHeld() const {
         RequireEqual(track.fetches.nbFetched - track.fetches.nbEvicted, track.fetches.nbReady,
                      "live decoded samples" + place);
         Require(track.fetches.nbProtected <= 1, "more than the picture on show is protected" + place);
-        Require(track.bytes.pictures <= track.bytes.budget,
-                "pictures take more than the budget" + place + ": " + std::to_string(track.bytes.pictures) +
-                    " of " + std::to_string(track.bytes.budget));
+        Require(track.bytes.pictures <= track.bytes.budget, "pictures take more than the budget" + place +
+                                                                ": " + std::to_string(track.bytes.pictures) +
+                                                                " of " + std::to_string(track.bytes.budget));
     }
 }
 

@@ -31,6 +31,12 @@ std::size_t NbDescriptors() {
     return NbEntries("/proc/self/fd") - 1;
 }
 
+void UseOneArena() {
+#ifdef __GLIBC__
+    mallopt(M_ARENA_MAX, 1);
+#endif
+}
+
 std::uint64_t ResidentBytes() {
 #ifdef __GLIBC__
     malloc_trim(0);

@@ -13,9 +13,8 @@ namespace Tavrin::Soak {
 /// *Threads:* externally synchronised.
 class ResidentWatch {
 public:
-    /// Beyond two percent: arenas of threads that come and go are not always in the same state, and a phase may be
-    /// the first that loads some page of a library.
-    static constexpr std::uint64_t kAllowance = std::uint64_t{8} << 20U;
+    /// Beyond two percent: a phase may be the first that loads some page of a library.
+    static constexpr std::uint64_t kAllowance = std::uint64_t{4} << 20U;
 
     /// As long as the warm-up lasts.
     void NoteWarmUp(std::uint64_t bytes) { begin_ = std::max(begin_, bytes); }
@@ -24,8 +23,8 @@ public:
     void Note(std::uint64_t bytes) {
         end_ = bytes;
         if (bytes > Limit()) {
-            throw Failure("resident memory has grown from " + InMebibytes(begin_) + " to " + InMebibytes(bytes) +
-                          ", more than " + InMebibytes(Limit()));
+            throw Failure("resident memory has grown from " + InMebibytes(begin_) + " to " +
+                          InMebibytes(bytes) + ", more than " + InMebibytes(Limit()));
         }
     }
 

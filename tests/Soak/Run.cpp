@@ -69,7 +69,8 @@ bool Run::Execute() {
     for (std::uint64_t number = options_.first_; !IsOver(number - options_.first_); ++number) {
         try {
             // Before it begins: a crash or a report of a sanitizer ends the process without another word.
-            std::cout << "soak: phase " << number << (IsEngine(number) ? " (engine)" : " (playout)") << std::endl;
+            std::cout << "soak: phase " << number << (IsEngine(number) ? " (engine)" : " (playout)")
+                      << " with " << ResidentWatch::InMebibytes(ResidentBytes()) << " resident" << std::endl;
             Phase(number);
         } catch (const std::exception& e) {
             TellFailure(number, e.what());
@@ -133,16 +134,17 @@ void Run::TellProgress() {
         return;
     }
     nextProgress_ += kProgressPeriod;
-    std::cout << "soak: " << Elapsed() / 1min << " min, " << totals_.nbPhases_ << " phases, " << totals_.nbTicks_
-              << " ticks, " << ResidentText() << std::endl;
+    std::cout << "soak: " << Elapsed() / 1min << " min, " << totals_.nbPhases_ << " phases, "
+              << totals_.nbTicks_ << " ticks, " << ResidentText() << std::endl;
 }
 
 void Run::TellFailure(std::uint64_t number, const std::string& what) const {
     std::cout << std::flush;
     std::cerr << "soak: FAILED with seed " << options_.seed_ << " in phase " << number << " ("
-              << (IsEngine(number) ? "engine" : "playout") << "): " << what << "\nsoak: the same choices again: "
-              << "soak --seed " << options_.seed_ << " --half " << NameOf(options_.halves_) << " --first " << number
-              << " --phases 1" << std::endl;
+              << (IsEngine(number) ? "engine" : "playout") << "): " << what
+              << "\nsoak: the same choices again: "
+              << "soak --seed " << options_.seed_ << " --half " << NameOf(options_.halves_) << " --first "
+              << number << " --phases 1" << std::endl;
 }
 
 std::string Run::ResidentText() const {

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "Player/Support/WorkerStorm.h"
+#include "Soak/ProcessState.h"
 #include "Soak/Run.h"
 
 namespace Tavrin::Soak {
@@ -35,7 +36,8 @@ std::map<std::string, Breakage> Breakages() {
 
 int Main(int argc, char** argv) {
     CLI::App program(
-        "Plays many tracks at random, on doubles and on real clips, in short phases, and checks after each that "
+        "Plays many tracks at random, on doubles and on real clips, in short phases, and checks after each "
+        "that "
         "everything was answered once and given back.\nExit status: 0 everything held; 1 something did not; "
         "2 wrong usage.",
         "soak");
@@ -58,9 +60,10 @@ int Main(int argc, char** argv) {
     } catch (const CLI::ParseError& e) {
         return program.exit(e) == 0 ? kHeld : kUsage;
     }
-    options.span_ =
-        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::duration<double, std::ratio<60>>(minutes));
+    options.span_ = std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::duration<double, std::ratio<60>>(minutes));
     std::cout << "soak: seed " << options.seed_ << std::endl;
+    UseOneArena();
     const Silence silence;
     return Run(options).Execute() ? kHeld : kFailed;
 }
