@@ -111,7 +111,7 @@ private:
     /// One round of filing and ordering; false when nothing is left to wait for.
     static bool Drive(SimulatedStream& stream) {
         stream.Intake();
-        const bool hasOrdered = stream.Plan();
+        const bool hasOrdered = stream.Plan() > 0;
         return hasOrdered || stream.HasPending();
     }
 

@@ -39,8 +39,13 @@ public:
     std::set<std::string> GetDataKeys() const override { return {}; }
     const std::uint8_t* GetProperty(const std::string&, std::uint64_t&) const override { return nullptr; }
     const std::uint8_t* GetData(const std::string&, std::uint64_t&) const override { return nullptr; }
+    std::int64_t Protect(std::int64_t protection) override {
+        balance_.fetch_add(protection, std::memory_order_relaxed);
+        return ISample::Protect(protection);
+    }
     std::int64_t Unprotect(std::int64_t protection) override {
         NoteUse();
+        balance_.fetch_sub(protection, std::memory_order_relaxed);
         return ISample::Unprotect(protection);
     }
 
@@ -56,6 +61,8 @@ private:
     Time::TimePoint tp_;
     std::atomic<int> nbDeletions_ = 0;
     mutable std::atomic<int> nbLateUses_ = 0;
+    /// Unlike the counter it does not stop at zero: a release too many stays to be seen.
+    std::atomic<std::int64_t> balance_ = 0;
 };
 
 /// The samples of one stress test, all made beforehand, and what became of them.
@@ -80,8 +87,13 @@ public:
     std::size_t NbMade() const { return nbMade_; }
     bool Overflowed() const { return nbMade_ > capacity_; }
 
+    /// Made and not deleted; leaked once nobody holds them any more.
+    std::size_t NbLive() const { return NbLeaked(); }
     std::size_t NbLeaked() const {
         return Count([](const LedgerSample& sample) { return sample.nbDeletions_ == 0; });
+    }
+    std::size_t NbReleasedTooOften() const {
+        return Count([](const LedgerSample& sample) { return sample.balance_ < 0; });
     }
     std::size_t NbDeletedTwice() const {
         return Count([](const LedgerSample& sample) { return sample.nbDeletions_ > 1; });

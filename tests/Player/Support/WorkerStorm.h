@@ -146,6 +146,17 @@ public:
         }
     }
 
+    std::size_t NbWorkers() const { return preload_.size() + decode_.size(); }
+
+    /// Stops and starts one of them.
+    void Restart(std::size_t worker) {
+        const auto restart = [](auto& thread) {
+            thread.Stop();
+            thread.Start();
+        };
+        worker < preload_.size() ? restart(*preload_[worker]) : restart(*decode_[worker - preload_.size()]);
+    }
+
     /// One storm per worker: it is stopped and started until `over`, and left running.
     void AddStorms(std::vector<std::thread>& threads, const std::atomic<bool>& over) {
         for (auto& worker : preload_) {

@@ -36,6 +36,8 @@ struct SimulatedTrack {
     std::int64_t nbCompressed_ = 10;
     std::int64_t nbBehind_ = 3;
     bool isBroken_ = false;  ///< Storage cannot deliver any sample.
+    /// Of a sample while it is decoded: the worker releases one, and so does the fake decoder.
+    std::int64_t nbProtections_ = 2;
 };
 
 /// A client's stream on the library's doubles: a cache of compressed and one of decoded samples, a planner
@@ -117,15 +119,15 @@ public:
         return static_cast<std::int32_t>(preloadQueue_.GetSize());
     }
 
-    /// Files what the workers have delivered.
-    void Intake() {
-        compressed_.Update();
-        decoded_.Update();
+    /// Files what the workers have delivered; how many answers that were.
+    std::size_t Intake() {
+        const std::size_t nbCompressed = compressed_.Update();
+        return nbCompressed + decoded_.Update();
     }
 
-    /// Orders what is needed around the play head, nearest first, and drops the rest. False when there was
-    /// nothing to order.
-    bool Plan() {
+    /// Orders what is needed around the play head, nearest first, and drops the rest; how many samples were
+    /// ordered.
+    std::size_t Plan() {
         Evict();
         nbOrdered_ = 0;
         AskForDecoded(player_->GetCurrentTimePoint().AlignWith(NeededRate()));
@@ -138,7 +140,7 @@ public:
         while (compressedPlanner_.Get(tp)) {
             AskForCompressed(tp);
         }
-        return nbOrdered_ > 0;
+        return nbOrdered_;
     }
 
     bool HasPending() const {
@@ -212,14 +214,14 @@ private:
         order.toDecode_ = &compressed;
         order.orderTp_ = tp;
         order.queue_ = decoded_.GetQueue();
-        compressed.Protect(2);  // the worker releases one, and so does the fake decoder
+        compressed.Protect(settings_.nbProtections_);
         decodeQueue_.Push(order);
     }
 
     /// Keeps so many samples on the side that the play head moves to, and a few on the other.
     void Evict() {
-        Evict(decoded_, settings_.nbDecoded_);
-        Evict(compressed_, settings_.nbCompressed_);
+        Evict(decoded_, static_cast<std::int64_t>(parameters_.nbDecoding_));
+        Evict(compressed_, static_cast<std::int64_t>(parameters_.nbPreloading_));
     }
 
     void Evict(Cache& cache, std::int64_t nbAhead) {
