@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <iostream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -83,8 +82,9 @@ void CheckTrackOption(const std::string& word, void (TrackOptions::*add)(const s
     constexpr std::size_t kHighestWeight = 1000;
     TrackOptions options;
     std::vector<SessionTrack> tracks;
-    if (!IsTaken([&] { (options.*add)(word); }) ||
-        !IsTaken([&] { tracks = options.Apply({nullptr, nullptr}); })) {
+    if (!IsTaken([&] { (options.*add)(word); }) || !IsTaken([&] {
+            tracks = options.Apply({nullptr, nullptr});
+        })) {
         return;
     }
     for (const SessionTrack& track : tracks) {

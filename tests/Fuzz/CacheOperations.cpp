@@ -33,10 +33,10 @@ constexpr std::int64_t kHighest = std::numeric_limits<std::int64_t>::max();
 constexpr int kMostSteps = 300;
 
 const std::vector<SampleRate>& Rates() {
-    static const std::vector<SampleRate> rates{{25, 1},       {50, 1},         {30000, 1001}, {15000, 1001},
-                                               {25, 2},       {25, 4},         {1, 1},        {1, 7},
-                                               {12345, 678},  {1'000'000'000, 1}, {0, 1},     {1, kHighest},
-                                               {kHighest, 1}, {kHighest, 2}};
+    static const std::vector<SampleRate> rates{
+        {25, 1}, {50, 1},       {30000, 1001}, {15000, 1001}, {25, 2},
+        {25, 4}, {1, 1},        {1, 7},        {12345, 678},  {1'000'000'000, 1},
+        {0, 1},  {1, kHighest}, {kHighest, 1}, {kHighest, 2}};
     return rates;
 }
 

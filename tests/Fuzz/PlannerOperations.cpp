@@ -36,13 +36,13 @@ constexpr std::int64_t kFarthest = 4'000'000'000'000'000'000;
 constexpr std::int64_t kMostPreloads = 300;
 
 const std::vector<SampleRate>& Rates() {
-    static const std::vector<SampleRate> rates{{25, 1}, {50, 1}, {60, 1},     {30000, 1001}, {60000, 1001},
+    static const std::vector<SampleRate> rates{{25, 1}, {50, 1}, {60, 1},      {30000, 1001}, {60000, 1001},
                                                {60, 7}, {1, 3},  {12345, 678}, {17, 13},      {0, 1}};
     return rates;
 }
 
 const std::vector<Ratio>& Speeds() {
-    static const std::vector<Ratio> speeds{{1, 1},   {0, 1},  {-1, 1}, {2, 1},  {-2, 1}, {4, 1},    {1, 2},
+    static const std::vector<Ratio> speeds{{1, 1},   {0, 1},  {-1, 1}, {2, 1},  {-2, 1},   {4, 1},    {1, 2},
                                            {-16, 1}, {64, 1}, {7, 3},  {-7, 3}, {1, 1000}, {-1, 1000}};
     return speeds;
 }
@@ -127,7 +127,8 @@ private:
                 return Ms(choices_.Between(-255, 65'280));
             case 1: {
                 const SampleRate rate = AnyRate();
-                return TimePoint::StartOfSample(choices_.Between(0, 65'535), rate) + Ns(choices_.Between(-1, 1));
+                return TimePoint::StartOfSample(choices_.Between(0, 65'535), rate) +
+                       Ns(choices_.Between(-1, 1));
             }
             default:
                 return Ns(choices_.Between(-kFarthest, kFarthest));

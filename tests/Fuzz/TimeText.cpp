@@ -85,8 +85,8 @@ void CheckTerms(const Ratio& ratio, const std::string& text) {
                 Time::Wide::Product(numerator, ratio.Denominator()),
             "a ratio has the value of its text", text);
     Require(ratio.Denominator() > 0, "a denominator is above zero", text);
-    Require(std::gcd(Magnitude(ratio.Numerator()), Magnitude(ratio.Denominator())) == 1,
-            "a ratio is reduced", text);
+    Require(std::gcd(Magnitude(ratio.Numerator()), Magnitude(ratio.Denominator())) == 1, "a ratio is reduced",
+            text);
 }
 
 void CheckRatio(const std::string& text) {

@@ -46,8 +46,7 @@ public:
     /// False when there is no plan because a rate does not fit 64 bits: both are to throw then, and nothing is to be
     /// asked of either before an update that does not.
     [[nodiscard]] bool Update(const IPlayer& player) {
-        const bool fits =
-            !Overflows([&] { model_.Update(player.GetCurrentTimePoint(), player.GetSpeed()); });
+        const bool fits = !Overflows([&] { model_.Update(player.GetCurrentTimePoint(), player.GetSpeed()); });
         EXPECT_EQ(!Overflows([&] { generator_.Update(&player); }), fits);
         return fits;
     }
