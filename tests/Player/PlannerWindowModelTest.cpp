@@ -19,7 +19,7 @@
 #include "Player/Support/Coverage.h"
 #include "Player/Support/Moments.h"
 #include "Player/Support/PlannerModel.h"
-#include "Player/Support/Printed.h"
+#include "Player/Support/PlannerPair.h"
 #include "Player/Support/Random.h"
 #include "Player/Support/RecordingLogger.h"
 
@@ -31,7 +31,7 @@ using Testing::Coverage;
 using Testing::Ms;
 using Testing::Ns;
 using Testing::PlannerModel;
-using Testing::Printed;
+using Testing::PlannerPair;
 using Testing::Random;
 using Testing::StartOf;
 using Time::Ratio;
@@ -55,68 +55,6 @@ const std::vector<Ratio>& Speeds() {
                                            {-7, 3}, {-16, 1}, {-1, 1000}, {1, 1000}};
     return speeds;
 }
-
-/// A generator and its model, which do everything side by side.
-class PlannerPair {
-public:
-    const PlannerModel& Model() const { return model_; }
-    CachePair* Source() const { return source_; }
-
-    void SetRates(const SampleRate& stream, const SampleRate& display) {
-        generator_.SetSampleRate(stream);
-        generator_.SetDisplayRate(display);
-        model_.SetSampleRate(stream);
-        model_.SetDisplayRate(display);
-    }
-
-    void SetNumberPreloads(std::int64_t nb) {
-        generator_.SetNumberPreloads(static_cast<std::uint64_t>(nb));
-        model_.SetNumberPreloads(nb);
-    }
-
-    void SetCache(CachePair* source) {
-        source_ = source;
-        generator_.SetCache(source == nullptr ? nullptr : &source->Engine());
-        model_.SetCache(source == nullptr ? nullptr : &source->Model());
-    }
-
-    void Update(const Player& player) {
-        generator_.Update(&player);
-        model_.Update(player.GetCurrentTimePoint(), player.GetSpeed());
-    }
-
-    std::optional<TimePoint> Get() {
-        const TimePoint untouched = Ms(-1);
-        TimePoint tp = untouched;
-        const std::optional<TimePoint> expected = model_.Get();
-        EXPECT_EQ(generator_.Get(tp), expected.has_value());
-        EXPECT_EQ(tp, expected.value_or(untouched));
-        return expected;
-    }
-
-    /// Until nothing more is proposed, or `nbAtMost` proposals.
-    std::vector<TimePoint> GetAll(std::size_t nbAtMost = 5000) {
-        std::vector<TimePoint> proposed;
-        while (proposed.size() < nbAtMost && !::testing::Test::HasFailure()) {
-            const std::optional<TimePoint> tp = Get();
-            if (!tp) {
-                EXPECT_FALSE(Get()) << "proposes again after it has ended";
-                break;
-            }
-            proposed.push_back(*tp);
-        }
-        return proposed;
-    }
-
-    void CompareState() const {
-        EXPECT_EQ(Printed([this] { generator_.OutputInternalState(); }), model_.StateText());
-    }
-
-private:
-    PreloadTimePointGenerator generator_;
-    PlannerModel model_;
-    CachePair* source_ = nullptr;
-};
 
 /// Two caches, three generators that share them, and one play head, for a long time.
 class PlannerSequence {
@@ -253,7 +191,7 @@ private:
         if (random_.Chance(10)) {
             Unhook(planner);
         }
-        planner.Update(player_);
+        EXPECT_TRUE(planner.Update(player_));
         const std::size_t nbBefore = planner.Model().NbHeld();
         std::vector<TimePoint> proposed;
         if (random_.Chance(30)) {
@@ -297,7 +235,7 @@ private:
     void Unhook(PlannerPair& planner) {
         CachePair* const cache = planner.Source();
         planner.SetCache(nullptr);
-        planner.Update(player_);
+        EXPECT_TRUE(planner.Update(player_));
         EXPECT_FALSE(planner.Get());
         planner.SetCache(cache);
         coverage_.Saw("update without a cache");
