@@ -22,6 +22,16 @@ class ExistingCacheUpdateQueues;
 /// 1. no lock of the engine is held during `Preload`, which may take as long as the storage does;
 /// 2. an exception is logged by the worker, which goes on with the next order. The order then stays
 ///    unanswered unless the preloader answered it before it threw.
+///
+/// What comes of a preloader that
+/// - takes long, or hangs: its worker is held, and so is the `Stop` of that worker; other workers go on;
+/// - returns `ERROR` or throws anything, and has not answered: the worker goes on with the next order, the
+///   cache's entry stays pending, and whoever knows better may still answer;
+/// - answers after it has returned, from a thread of its own: the answer is filed when it comes;
+/// - answers with a null sample: the entry becomes `Cache::Missing`;
+/// - answers a second time, or for an entry that the cache has dropped: `Cache::Update` deletes the sample
+///   and throws `std::runtime_error`, and files the answers behind it at the next call;
+/// - answers for a queue that is gone: `PushIfExists` returns false, and the sample is still the preloader's.
 class TAVRIN_PLAYER_EXPORT IPreloader {
 public:
     enum PreloadResult : std::int32_t {

@@ -19,6 +19,17 @@ namespace Tavrin::Player {
 /// The implementer may assume:
 /// 1. the compressed sample is protected, and so alive, during the call;
 /// 2. the returned sample is delivered or deleted exactly once, through `ISample`.
+///
+/// What comes of a decoder that
+/// - takes long, or hangs: its worker is held, and so are the `Stop` of that worker and the removal of the
+///   order's queue from the registry; other workers go on;
+/// - returns null or throws `std::runtime_error`: the entry becomes `Cache::Missing`;
+/// - throws anything else: the process ends, as a decoder that cannot say what went wrong may have left
+///   anything behind;
+/// - delivers by itself as well, or returns when the cache has dropped the entry: `Cache::Update` deletes the
+///   later sample and throws `std::runtime_error`;
+/// - is to decode for a queue that is gone: it is not called when there is a registry, and the compressed
+///   sample keeps the order's protection.
 class TAVRIN_PLAYER_EXPORT ISampleDecoder {
 public:
     ISampleDecoder() = default;

@@ -38,6 +38,7 @@ class Mutant:
     begin: int
     end: int
     line: int
+    column: int
     before: str
     text: str
 
@@ -86,7 +87,8 @@ def mutants_of(file, source):
         if kind == "word" and token in WORDS and before.rstrip().endswith(("=", "= {")) and "constexpr" in lines[line - 1]:
             continue
         for text in replacements(kind, token):
-            made.append(Mutant(file, match.start(), match.end(), line, lines[line - 1].strip(), text))
+            column = match.start() - source.rfind("\n", 0, match.start())
+            made.append(Mutant(file, match.start(), match.end(), line, column, lines[line - 1].strip(), text))
     return made + conditions_of(file, source)
 
 
@@ -109,5 +111,6 @@ def conditions_of(file, source):
         inner = source[begin:end - 1]
         if ";" in inner or " : " in inner:
             continue
-        made.append(Mutant(file, begin, end - 1, line, text.strip(), f"!({inner})"))
+        column = begin - source.rfind("\n", 0, begin)
+        made.append(Mutant(file, begin, end - 1, line, column, text.strip(), f"!({inner})"))
     return made

@@ -1,14 +1,18 @@
 #!/usr/bin/env python3
 """Changes the sources of the engine in one small place at a time, and tells which changes no test notices.
 
-Works on a copy of the tree. A change of a header is held against the tests of that header alone, as all others would have to be
-compiled anew; a change of a source file first against the tests of its own, then against all. A change that does not
-compile is none; one that makes a test run much longer than usual counts as noticed.
+Works on copies of the tree, one for each change that is tried at the same time. A change of a header is held against the tests
+of that header alone, as all others would have to be compiled anew; a change of a source file first against the tests of its
+own, then against all. A change that does not compile is none; one that makes a test run much longer than usual counts as
+noticed. A program that fails is run again, as some measure time: only when it fails twice has it noticed the change.
 """
 
 import argparse
+import concurrent.futures
 import json
+import os
 import pathlib
+import queue
 import random
 import shutil
 import subprocess
@@ -41,10 +45,9 @@ def read_survivors(text):
 class Tree:
     """A copy of the sources with a build of its own."""
 
-    def __init__(self, directory, jobs):
+    def __init__(self, directory):
         self.source = directory / "source"
         self.build = directory / "build"
-        self.jobs = str(jobs)
         shutil.rmtree(self.source, ignore_errors=True)
         self.source.mkdir(parents=True)
         listed = subprocess.run(["git", "ls-files", "-z"], cwd=ROOT, stdout=subprocess.PIPE, check=True).stdout
@@ -52,16 +55,20 @@ class Tree:
             if (ROOT / name).is_file():
                 (self.source / name).parent.mkdir(parents=True, exist_ok=True)
                 shutil.copy2(ROOT / name, self.source / name)
+        # Beside each other two trees have the same objects.
+        self.environment = dict(os.environ, CCACHE_BASEDIR=str(directory), CCACHE_NOHASHDIR="1")
         subprocess.run(["cmake", "-S", self.source, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
-                        "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DTAVRIN_BUILD_PLAYOUT=OFF"], check=True, stdout=subprocess.DEVNULL)
-        self.make("all", check=True)
+                        "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DTAVRIN_BUILD_PLAYOUT=OFF",
+                        f"-DCMAKE_CXX_COMPILER_LAUNCHER={shutil.which('ccache') or ''}"],
+                       check=True, stdout=subprocess.DEVNULL, env=self.environment)
+        self.make("all", jobs=os.cpu_count(), check=True)
         self.programs = sorted(path for folder in ("Time", "Tools", "Logging", "Player")
                                for path in (self.build / "tests" / folder).glob("*Test") if path.is_file())
         self.usual = {program: self.seconds_of(program) for program in self.programs}
 
-    def make(self, *targets, check=False):
-        return subprocess.run(["cmake", "--build", self.build, "-j", self.jobs, "--target", *targets],
-                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=check).returncode == 0
+    def make(self, *targets, jobs=1, check=False):
+        return subprocess.run(["cmake", "--build", self.build, "-j", str(jobs), "--target", *targets], check=check,
+                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, env=self.environment).returncode == 0
 
     def seconds_of(self, program):
         begin = time.monotonic()
@@ -72,10 +79,15 @@ class Tree:
     @staticmethod
     def passes(program, seconds):
         try:
-            return subprocess.run([program, "--gtest_brief=1"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                                  timeout=seconds, check=False, cwd=program.parent).returncode == 0
+            return subprocess.run([program, "--gtest_brief=1", "--gtest_fail_fast"], stdout=subprocess.DEVNULL,
+                                  stderr=subprocess.DEVNULL, timeout=seconds, check=False,
+                                  cwd=program.parent).returncode == 0
         except subprocess.TimeoutExpired:
             return False
+
+    def notices(self, program):
+        """Whether the program fails, and does so again."""
+        return not any(self.passes(program, 5 + 4 * self.usual[program]) for _ in range(2))
 
     def tests_for(self, file):
         """Those of the file first, then, unless it is a header, the others from the quickest to the slowest."""
@@ -101,28 +113,52 @@ class Tree:
             targets = [program.name for program in tests] if mutant.file.endswith(".h") else libraries
             if not self.make(*targets):
                 return NO_CHANGE
-            for program in tests:
-                if not self.passes(program, 5 + 10 * self.usual[program]):
-                    return KILLED
-            return SURVIVED
+            return KILLED if any(self.notices(program) for program in tests) else SURVIVED
         finally:
             path.write_text(original)
 
 
+def try_all(chosen, directory, jobs, seen):
+    """The verdict of each, `jobs` at a time; `seen` is told of each as it comes."""
+    trees = queue.SimpleQueue()
+    for number in range(jobs):
+        trees.put(Tree(directory / f"tree{number}"))
+
+    def attempt(mutant):
+        tree = trees.get()
+        try:
+            return mutant, tree.verdict_of(mutant)
+        finally:
+            trees.put(tree)
+
+    with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
+        for done in concurrent.futures.as_completed([pool.submit(attempt, mutant) for mutant in chosen]):
+            seen(*done.result())
+
+
 def choose(all_mutants, sample, seed):
-    if sample == 0 or sample >= len(all_mutants):
-        return all_mutants
-    return sorted(random.Random(seed).sample(all_mutants, sample), key=lambda mutant: (mutant.file, mutant.begin))
+    """In an order by chance: what a run that is broken off has tried is a sample, too."""
+    return random.Random(seed).sample(all_mutants, sample if 0 < sample < len(all_mutants) else len(all_mutants))
+
+
+def key_of(mutant):
+    """What a reason is found by: it holds for all such changes of such a line."""
+    return (mutant.file, mutant.before, mutant.text)
+
+
+def place_of(mutant):
+    """What one change is found by in a later run, also when lines have been added above it."""
+    return (*key_of(mutant), mutant.column)
 
 
 def report(results, known, least, out):
     """Whether enough of the changes were noticed and each of the others has its reason."""
     killed = sum(verdict == KILLED for _, verdict in results)
-    survivors = [mutant for mutant, verdict in results if verdict == SURVIVED]
+    survivors = sorted((mutant for mutant, verdict in results if verdict == SURVIVED), key=lambda one: (one.file, one.begin))
     tried = killed + len(survivors)
     holds = tried > 0
     for mutant in survivors:
-        reason = known.get((mutant.file, mutant.before, mutant.text))
+        reason = known.get(key_of(mutant))
         print(f"{mutant}\n    {reason or 'NO REASON'}", file=out)
         holds = holds and reason is not None
     percent = 100 * killed / tried if tried else 0
@@ -136,23 +172,31 @@ def main(arguments):
     parser.add_argument("--directory", type=pathlib.Path, default=ROOT / "build" / "mutation")
     parser.add_argument("--sample", type=int, default=0, help="so many changes, chosen at random (default: all)")
     parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--jobs", type=int, default=2)
+    parser.add_argument("--survivors", action="store_true", help="only those that survived the last run in this directory")
+    parser.add_argument("--jobs", type=int, default=2, help="changes that are tried at the same time")
     parser.add_argument("--least", type=float, default=90, help="percent of the changes that must be noticed")
     options = parser.parse_args(arguments)
     files = sorted(path for folder in options.folders for pattern in ("*.cpp", "*.h")
                    for path in (ROOT / folder).glob(pattern))
     everything = [mutant for path in files
                   for mutant in mutants.mutants_of(str(path.relative_to(ROOT)), path.read_text())]
+    record = options.directory / "results.json"
+    before = {tuple(key): verdict for key, verdict in json.loads(record.read_text())} if options.survivors else {}
     chosen = choose(everything, options.sample, options.seed)
+    if options.survivors:
+        chosen = [mutant for mutant in chosen if before.get(place_of(mutant)) == SURVIVED]
     print(f"{len(everything)} changes, {len(chosen)} of them tried (seed {options.seed})", flush=True)
-    tree = Tree(options.directory, options.jobs)
     results = []
-    for number, mutant in enumerate(chosen, 1):
-        results.append((mutant, tree.verdict_of(mutant)))
-        print(f"{number}/{len(chosen)} {results[-1][1]}: {mutant}", file=sys.stderr, flush=True)
+
+    def note(mutant, verdict):
+        results.append((mutant, verdict))
+        print(f"{len(results)}/{len(chosen)} {verdict}: {mutant}", file=sys.stderr, flush=True)
+        before[place_of(mutant)] = verdict
+        record.write_text(json.dumps([[list(key), said] for key, said in before.items()], indent=1) + "\n")
+
+    options.directory.mkdir(parents=True, exist_ok=True)
+    try_all(chosen, options.directory, options.jobs, note)
     known = read_survivors((HERE / "survivors.txt").read_text())
-    (options.directory / "results.json").write_text(json.dumps(
-        [{"change": str(mutant), "verdict": verdict} for mutant, verdict in results], indent=1) + "\n")
     return 0 if report(results, known, options.least, sys.stdout) else 1
 
 
