@@ -18,6 +18,11 @@ constexpr std::uint64_t kNotShown = std::uint64_t{1} << 62U;
 void PictureStore::SetMaxBytes(std::size_t maxBytes) {
     const std::lock_guard lock(mutex_);
     maxBytes_ = maxBytes;
+    Trim();
+}
+
+/// Drops the farthest until the rest fits, or nothing more may go; one is always held.
+void PictureStore::Trim() {
     while (pictures_.size() > 1 && Overflows(0)) {
         const auto farthest = Farthest(pictures_.begin()->first);
         if (farthest == pictures_.end()) {
@@ -40,6 +45,7 @@ bool PictureStore::MayDrop(const std::shared_ptr<const Picture>& picture) const 
 void PictureStore::SetPlace(const PlayPlace& place) {
     const std::lock_guard lock(mutex_);
     place_ = place;
+    Trim();
 }
 
 std::shared_ptr<const Picture> PictureStore::Find(std::size_t number) const {

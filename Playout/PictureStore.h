@@ -48,7 +48,7 @@ public:
     /// Drops what does not fit any more.
     void SetMaxBytes(std::size_t maxBytes);
 
-    /// From now on.
+    /// From now on. Drops what did not fit when others held it and who have let go of it since.
     void SetPlace(const PlayPlace& place);
 
     /// Null when it is not held.
@@ -87,6 +87,7 @@ private:
     [[nodiscard]] bool Overflows(std::size_t nbMoreBytes) const;
     [[nodiscard]] bool MayDrop(const std::shared_ptr<const Picture>& picture) const;
     void Drop(Pictures::const_iterator which);
+    void Trim();
 
     mutable std::mutex mutex_;
     std::size_t maxBytes_;

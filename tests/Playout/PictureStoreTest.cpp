@@ -4,8 +4,10 @@
 
 #include <cstddef>
 #include <initializer_list>
+#include <memory>
 #include <vector>
 
+#include "Playout/FramePool.h"
 #include "Playout/Support/MadePictures.h"
 
 namespace Tavrin::Playout {
@@ -85,6 +87,22 @@ TEST(PictureStore, ClearGivesTheBytesBack) {
     EXPECT_EQ(store.Size(), 0u);
     EXPECT_EQ(store.Bytes(), 0u);
     EXPECT_EQ(store.Find(1), nullptr);
+}
+
+TEST(PictureStore, WhatOthersHeldGoesAtTheNextPlaceOnceTheyHaveLetGo) {
+    PictureStore store(4 * OnePicture(), FramePool::Create(4 * OnePicture()));
+    std::vector<std::shared_ptr<const Picture>> others;
+    for (std::size_t number = 0; number < 4; ++number) {
+        others.push_back(PlainPicture(number, 16, 16, 0));
+        store.Add(others.back(), number);
+    }
+    store.SetMaxBytes(2 * OnePicture());
+    const PlayPlace atTheBeginning;
+    store.SetPlace(atTheBeginning);
+    EXPECT_EQ(store.Size(), 4u) << "to drop what is held frees nothing";
+    others.clear();
+    store.SetPlace(atTheBeginning);
+    EXPECT_EQ(Held(store), (Numbers{0, 1}));
 }
 
 TEST(PictureStore, NearestIsTakenFromTheRangeAskedFor) {

@@ -55,7 +55,7 @@ void PlayedSession::CheckHeld() const {
     const Playout::Counters counters = session_->GetCounters();
     for (std::size_t number = 0; number < counters.tracks.size(); ++number) {
         const Playout::TrackCounters& track = counters.tracks[number];
-        const std::string place = " of track " + std::to_string(number);
+        const std::string place = " of track " + std::to_string(number) + ", " + track.file;
         RequireEqual(track.fetches.nbFetched - track.fetches.nbEvicted, track.fetches.nbReady,
                      "live decoded samples" + place);
         Require(track.fetches.nbProtected <= 1, "more than the picture on show is protected" + place);

@@ -4,10 +4,12 @@
 #include <malloc.h>
 #endif
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
 
 #include "Soak/Failure.h"
 
@@ -24,6 +26,13 @@ std::size_t NbEntries(const char* directory) {
 
 std::size_t NbThreads() {
     return NbEntries("/proc/self/task");
+}
+
+std::size_t NbThreadsOnceWarm() {
+    std::thread([] {}).join();
+    // What a joined thread leaves is in the system's list for a moment longer.
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    return NbThreads();
 }
 
 std::size_t NbDescriptors() {

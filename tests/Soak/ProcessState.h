@@ -8,6 +8,9 @@ namespace Tavrin::Soak {
 /// Threads of this process now.
 [[nodiscard]] std::size_t NbThreads();
 
+/// The same once a first thread has come and gone: a sanitizer has one of its own from then on.
+[[nodiscard]] std::size_t NbThreadsOnceWarm();
+
 /// Files, pipes and the like that this process has open now.
 [[nodiscard]] std::size_t NbDescriptors();
 

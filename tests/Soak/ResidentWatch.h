@@ -13,9 +13,6 @@ namespace Tavrin::Soak {
 /// *Threads:* externally synchronised.
 class ResidentWatch {
 public:
-    /// Beyond two percent: a phase may be the first that loads some page of a library.
-    static constexpr std::uint64_t kAllowance = std::uint64_t{4} << 20U;
-
     /// As long as the warm-up lasts.
     void NoteWarmUp(std::uint64_t bytes) { begin_ = std::max(begin_, bytes); }
 
@@ -32,7 +29,7 @@ public:
     [[nodiscard]] std::uint64_t Begin() const { return begin_; }
     [[nodiscard]] std::uint64_t End() const { return end_; }
     [[nodiscard]] bool HasJudged() const { return end_ > 0; }
-    [[nodiscard]] std::uint64_t Limit() const { return begin_ + begin_ / 50 + kAllowance; }
+    [[nodiscard]] std::uint64_t Limit() const { return begin_ + begin_ / 50; }
 
     static std::string InMebibytes(std::uint64_t bytes) {
         const std::uint64_t tenths = bytes * 10 >> 20U;

@@ -38,7 +38,7 @@ Run::Run(const RunOptions& options)
       digest_(options.seed_),
       begin_(Clock::now()),
       nextProgress_(begin_ + kProgressPeriod),
-      nbThreads_(NbThreads()),
+      nbThreads_(NbThreadsOnceWarm()),
       nbDescriptors_(NbDescriptors()) {
 }
 
