@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <new>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -398,6 +399,87 @@ TEST_F(AllocationFailure, APlannerThatCouldNotBeUpdatedPlansTheSameTheNextTime) 
             EXPECT_EQ(proposals, ProposalsOf(fresh));
         });
     EXPECT_GE(nb, 1U);
+}
+
+/// A client's tick as a whole. It can be begun again where it was broken off: the move is made once, and a sample that is
+/// asked for but not ordered yet is remembered.
+struct TickScene : CacheScene {
+    TickScene() {
+        planner.SetSampleRate(kRate);
+        planner.SetDisplayRate(kRate);
+        planner.SetNumberPreloads(kNbOrders);
+        planner.SetCache(&cache);
+        player.AttachStream(&stream);
+        Tick();
+        Answer(3);
+        Answer(4);
+        // A steady tick asks for no memory at all.
+        player.GoTo(Ms(40'000));
+    }
+    ~TickScene() { player.DetachAllStreams(); }
+
+    void Tick() {
+        cache.Update();
+        if (!hasMoved) {
+            player.Update(Ms(40));
+            hasMoved = true;
+        }
+        planner.Update(&player);
+        while (unordered || Ask()) {
+            orders.Push(PreloadOrder(*unordered, kRate, cache.GetQueue(), TrackId()));
+            unordered.reset();
+        }
+        cache.EraseBefore(player.GetCurrentTimePoint());
+        hasMoved = false;
+    }
+
+    /// Whether there is one more sample to be ordered.
+    bool Ask() {
+        TimePoint tp;
+        while (!unordered && planner.Get(tp)) {
+            if (!cache.InsertPendingEntry(tp)) {
+                unordered = tp;
+            }
+        }
+        return unordered.has_value();
+    }
+
+    std::multiset<std::int64_t> Ordered() {
+        std::multiset<std::int64_t> numbers;
+        for (PreloadOrder order; orders.Pop(order);) {
+            numbers.insert(order.tp_.SampleNumber(kRate));
+        }
+        return numbers;
+    }
+
+    Testing::ScriptedStream stream;
+    Player player;
+    PreloadTimePointGenerator planner;
+    PreloadOrderQueue orders;
+    bool hasMoved = false;
+    std::optional<TimePoint> unordered;
+};
+
+TEST_F(AllocationFailure, ATickThatIsBrokenOffAndBegunAgainOrdersEachSampleOnceAndMovesOnce) {
+    TickScene undisturbed;
+    undisturbed.Tick();
+    const std::multiset<std::int64_t> expected = undisturbed.Ordered();
+    EXPECT_GT(static_cast<std::int64_t>(expected.size()), kNbOrders);
+    const std::size_t nb = WithEachAllocationFailing<TickScene>(
+        [](TickScene& scene) { scene.Tick(); },
+        [&](TickScene& scene, bool failed) {
+            if (failed) {
+                scene.Tick();
+            }
+            EXPECT_EQ(scene.player.GetCurrentTimePoint(), Ms(40'040));
+            EXPECT_EQ(scene.Ordered(), expected);
+            EXPECT_EQ(scene.cache.FindMultiples(kRate), undisturbed.cache.FindMultiples(kRate));
+            EXPECT_EQ(scene.cache.GetInformation().nbValidSamples_,
+                      undisturbed.cache.GetInformation().nbValidSamples_);
+            EXPECT_EQ(scene.nbLive, undisturbed.nbLive);
+            scene.ExpectRunsOfEntries();
+        });
+    EXPECT_GT(nb, 1U);
 }
 
 TEST_F(AllocationFailure, AStreamIsAttachedOrNot) {
