@@ -40,6 +40,12 @@ function(tavrin_lint_targets)
     cmake_path(RELATIVE_PATH file BASE_DIRECTORY "${PROJECT_SOURCE_DIR}" OUTPUT_VARIABLE name)
     tavrin_add_lint("tidy.${name}" "${TAVRIN_CLANG_TIDY}" --quiet -p "${PROJECT_BINARY_DIR}" "${name}")
   endforeach()
+  # These are no targets here: only Clang builds them.
+  file(GLOB fuzzers RELATIVE "${PROJECT_SOURCE_DIR}" CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/tests/Fuzz/*.cpp")
+  foreach(name IN LISTS fuzzers)
+    tavrin_add_lint("tidy.${name}" "${TAVRIN_CLANG_TIDY}" --quiet "${name}" --
+      -std=c++20 -I. -Itests "-I${PROJECT_BINARY_DIR}/include")
+  endforeach()
 endfunction()
 
 if(TAVRIN_SANITIZE OR TAVRIN_COVERAGE)

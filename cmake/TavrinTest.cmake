@@ -5,6 +5,7 @@ find_package(Threads REQUIRED)
 include(GoogleTest)
 
 # Instrumented code takes long to compile: the tests read the headers that they all share once.
+option(TAVRIN_SHARE_TEST_HEADERS "Compile the headers that all tests include once; always so when instrumented" OFF)
 set(TAVRIN_TEST_HEADERS <gtest/gtest.h> <gmock/gmock.h> <algorithm> <chrono> <functional> <map> <memory> <optional>
   <random> <string> <thread> <vector>)
 function(tavrin_share_headers target)
@@ -39,6 +40,9 @@ function(tavrin_add_test name)
   tavrin_compile_quickly(${name})
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock GTest::gtest_main Threads::Threads)
+  if(TAVRIN_SANITIZE OR TAVRIN_SHARE_TEST_HEADERS)
+    tavrin_share_headers(${name})
+  endif()
   if(NOT TAVRIN_SANITIZE)
     gtest_discover_tests(${name}
       DISCOVERY_MODE PRE_TEST
@@ -46,7 +50,6 @@ function(tavrin_add_test name)
       PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
     return()
   endif()
-  tavrin_share_headers(${name})
   foreach(half 0 1)
     add_test(NAME ${name}.${half} COMMAND ${name} --gtest_brief=1)
     set_tests_properties(${name}.${half} PROPERTIES

@@ -21,7 +21,7 @@ class Verdicts(unittest.TestCase):
     def test_enough_noticed(self):
         holds, text = self.judged([mutate.KILLED, mutate.KILLED, mutate.NO_CHANGE], {})
         self.assertTrue(holds)
-        self.assertIn("2 of 2 changes noticed (100.0 %), 1 did not compile", text)
+        self.assertIn("2 of 2 changes noticed (100.0 %), 0 more make no difference, 1 did not compile", text)
 
     def test_too_few_noticed(self):
         known = {mutate.key_of(CHANGES[0]): "a tie, which either may win"}
@@ -33,6 +33,12 @@ class Verdicts(unittest.TestCase):
         holds, text = self.judged([mutate.SURVIVED, mutate.KILLED, mutate.KILLED], {}, least=60)
         self.assertFalse(holds)
         self.assertIn("Player/A.cpp:1: return a <= b; -> <\n    NO REASON", text)
+
+    def test_what_makes_no_difference_does_not_count(self):
+        known = {mutate.key_of(CHANGES[0]): "same: either way the loop ends there"}
+        holds, text = self.judged([mutate.SURVIVED, mutate.KILLED, mutate.KILLED], known)
+        self.assertTrue(holds)
+        self.assertIn("2 of 2 changes noticed (100.0 %), 1 more make no difference", text)
 
     def test_nothing_tried(self):
         self.assertFalse(self.judged([mutate.NO_CHANGE] * 3, {})[0])

@@ -126,10 +126,11 @@ TEST(RegistryStress, AQueueIsRemovedFromTheRegistryPromptlyHoweverBusyTheDecoder
             nbOvertakes.push_back(saturation.Decoder().NbEntered() - before);
         }
     }
-    // A decode may enter before the removal waits, hence not zero; what must not happen is that the workers
-    // come back while it waits. The median forgives a thread that lost its processor between two lines.
+    // Some decodes may enter before the removal waits, and after it is done but not yet back here. What must not happen is
+    // that the workers come back while it waits: that makes hundreds. The median forgives a thread that lost its processor.
+    constexpr std::size_t kFew = 10;
     std::sort(nbOvertakes.begin(), nbOvertakes.end());
-    EXPECT_LE(nbOvertakes[nbOvertakes.size() / 2], static_cast<std::int64_t>(2 * Saturation::kNbWorkers));
+    EXPECT_LE(nbOvertakes[nbOvertakes.size() / 2], static_cast<std::int64_t>(kFew * Saturation::kNbWorkers));
     EXPECT_FALSE(ledger.Overflowed());
     EXPECT_EQ(ledger.NbLeaked(), 0u);
     EXPECT_EQ(ledger.NbDeletedTwice(), 0u);
